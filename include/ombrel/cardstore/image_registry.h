@@ -1,0 +1,42 @@
+// ImageRegistry: turns the 32-bit image handles that stores hand out back
+// into images. A store that keeps real images (the SQLite card database)
+// registers each image it hands out and receives, through SetCardDIB and
+// SetBackDIB, handles that it resolves here. The rest of the system passes
+// handles through without looking inside.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace ombrel {
+
+struct StoredImage {
+  std::string format;  // "png", "jpeg" or "bmp"
+  std::vector<uint8_t> bytes;
+};
+
+class ImageRegistry {
+ public:
+  static ImageRegistry& Instance();
+
+  // Registers an image and answers its new handle (always > 0).
+  int32_t Register(StoredImage image);
+  // The image behind a handle, or null when the handle is unknown.
+  std::shared_ptr<const StoredImage> Get(int32_t handle) const;
+  void Release(int32_t handle);
+  size_t Size() const;
+
+  // "png", "jpeg", "bmp" from the bytes' signature; empty when unknown.
+  static std::string DetectFormat(const std::vector<uint8_t>& bytes);
+
+ private:
+  mutable std::mutex mutex_;
+  int32_t next_ = 1;
+  std::unordered_map<int32_t, std::shared_ptr<const StoredImage>> images_;
+};
+
+}  // namespace ombrel
