@@ -1,0 +1,72 @@
+// CHashTable: objects by text key, keys kept in insertion order, optionally
+// restricted to one class. Positions (GetIndexedItem) are 1-based over
+// insertion order. Every misuse raises through Trap with a fixed text.
+//
+// Small tables (a card's field table has about thirty entries) are searched
+// linearly; an index is built once a table grows past that, so both the many
+// small tables and the few large ones stay cheap.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "ombrel/foundation/error.h"
+#include "ombrel/foundation/object.h"
+
+namespace ombrel {
+
+class CList;
+
+class CHashTable final : public CObject {
+ public:
+  std::string_view ClassName() const override { return "CHashTable"; }
+
+  void RestrictType(std::string_view className);
+  void AddItem(const std::string& key, ObjectRef item);
+  void SetItem(const std::string& key, ObjectRef item);
+  void RemoveItem(const std::string& key);
+  void RemoveAll();
+  ObjectRef GetItem(const std::string& key) const;
+  ObjectRef GetIndexedItem(int32_t position) const;
+  // A list of CString holding the keys in insertion order.
+  std::shared_ptr<CList> GetKeys() const;
+  int32_t GetNumItems() const { return static_cast<int32_t>(entries_.size()); }
+  bool Contains(const std::string& key) const { return Find(key) >= 0; }
+
+  // Direct access for hot loops, without building a key list.
+  const std::string& GetIndexedKey(int32_t position) const;
+
+  template <class T>
+  std::shared_ptr<T> GetItemAs(const std::string& key) const {
+    return std::static_pointer_cast<T>(CheckedCast<T>(GetItem(key)));
+  }
+  template <class T>
+  std::shared_ptr<T> GetIndexedItemAs(int32_t position) const {
+    return std::static_pointer_cast<T>(CheckedCast<T>(GetIndexedItem(position)));
+  }
+
+ private:
+  struct Entry {
+    std::string key;
+    ObjectRef item;
+  };
+  static constexpr size_t kIndexThreshold = 48;
+
+  template <class T>
+  static ObjectRef CheckedCast(ObjectRef item) {
+    Trap(item && !dynamic_cast<T*>(item.get()),
+         "HashTable item is not of the requested class: " + std::string(item ? item->ClassName() : ""));
+    return item;
+  }
+  int32_t Find(const std::string& key) const;  // 0-based entry, -1 when absent
+  void Reindex();
+
+  std::vector<Entry> entries_;
+  std::unordered_map<std::string, int32_t> index_;  // used only past kIndexThreshold
+  std::string restrictedClass_;
+};
+
+}  // namespace ombrel
