@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Sets up (packages, configure, build) and runs the whole test suite.
+# The suite runs under AddressSanitizer and UndefinedBehaviorSanitizer by
+# default so memory faults fail it; OMBREL_SANITIZE=OFF runs a plain build.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+export OMBREL_SANITIZE="${OMBREL_SANITIZE:-ON}"
+scripts/setup.sh
+BUILD_DIR="${OMBREL_BUILD_DIR:-build}"
+[ "$OMBREL_SANITIZE" = "ON" ] && BUILD_DIR="${OMBREL_BUILD_DIR:-build-asan}"
+export QT_QPA_PLATFORM=offscreen
+export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}"
+export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
+ctest --test-dir "$BUILD_DIR" --output-on-failure -j"$(nproc)" "$@"
