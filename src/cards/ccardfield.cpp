@@ -1,0 +1,167 @@
+#include "ombrel/cards/ccardfield.h"
+
+#include "ombrel/foundation/clist.h"
+#include "ombrel/foundation/error.h"
+
+namespace ombrel {
+
+namespace {
+
+constexpr std::string_view kLabelNotAllowed = "Only additional Email or Phone fields may contain user labels";
+
+// "Phone 1".."Phone 6" style names: the prefix, then one digit 1..6.
+bool IsNumberedName(std::string_view name, std::string_view prefix) {
+  return name.size() == prefix.size() + 1 && name.starts_with(prefix) && name.back() >= '1' && name.back() <= '6';
+}
+
+std::shared_ptr<CDictionary> NumberedNames(std::string_view prefix) {
+  auto names = std::make_shared<CDictionary>();
+  for (char n = '1'; n <= '6'; ++n) names->AddItem(std::string(prefix) + n);
+  return names;
+}
+
+// Levels travel as unsigned 8-bit values; anything that does not fit is an
+// overflow of the conversion, before any step of SetData runs.
+uint8_t ToLevel(int32_t level) {
+  if (level < 0 || level > 255) RaiseOverflow();
+  return static_cast<uint8_t>(level);
+}
+
+}  // namespace
+
+const CDictionary& ExtraPhoneFieldNames() {
+  static const std::shared_ptr<CDictionary> names = NumberedNames("Phone ");
+  return *names;
+}
+
+const CDictionary& ExtraEmailFieldNames() {
+  static const std::shared_ptr<CDictionary> names = NumberedNames("Email ");
+  return *names;
+}
+
+// Same answer as the dictionaries, without a lookup: every field asks this
+// when it is set, and the search sets millions of fields.
+bool IsExtraPhoneFieldName(std::string_view name) { return IsNumberedName(name, "Phone "); }
+bool IsExtraEmailFieldName(std::string_view name) { return IsNumberedName(name, "Email "); }
+
+void CCardField::SetData(const std::string& fieldName, const std::string& text, const std::string& userLabel,
+                         const CRectangle* rect, int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect,
+                         bool catSuspect) {
+  uint8_t ocr = ToLevel(ocrConfLevel);
+  uint8_t cat = ToLevel(catConfLevel);
+  name_ = fieldName;
+  if (!userLabel.empty() && !IsExtraField()) RaiseTrap(kLabelNotAllowed);
+  SetText(text);
+  SetUserLabel(userLabel);
+  SetRect(rect);
+  if (ocr > 100) RaiseTrap("OCR confidence level " + std::to_string(ocr) + " is out of expected range 0-100");
+  if (cat > 100) RaiseTrap("CAT confidence level " + std::to_string(cat) + " is out of expected range 0-100");
+  ocrConfLevel_ = ocr;
+  catConfLevel_ = cat;
+  ocrSuspect_ = ocrSuspect;
+  catSuspect_ = catSuspect;
+}
+
+void CCardField::Copy(const CCardField& field) {
+  CRectangle rect = field.GetRect();
+  SetData(field.name_, field.text_, field.label_, field.hasRect_ ? &rect : nullptr, field.ocrConfLevel_,
+          field.catConfLevel_, field.IsOcrSuspect(), field.IsCatSuspect());
+  readOnlyType_ = field.readOnlyType_;
+}
+
+std::shared_ptr<CCardField> CCardField::Clone() const {
+  auto clone = std::make_shared<CCardField>();
+  clone->Copy(*this);
+  return clone;
+}
+
+void CCardField::SetFieldName(const std::string& fieldName) {
+  name_ = fieldName;
+  if (!label_.empty() && !IsExtraField()) RaiseTrap(kLabelNotAllowed);
+}
+
+void CCardField::SetUserLabel(const std::string& userLabel) {
+  if (userLabel.empty()) {
+    label_.clear();
+    return;
+  }
+  if (!IsExtraField()) RaiseTrap(kLabelNotAllowed);
+  label_ = userLabel;
+}
+
+void CCardField::SetRect(const CRectangle* rect) {
+  if (rect == nullptr || rect->GetArea() == 0) {
+    hasRect_ = false;
+    rectTop_ = rectLeft_ = rectWidth_ = rectHeight_ = 0;
+    return;
+  }
+  rectTop_ = rect->GetTop();
+  rectLeft_ = rect->GetLeft();
+  rectWidth_ = rect->GetWidth();
+  rectHeight_ = rect->GetHeight();
+  hasRect_ = true;
+}
+
+void CCardField::SetText(const std::string& text) {
+  // Most texts arrive trimmed already; only copy when something must go.
+  constexpr std::string_view kBlanks = " \t\r\n";
+  if (text.empty() || (kBlanks.find(text.front()) == std::string_view::npos &&
+                       kBlanks.find(text.back()) == std::string_view::npos)) {
+    text_ = text;
+  } else {
+    text_ = CString::TrimText(text);
+  }
+}
+
+void CCardField::MergeCategories(const std::string& categories) {
+  if (name_ != "Categories") RaiseTrap("Only the Categories field can merge categories");
+  std::string merged = ", " + text_ + ", ";
+  auto incoming = CString(CString::ReplaceAll(categories, ", ", ",")).GetTokens(",", false);
+  for (int32_t i = 1; i <= incoming->GetNumItems(); ++i) {
+    const std::string& name = incoming->GetItemAs<CString>(i)->Value();
+    if (merged.find(", " + name + ", ") == std::string::npos) merged += name + ", ";
+  }
+  CString result(std::move(merged));
+  result.ReplaceFront(", ", "").ReplaceEnd(", ", "");
+  SetText(result.Value());
+}
+
+CRectangle CCardField::GetRect() const {
+  if (!hasRect_) return CRectangle();
+  return CRectangle(rectTop_, rectLeft_, rectWidth_, rectHeight_);
+}
+
+bool CCardField::IsOcrSuspect() const {
+  return ocrSuspect_ || (text_.empty() && (name_ == "Name" || name_ == "Company"));
+}
+
+bool CCardField::IsReadOnly() const {
+  return readOnlyType_ || name_ == "Creation Date" || name_ == "Modified Date" || name_ == "Solvane Status";
+}
+
+void CCardField::AppendDump(std::string& out) const {
+  out += "FIELD:";
+  out += name_;
+  if (!label_.empty()) {
+    out += " LABEL:";
+    out += label_;
+  }
+  out += " TEXT:";
+  out += text_;
+  out += " RECT:";
+  out += GetRect().ToStr();
+  out += " OCR_CONF:";
+  out += std::to_string(ocrConfLevel_);
+  out += " CAT_CONF:";
+  out += std::to_string(catConfLevel_);
+  out += ocrSuspect_ ? " OCR_SUSP:True" : " OCR_SUSP:False";
+  out += catSuspect_ ? " CAT_SUSP:True" : " CAT_SUSP:False";
+}
+
+std::string CCardField::ToStr() const {
+  std::string out;
+  AppendDump(out);
+  return out;
+}
+
+}  // namespace ombrel
