@@ -1,0 +1,94 @@
+// CDupeSearch: reads the connected store through CardStoreMgr(), narrows the
+// cards to those that share a name or e-mail key with another card (the
+// suspects), sorts them by their tag (last name, comma, first name) and
+// walks the sorted list forming dupe sets of one requested type.
+//
+// The search owns no window: it reports progress (a resource number, done,
+// total) to an ISearchProgress and asks it whether to go on, so the wizard's
+// progress window, the command line and tests all drive the same loops.
+// Once stopped, every loop ends at its next progress report.
+//
+// The results are those of the plain algorithm (list walks, one store call
+// per value); only the costs differ: stores that offer a scan are read in
+// one pass, the binary insertion sort is replayed with counts instead of
+// list walks, and the grouping jumps over cards already taken.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ombrel/foundation/clist.h"
+
+namespace ombrel {
+
+class CCard;
+
+// Resource numbers of the search's texts.
+namespace search_text {
+inline constexpr int32_t kActionOther = 701;
+inline constexpr int32_t kActionExact = 702;
+inline constexpr int32_t kActionCompatible = 703;
+inline constexpr int32_t kActionConflict = 704;
+inline constexpr int32_t kReadingCards = 705;   // "%1" done of "%2"
+inline constexpr int32_t kGroupingCards = 706;  // "%1" done of "%2"
+inline constexpr int32_t kLoadingSuspects = 707;
+inline constexpr int32_t kCancelCaption = 902;
+}  // namespace search_text
+
+class ISearchProgress {
+ public:
+  virtual ~ISearchProgress() = default;
+  // The search starts a new kind of work (resource 701..704 names it).
+  virtual void SetActionText(int32_t actionResourceId) { (void)actionResourceId; }
+  // Progress of the current work; answers false to stop the search.
+  virtual bool UpdateProgress(int32_t resourceId, int32_t done, int32_t total) = 0;
+};
+
+// The rule by which a progress display appears only for slow work: after
+// more than a second when less than 80% is done, and in any case after
+// three seconds.
+bool ShouldShowProgress(int64_t elapsedSeconds, int32_t done, int32_t total);
+
+struct SearchTimings {
+  double suspects = 0;  // key pass over the store
+  double loading = 0;   // reading the suspect cards
+  double sorting = 0;
+  double grouping = 0;
+};
+
+class CDupeSearch {
+ public:
+  explicit CDupeSearch(ISearchProgress* progress = nullptr);
+
+  // Every card of the store: the cards whose "Name" is empty first, then the
+  // others, each group in store order. What was read so far when stopped.
+  std::shared_ptr<CList> GetAllCards();
+  // The cards that share a key with another card; null when stopped.
+  std::shared_ptr<CList> GetSuspectCards();
+  // Dupe sets of one type out of cards (which are consumed): sets whose
+  // primary has a name first, then the nameless ones, each in creation order.
+  std::shared_ptr<CList> FindDupes(int32_t dupeType, CList& cards);
+  void StopSearch();
+  bool IsStopped() const { return stopped_; }
+  std::shared_ptr<CCard> LoadCard(int32_t cardId);
+  void SetActionText(int32_t dupeType);
+  bool UpdateProgress(int32_t resourceId, int32_t done, int32_t total);
+  void SortCards(CList& cards);
+
+  // The ID of the card whose reading raised the last error, 0 when none did.
+  int32_t FailedCardId() const { return failedCardId_; }
+  const SearchTimings& Timings() const { return timings_; }
+
+ private:
+  std::vector<int32_t> FindSuspectIds(int32_t total);
+  std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids);
+
+  ISearchProgress* progress_;
+  bool stopped_ = false;
+  int32_t failedCardId_ = 0;
+  SearchTimings timings_;
+};
+
+}  // namespace ombrel

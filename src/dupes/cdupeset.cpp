@@ -1,0 +1,245 @@
+#include "ombrel/dupes/cdupeset.h"
+
+#include "ombrel/cards/ccard.h"
+#include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/foundation/error.h"
+#include "ombrel/foundation/messages.h"
+
+namespace ombrel {
+
+namespace {
+constexpr int kFrontImage = 1;
+constexpr int kBackImage = 2;
+
+bool IsBookkeepingField(const std::string& name) {
+  return name == "Modified Date" || name == "Creation Date" || name == "Solvane Status";
+}
+
+CCardStoreMgr& Mgr() {
+  auto& mgr = CardStoreMgr();
+  Trap(!mgr, "Cardstore object has not been set");
+  return *mgr;
+}
+
+// Runs body inside an update bracket; a failure inside aborts the bracket and
+// travels on with its own message, whatever the abort answers.
+template <class Body>
+void InUpdate(Body body) {
+  CCardStoreMgr& mgr = Mgr();
+  if (!mgr.BeginUpdate()) return;
+  try {
+    body(mgr);
+  } catch (...) {
+    try {
+      mgr.AbortUpdate();
+    } catch (...) {
+    }
+    throw;
+  }
+  mgr.CommitUpdate();
+}
+}  // namespace
+
+CDupeSet::CDupeSet() : dupes_(std::make_shared<CList>()) { dupes_->RestrictType("CCard"); }
+
+std::string CDupeSet::DataSignature(const CCard& card) {
+  std::string sig = std::to_string(card.GetCardID()) + "\r\n";
+  for (int32_t i = 1; i <= card.NumFields(); ++i) {
+    const CCardField& f = card.FieldAt(i);
+    if (IsBookkeepingField(f.Name())) continue;
+    if (!f.Text().empty()) sig += f.Label();
+    sig += '\t';
+    sig += f.Text();
+    sig += "\r\n";
+  }
+  return sig;
+}
+
+void CDupeSet::Init(std::shared_ptr<CCard> primary, int32_t type) {
+  SetPrimaryCard(std::move(primary));
+  dupes_ = std::make_shared<CList>();
+  dupes_->RestrictType("CCard");
+  type_ = type;
+}
+
+std::shared_ptr<CDupeSet> CDupeSet::Clone() const {
+  auto copy = std::make_shared<CDupeSet>();
+  copy->Init(primary_ ? primary_->Clone() : nullptr, type_);
+  for (int32_t i = 1; i <= dupes_->GetNumItems(); ++i) copy->AddDupe(dupes_->GetItemAs<CCard>(i)->Clone());
+  return copy;
+}
+
+int32_t CDupeSet::GetNumberOfCards() const {
+  if (!primary_) {
+    Trap(dupes_->GetNumItems() > 0, "Dupe set contains some cards but no primary");
+    return 0;
+  }
+  return CheckedAdd(1, dupes_->GetNumItems());
+}
+
+const CList& CDupeSet::GetRecycleBin() const {
+  static const CList kEmpty;
+  return recycleBin_ ? *recycleBin_ : kEmpty;
+}
+
+CList& CDupeSet::RecycleBin() {
+  if (!recycleBin_) {
+    recycleBin_ = std::make_shared<CList>();
+    recycleBin_->RestrictType("CCard");
+  }
+  return *recycleBin_;
+}
+
+void CDupeSet::SetPrimaryCard(std::shared_ptr<CCard> card) {
+  Trap(!card, "Cannot set as primary empty card");
+  primarySnapshot_ = DataSignature(*card);
+  primary_ = std::move(card);
+}
+
+void CDupeSet::AddDupe(std::shared_ptr<CCard> card, int32_t position) {
+  Trap(!primary_, "Cannot add dupe in DupeSet because primary card has not been set");
+  if (position == 0) dupes_->AddItem(std::move(card));
+  else dupes_->InsertItem(position, std::move(card));
+}
+
+void CDupeSet::DeleteDupe(const std::shared_ptr<CCard>& dupe) {
+  int32_t pos = dupes_->GetPosition(dupe);
+  Trap(pos == 0, "Cannot find given dupe in the dupe list");
+  dupes_->RemoveItem(pos);
+  RecycleBin().AddItem(dupe);
+}
+
+void CDupeSet::UndeleteDupe(const std::shared_ptr<CCard>& dupe) {
+  int32_t pos = recycleBin_ ? recycleBin_->GetPosition(dupe) : 0;
+  Trap(pos == 0, "Cannot find given dupe in the recycle bin");
+  recycleBin_->RemoveItem(pos);
+  dupes_->AddItem(dupe);
+}
+
+void CDupeSet::DeleteAllDupes() {
+  while (dupes_->GetNumItems() > 0) DeleteDupe(dupes_->GetLastItemAs<CCard>());
+}
+
+void CDupeSet::MergeDupe(const std::shared_ptr<CCard>& dupe) {
+  Trap(!dupes_->Contains(dupe), "Dupe list does not contain given dupe");
+  CHashTable& fields = primary_->GetFields();
+  for (int32_t i = 1; i <= fields.GetNumItems(); ++i) {
+    auto primaryField = fields.GetIndexedItemAs<CCardField>(i);
+    const std::string name = primaryField->Name();
+    auto dupeField = dupe->GetField(name);
+    const std::string& primaryText = primaryField->Text();
+    const std::string& dupeText = dupeField->Text();
+    if (!dupeText.empty() && primaryText.empty()) {
+      auto taken = dupeField->Clone();
+      taken->SetUserLabel(primaryField->Label());
+      primary_->SetField(*taken);
+    } else if (!dupeText.empty() && name == "Categories") {
+      primaryField->MergeCategories(dupeText);
+    }
+  }
+  DeleteDupe(dupe);
+}
+
+void CDupeSet::MergeAllDupes() {
+  while (dupes_->GetNumItems() > 0) MergeDupe(dupes_->GetLastItemAs<CCard>());
+}
+
+bool CDupeSet::DupeSetNeedsSaving() const {
+  if (recycleBin_ && recycleBin_->GetNumItems() > 0) return true;
+  if (DataSignature(*primary_) != primarySnapshot_) return true;
+  return primary_->HasStoredCardId() && primary_->GetStoredCardId() != primary_->GetCardID();
+}
+
+void CDupeSet::WritePrimaryFields(int32_t id) {
+  CCardStoreMgr& mgr = Mgr();
+  for (int32_t i = 1; i <= primary_->NumFields(); ++i) {
+    const CCardField& f = primary_->FieldAt(i);
+    const std::string& name = f.Name();
+    if (IsBookkeepingField(name)) continue;
+    mgr.PutValue(id, name, f.Text());
+    if (f.IsExtraField()) mgr.PutValue(id, name + ".Label", f.Label());
+    if (name != "Notes" && name != "Verified" && name != "Categories") {
+      CRectangle r = f.GetRect();
+      mgr.PutValue(id, name + ".Rectangle",
+                   std::to_string(r.GetLeft()) + " " + std::to_string(r.GetTop()) + " " +
+                       std::to_string(r.GetRight()) + " " + std::to_string(r.GetBottom()));
+      mgr.PutValue(id, name + ".Confidence Levels",
+                   std::to_string(f.GetOcrConfLevel()) + " " + std::to_string(f.GetCatConfLevel()));
+    }
+  }
+}
+
+void CDupeSet::SaveImage(int32_t id, int kind) {
+  CCardStoreMgr& mgr = Mgr();
+  if (kind == kFrontImage) {
+    // The override names the card whose image replaces this card's own.
+    if (primary_->frontImage) mgr.SetCardDIB(id, mgr.GetCardDIB(primary_->frontImage->Value()));
+  } else if (kind == kBackImage) {
+    if (primary_->backImage) mgr.SetBackDIB(id, mgr.GetBackDIB(primary_->backImage->Value()));
+  } else {
+    RaiseTrap("Cannot save image: image type is unknown");
+  }
+}
+
+void CDupeSet::CommitToDatabase() {
+  CCardStoreMgr& mgr = Mgr();
+  int32_t id = primary_->GetCardID();
+  if (!mgr.CardExists(id)) {
+    GetPrompt().MessageBox("WARNING: contact '" + primary_->FieldText("Name") +
+                               "' has been deleted from the database.\r\n"
+                               "         Changes for this contact will be ignored.",
+                           msgbox::kOkOnly, AppName());
+    if (recycleBin_) {
+      while (recycleBin_->GetNumItems() > 0) {
+        dupes_->AddItem(recycleBin_->GetItem(1));
+        recycleBin_->RemoveItem(1);
+      }
+    }
+    return;
+  }
+  if (DataSignature(*primary_) != primarySnapshot_) InUpdate([&](CCardStoreMgr&) { WritePrimaryFields(id); });
+  primarySnapshot_ = DataSignature(*primary_);
+  InUpdate([&](CCardStoreMgr&) {
+    SaveImage(id, kFrontImage);
+    SaveImage(id, kBackImage);
+  });
+  InUpdate([&](CCardStoreMgr& m) {
+    CList& bin = RecycleBin();
+    while (bin.GetNumItems() > 0) {
+      int32_t gone = bin.GetLastItemAs<CCard>()->GetCardID();
+      if (m.CardExists(gone)) m.DeleteCard(gone);
+      bin.RemoveLast();
+    }
+  });
+}
+
+std::string CDupeSet::ToStr() const {
+  std::string out;
+  switch (type_) {
+    case EXACT_DUPE: out = "Dupe set type: EXACT_DUPE"; break;
+    case COMPATIBLE_DUPE: out = "Dupe set type: COMPATIBLE_DUPE"; break;
+    case CONFLICT_DUPE: out = "Dupe set type: CONFLICT_DUPE"; break;
+    default: out = "Unknown dupe set type"; break;
+  }
+  out += "\r\nNumber of cards in dupe set: " + std::to_string(GetNumberOfCards()) + "\r\n";
+  out += "Primary card: " + primary_->FieldText("Name") + "\r\n";
+  for (int32_t i = 1; i <= dupes_->GetNumItems(); ++i)
+    out += "Dupe " + std::to_string(i) + ": " + dupes_->GetItemAs<CCard>(i)->FieldText("Name") + "\r\n";
+  return out;
+}
+
+void CDupeSet::SemanticallyMatchExtraFields() {
+  if (extraFieldsMatched_) return;
+  DoSemanticallyMatchExtraFields("Phone");
+  DoSemanticallyMatchExtraFields("Email");
+  extraFieldsMatched_ = true;
+}
+
+int32_t CountDuplicateCards(const CList& dupeSets) {
+  int32_t total = 0;
+  for (int32_t i = 1; i <= dupeSets.GetNumItems(); ++i)
+    total = CheckedAdd(total, dupeSets.GetItemAs<CDupeSet>(i)->GetNumberOfCards() - 1);
+  return total;
+}
+
+}  // namespace ombrel
