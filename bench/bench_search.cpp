@@ -1,0 +1,159 @@
+// Times the duplicate search and the automatic actions on generated card
+// databases of realistic size, against the floor any search must pay: one
+// plain read of every stored value.
+//
+//   bench_search [--cards 100000,1000000] [--dir /tmp/ombrel-bench] [--keep]
+//
+// The databases are made with `ombrel sample --no-images` (kept in --dir and
+// reused). `find --type all` and `apply` run as child processes, so their
+// wall time and peak memory are those of the real command; the phases of the
+// search are timed in this process.
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ombrel/cards/ccard.h"
+#include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/cardstore/sqlite_card_store.h"
+#include "ombrel/dupes/cdupeset.h"
+#include "ombrel/dupes/dupe_search.h"
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+struct ChildRun {
+  double seconds = 0;
+  long peakKb = 0;
+  int status = 0;
+};
+
+ChildRun RunChild(const std::vector<std::string>& args, const std::string& stdoutPath = "/dev/null") {
+  auto start = Clock::now();
+  pid_t pid = fork();
+  if (pid == 0) {
+    FILE* out = std::freopen(stdoutPath.c_str(), "w", stdout);
+    (void)out;
+    std::vector<char*> argv;
+    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  int status = 0;
+  struct rusage usage {};
+  wait4(pid, &status, 0, &usage);
+  ChildRun run;
+  run.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  run.peakKb = usage.ru_maxrss;
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return run;
+}
+
+double PlainRead(const std::string& path, size_t& values) {
+  auto store = ombrel::CSqliteCardStore::Open(path, ombrel::OpenMode::kOpenExisting);
+  auto start = Clock::now();
+  size_t bytes = 0;
+  values = 0;
+  store->ScanRecords([&](const ombrel::CardRecordView& card) {
+    for (const auto& [name, value] : card.values) {
+      bytes += name.size() + value.size();
+      ++values;
+    }
+    return true;
+  });
+  double t = std::chrono::duration<double>(Clock::now() - start).count();
+  if (bytes == 0) std::cerr << "warning: empty database\n";
+  return t;
+}
+
+void Phases(const std::string& path) {
+  auto store = std::shared_ptr<ombrel::CSqliteCardStore>(
+      ombrel::CSqliteCardStore::Open(path, ombrel::OpenMode::kOpenExisting));
+  auto mgr = std::make_shared<ombrel::CCardStoreMgr>();
+  mgr->SetCardStore(store);
+  mgr->Connect();
+  ombrel::CardStoreMgr() = mgr;
+  ombrel::CDupeSearch search;
+  auto suspects = search.GetSuspectCards();
+  std::vector<std::string> tags;
+  for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) tags.push_back(suspects->GetItemAs<ombrel::CCard>(i)->tag);
+  int32_t sets[4] = {0, 0, 0, 0};
+  for (int32_t type : {ombrel::EXACT_DUPE, ombrel::COMPATIBLE_DUPE, ombrel::CONFLICT_DUPE}) {
+    ombrel::CList cards;
+    for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) {
+      auto card = suspects->GetItemAs<ombrel::CCard>(i);
+      card->tag = tags[static_cast<size_t>(i - 1)];
+      cards.AddItem(card);
+    }
+    sets[type] = search.FindDupes(type, cards)->GetNumItems();
+  }
+  const auto& t = search.Timings();
+  std::printf("  phases: suspects %.2f s, loading %.2f s (%d suspects), sorting %.2f s, grouping %.2f s\n",
+              t.suspects, t.loading, suspects->GetNumItems(), t.sorting, t.grouping);
+  std::printf("  sets: exact %d, compatible %d, conflict %d\n", sets[1], sets[2], sets[3]);
+  ombrel::CardStoreMgr().reset();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<int> sizes = {100000, 1000000};
+  std::string dir = "/tmp/ombrel-bench";
+  bool keep = false;
+  for (int i = 1; i < argc; ++i) {
+    std::string a = argv[i];
+    if (a == "--cards" && i + 1 < argc) {
+      sizes.clear();
+      std::stringstream ss(argv[++i]);
+      for (std::string n; std::getline(ss, n, ',');) sizes.push_back(std::stoi(n));
+    } else if (a == "--dir" && i + 1 < argc) {
+      dir = argv[++i];
+    } else if (a == "--keep") {
+      keep = true;
+    } else {
+      std::cerr << "usage: bench_search [--cards N,N] [--dir DIR] [--keep]\n";
+      return 2;
+    }
+  }
+  const std::string ombrel = std::string(OMBREL_BINARY_DIR) + "/src/cli/ombrel";
+  fs::create_directories(dir);
+
+  for (int n : sizes) {
+    std::string db = dir + "/bench-" + std::to_string(n) + ".db";
+    std::printf("== %d cards ==\n", n);
+    if (!fs::exists(db)) {
+      ChildRun gen = RunChild({ombrel, "sample", "--cards", std::to_string(n), "--db", db, "--seed", "7", "--no-images"});
+      std::printf("  sample: %.2f s (exit %d)\n", gen.seconds, gen.status);
+      if (gen.status != 0) return 1;
+    }
+    size_t values = 0;
+    double floor = PlainRead(db, values);
+    std::printf("  plain read of every value: %.2f s (%zu values, %.0f cards/s)\n", floor, values, n / floor);
+
+    ChildRun find = RunChild({ombrel, "find", "--db", db, "--type", "all", "--json"});
+    std::printf("  find --type all: %.2f s, %.0f cards/s, peak %.0f MB, exit %d; ratio to plain read %.2f\n",
+                find.seconds, n / find.seconds, find.peakKb / 1024.0, find.status, find.seconds / floor);
+    Phases(db);
+
+    for (std::string action : {"remove-exact", "merge-compatible"}) {
+      std::string copy = dir + "/apply-" + std::to_string(n) + ".db";
+      fs::copy_file(db, copy, fs::copy_options::overwrite_existing);
+      ChildRun apply = RunChild({ombrel, "apply", "--db", copy, "--action", action, "--yes"});
+      std::printf("  apply %s: %.2f s, %.0f cards/s, peak %.0f MB, exit %d\n", action.c_str(), apply.seconds,
+                  n / apply.seconds, apply.peakKb / 1024.0, apply.status);
+      if (!keep) fs::remove(copy);
+    }
+  }
+  return 0;
+}

@@ -1,0 +1,96 @@
+// ombrel apply: the wizard's automatic actions on a card database: remove
+// every exact duplicate, or merge every compatible duplicate into its
+// primary, set by set, each set committed on its own.
+#include <iostream>
+
+#include "commands.h"
+#include "ombrel/dupes/cdupeset.h"
+#include "ombrel/dupes/database_actions.h"
+#include "ombrel/foundation/messages.h"
+#include "search_runner.h"
+#include "terminal.h"
+
+namespace ombrel::cli {
+
+namespace {
+
+struct ApplyOptions {
+  std::string db;
+  std::string action;
+  bool yes = false;
+};
+
+int RunApply(const ApplyOptions& options) {
+  const bool remove = options.action == "remove-exact";
+  const int32_t type = remove ? EXACT_DUPE : COMPATIBLE_DUPE;
+  LoadInterfaceTexts();
+  auto store = ConnectDatabase(options.db);
+  InstallStopHandler();
+
+  SearchOutcome outcome;
+  {
+    TerminalProgress progress;
+    outcome = SearchDupes({type}, &progress);
+  }
+  if (outcome.stopped) {
+    std::cerr << "Search stopped: nothing was changed.\n";
+    return 130;
+  }
+  CList& sets = *outcome.results.front().sets;
+  const int32_t cards = CountDuplicateCards(sets);
+  if (cards == 0) {
+    std::cout << (remove ? "No exact duplicates: nothing to remove.\n" : "No compatible duplicates: nothing to merge.\n");
+    return 0;
+  }
+
+  TerminalProgress progress;
+  CDatabaseActions actions(&progress);
+  progress.SetActions(&actions);
+  actions.SetRaiseErrors(true);
+  actions.CheckDatabaseAccess();
+
+  if (!options.yes) {
+    if (!StdinIsTerminal()) {
+      std::cerr << "error: apply changes the database; confirm on a terminal or pass --yes\n";
+      return 1;
+    }
+    int32_t id = remove ? (cards == 1 ? 191 : 192) : (cards == 1 ? 193 : 194);
+    std::string question = GetResString(id, {"%1", std::to_string(cards)});
+    if (!AskYesNo(question)) {
+      std::cout << "Nothing was changed.\n";
+      return 0;
+    }
+  }
+
+  if (remove) actions.RemoveDupes(sets);
+  else actions.MergeDupes(sets);
+  progress.Clear();
+
+  const int32_t total = sets.GetNumItems();
+  std::cout << (remove ? "Removed duplicates of " : "Merged duplicates of ") << actions.SetsDone() << " of "
+            << total << " contacts.\n";
+  if (actions.StopRequested() && actions.SetsDone() < total) {
+    std::cerr << "Stopped before the remaining " << (total - actions.SetsDone())
+              << " contacts; run apply again to finish.\n";
+    return 130;
+  }
+  return 0;
+}
+
+}  // namespace
+
+void AddApplyCommand(CLI::App& app) {
+  auto options = std::make_shared<ApplyOptions>();
+  CLI::App* cmd = app.add_subcommand("apply", "Remove exact duplicates or merge compatible ones");
+  cmd->add_option("--db", options->db, "The card database")->required();
+  cmd->add_option("--action", options->action, "What to do")
+      ->required()
+      ->check(CLI::IsMember({"remove-exact", "merge-compatible"}));
+  cmd->add_flag("--yes", options->yes, "Do not ask for confirmation");
+  cmd->callback([options] {
+    int code = RunApply(*options);
+    if (code != 0) throw CLI::RuntimeError(code);
+  });
+}
+
+}  // namespace ombrel::cli

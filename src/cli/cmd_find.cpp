@@ -1,0 +1,99 @@
+// ombrel find: the duplicate search over a card database, printed as text
+// (each set's dump) or as JSON (type, primary and dupes by card ID).
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "ombrel/cards/ccard.h"
+#include "ombrel/dupes/cdupeset.h"
+#include "search_runner.h"
+#include "terminal.h"
+
+namespace ombrel::cli {
+
+namespace {
+
+struct FindOptions {
+  std::string db;
+  std::string type = "all";
+  bool json = false;
+};
+
+std::vector<int32_t> TypesFor(const std::string& type) {
+  if (type == "exact") return {EXACT_DUPE};
+  if (type == "compatible") return {COMPATIBLE_DUPE};
+  if (type == "conflict") return {CONFLICT_DUPE};
+  return {EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE};
+}
+
+const char* Heading(int32_t type) {
+  switch (type) {
+    case EXACT_DUPE: return "Exact duplicates";
+    case COMPATIBLE_DUPE: return "Compatible duplicates";
+    default: return "Conflicting duplicates";
+  }
+}
+
+int RunFind(const FindOptions& options) {
+  LoadInterfaceTexts();
+  auto store = ConnectDatabase(options.db);
+  InstallStopHandler();
+  SearchOutcome outcome;
+  {
+    TerminalProgress progress;
+    outcome = SearchDupes(TypesFor(options.type), &progress);
+  }
+
+  if (options.json) {
+    nlohmann::json sets = nlohmann::json::array();
+    for (const auto& typed : outcome.results) {
+      if (!typed.sets) continue;
+      for (int32_t i = 1; i <= typed.sets->GetNumItems(); ++i) {
+        auto set = typed.sets->GetItemAs<CDupeSet>(i);
+        nlohmann::json dupes = nlohmann::json::array();
+        for (int32_t d = 1; d <= set->GetDupes().GetNumItems(); ++d)
+          dupes.push_back(set->GetDupes().GetItemAs<CCard>(d)->GetCardID());
+        sets.push_back({{"type", TypeName(typed.type)}, {"primary", set->GetPrimaryCard()->GetCardID()}, {"dupes", dupes}});
+      }
+    }
+    std::cout << sets.dump(2) << "\n";
+  } else {
+    bool first = true;
+    for (const auto& typed : outcome.results) {
+      if (!first) std::cout << "\n";
+      first = false;
+      std::cout << Heading(typed.type) << "\n";
+      if (!typed.sets) {
+        std::cout << "(not searched: stopped)\n";
+        continue;
+      }
+      for (int32_t i = 1; i <= typed.sets->GetNumItems(); ++i)
+        std::cout << typed.sets->GetItemAs<CDupeSet>(i)->ToStr() << "\r\n";
+      std::cout << "Duplicate cards: " << CountDuplicateCards(*typed.sets) << "\n";
+    }
+  }
+  std::cout.flush();
+  if (outcome.stopped) {
+    std::cerr << "Search stopped: the results above are what was found so far.\n";
+    return 130;
+  }
+  return 0;
+}
+
+}  // namespace
+
+void AddFindCommand(CLI::App& app) {
+  auto options = std::make_shared<FindOptions>();
+  CLI::App* cmd = app.add_subcommand("find", "Find the duplicate cards of a card database");
+  cmd->add_option("--db", options->db, "The card database")->required();
+  cmd->add_option("--type", options->type, "Which duplicates to find")
+      ->check(CLI::IsMember({"exact", "compatible", "conflict", "all"}))
+      ->default_str("all");
+  cmd->add_flag("--json", options->json, "Print the dupe sets as JSON");
+  cmd->callback([options] {
+    int code = RunFind(*options);
+    if (code != 0) throw CLI::RuntimeError(code);
+  });
+}
+
+}  // namespace ombrel::cli

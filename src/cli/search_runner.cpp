@@ -1,0 +1,58 @@
+#include "search_runner.h"
+
+#include "ombrel/cards/ccard.h"
+#include "ombrel/dupes/cdupeset.h"
+#include "ombrel/foundation/error.h"
+
+namespace ombrel::cli {
+
+std::string TypeName(int32_t type) {
+  switch (type) {
+    case EXACT_DUPE: return "EXACT_DUPE";
+    case COMPATIBLE_DUPE: return "COMPATIBLE_DUPE";
+    case CONFLICT_DUPE: return "CONFLICT_DUPE";
+    default: return "UNKNOWN";
+  }
+}
+
+SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress) {
+  SearchOutcome outcome;
+  CDupeSearch search(progress);
+  try {
+    auto suspects = search.GetSuspectCards();
+    if (!suspects) {
+      outcome.stopped = true;
+      outcome.timings = search.Timings();
+      return outcome;
+    }
+    outcome.suspects = suspects->GetNumItems();
+    // Grouping rewrites tags (an empty one becomes "," and back), so each type
+    // starts from the tags the cards had when they were loaded.
+    std::vector<std::string> loadedTags;
+    loadedTags.reserve(static_cast<size_t>(suspects->GetNumItems()));
+    for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) loadedTags.push_back(suspects->GetItemAs<CCard>(i)->tag);
+
+    for (int32_t type : types) {
+      if (search.IsStopped()) {
+        outcome.results.push_back({type, nullptr});
+        continue;
+      }
+      CList cards;
+      for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) {
+        auto card = suspects->GetItemAs<CCard>(i);
+        card->tag = loadedTags[static_cast<size_t>(i - 1)];
+        cards.AddItem(card);
+      }
+      outcome.results.push_back({type, search.FindDupes(type, cards)});
+    }
+  } catch (const Error& e) {
+    if (search.FailedCardId() != 0)
+      throw Error(e.Number(), e.Source(), e.Description() + "\n(while reading card " + std::to_string(search.FailedCardId()) + ")");
+    throw;
+  }
+  outcome.stopped = search.IsStopped();
+  outcome.timings = search.Timings();
+  return outcome;
+}
+
+}  // namespace ombrel::cli
