@@ -1,0 +1,112 @@
+// CCard: one business card held in memory: its card ID in the store, its
+// fields by name, the contact's last name, and the values other parts attach
+// to it (the search's sort key, replacement image IDs from the review).
+//
+// A new card carries the 28 standard fields in catalogue order, so every part
+// can address any standard field without testing for it; the card store
+// manager appends the database's custom fields. A non-standard card starts
+// empty and grows a field whenever one is set.
+//
+// Fields are stored as copies: SetField and SetData never share the caller's
+// object, so nothing outside the card edits a field behind its back.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "ombrel/cards/ccardfield.h"
+#include "ombrel/foundation/cdictionary.h"
+#include "ombrel/foundation/chashtable.h"
+#include "ombrel/foundation/clist.h"
+#include "ombrel/foundation/cstring.h"
+
+namespace ombrel {
+
+class CCard final : public CObject {
+ public:
+  CCard();  // the 28 catalogue fields, empty
+
+  std::string_view ClassName() const override { return "CCard"; }
+
+  std::string tag;                    // the duplicate search's sort key
+  std::shared_ptr<CLong> frontImage;  // replacement front image ID; null keeps the card's own
+  std::shared_ptr<CLong> backImage;
+
+  void MakeNonStandardCard();
+  // A deep copy; the last name goes through SetLastName so its check runs
+  // again. The card must have an ID.
+  std::shared_ptr<CCard> Clone() const;
+  // Adds an empty field; raises when the name is present already.
+  void AddField(const std::string& fieldName, bool readOnly);
+  // Sets a field from values (checked as CCardField::SetData checks them). A
+  // field the database declares read-only stays read-only. On failure the
+  // card is unchanged.
+  void SetData(const std::string& fieldName, const std::string& text, const std::string& userLabel,
+               const CRectangle* rect, int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect, bool catSuspect);
+  void SetCardId(int32_t cardId);
+  int32_t GetCardID() const;  // raises "Missing card ID" when unset
+  bool HasCardId() const { return hasCardId_; }
+  // The ID of the stored card this card was read as (set when the manager
+  // builds it, copied by Clone); lets a dupe set notice a primary whose store
+  // identity changed.
+  void SetStoredCardId(int32_t id);
+  bool HasStoredCardId() const { return hasStoredCardId_; }
+  int32_t GetStoredCardId() const;
+  const std::string& GetLastName() const { return lastName_; }
+  // On a standard card the "Name" text must contain the last name (white
+  // space ignored); an empty last name always passes.
+  void SetLastName(const std::string& lastName);
+  void SetVerified(int16_t val);  // 1 "Yes", 0 "No"
+  bool IsVerified() const;
+  // Stores a copy of field under its name; setting "Name" forgets the last name.
+  void SetField(const CCardField& field);
+  bool IsFieldEmpty(const std::string& fieldName) const;
+  bool IsStandardFieldName(const std::string& fieldName) const { return fields_.Contains(fieldName); }
+  CHashTable& GetFields() { return fields_; }  // the table itself; items are CCardField
+  const CHashTable& GetFields() const { return fields_; }
+  // The stored field itself, not a copy.
+  std::shared_ptr<CCardField> GetField(const std::string& fieldName) const;
+  // The first empty "Phone 1".."Phone 6" ("Email 1".."Email 6"); empty when all are used.
+  std::string GetFreeExtraPhoneField() const;
+  std::string GetFreeExtraEmailField() const;
+  // The non-empty labels of the fields whose names start with fieldType
+  // ("Phone" or "Email"), in table order, as a CList of CString.
+  std::shared_ptr<CList> GetUserLabels(const std::string& fieldType) const;
+  // Adds the card's OCR and CAT suspect counts to the counters and sets
+  // confLevel 0..5 from the stored "Certainty" (5 for a verified card).
+  void GetSuspectInfo(int32_t& numOcrSuspects, int32_t& numCatSuspects, int32_t& confLevel);
+  // The level of GetSuspectInfo, recomputed only when the card's dump changed.
+  int32_t GetConfLevel();
+  CString GetFieldText(const std::string& fieldName) const;
+  const std::string& FieldText(const std::string& fieldName) const;  // no copy, same checks as GetField
+  int32_t NumFields() const { return fields_.GetNumItems(); }
+  const CCardField& FieldAt(int32_t position) const;  // 1-based, table order
+  // Every text that says something about the contact, one per line (CR LF).
+  std::string GetText() const;
+  // "label TAB text CR LF" for every field the user may edit, empty ones
+  // included: equal results mean equal user-editable data.
+  std::string GetAllUserModifiableData() const;
+  // The field dumps, each followed by CR LF. The card ID is not part of it.
+  std::string ToStr() const override;
+
+ private:
+  // Stores a field the card owns already (a fresh object nobody else holds),
+  // normalised as a copy would be.
+  void StoreField(std::shared_ptr<CCardField> field);
+
+  CHashTable fields_;
+  std::string lastName_;
+  int32_t cardId_ = 0;
+  int32_t storedCardId_ = 0;
+  bool hasCardId_ = false;
+  bool hasStoredCardId_ = false;
+  bool nonStandard_ = false;
+  // The level is cached against the dump it was computed for; a hash of the
+  // dump stands for the dump itself so cached cards do not carry it.
+  bool hasCachedDump_ = false;
+  int32_t cachedConfLevel_ = 0;
+  uint64_t cachedDumpHash_ = 0;
+};
+
+}  // namespace ombrel

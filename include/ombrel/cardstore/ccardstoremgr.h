@@ -1,0 +1,93 @@
+// CCardStoreMgr: the only way the rest of the system talks to a card store.
+// It turns the store's statuses into raised errors with readable messages
+// (its own text, CR LF, then the store's GetLastError() text) and assembles
+// whole CCard objects from the many text values a store offers per card.
+//
+//   CardStoreMgr() = std::make_shared<CCardStoreMgr>();
+//   CardStoreMgr()->SetCardStore(store);
+//   CardStoreMgr()->Connect();
+//   auto card = CardStoreMgr()->GetCard(CardStoreMgr()->GetCardID(0));
+//
+// Every wrapper raises "Cardstore object has not been set" while no store is
+// set. GetValue is deliberately lenient: a value the store cannot give reads
+// as empty text.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ombrel/cards/ccard.h"
+#include "ombrel/cardstore/icardstore.h"
+#include "ombrel/foundation/error.h"
+
+namespace ombrel {
+
+class CCardStoreMgr {
+ public:
+  void SetCardStore(std::shared_ptr<ICardStore> cardStoreObj) { cardStore_ = std::move(cardStoreObj); }
+  std::shared_ptr<ICardStore> GetCardStore() const { return cardStore_; }
+
+  bool Connect();
+  bool Disconnect();
+  int32_t GetNumberOfCards();
+  int32_t GetCardID(int32_t cardIndex);
+  // Asks the store twice in a row and believes only the second answer; hosts
+  // have always been called this way, so the double call stays.
+  bool CardExists(int32_t cardId);
+  int32_t GetCardDIB(int32_t cardId);
+  int32_t GetBackDIB(int32_t cardId);
+  void SetCardDIB(int32_t cardId, int32_t dib);
+  void SetBackDIB(int32_t cardId, int32_t dib);
+  bool HasFrontImage(int32_t cardId);
+  bool HasBackImage(int32_t cardId);
+  std::string GetLabels(const std::string& labelType);
+  std::string GetCustomFields();
+  std::string GetCategories();
+  std::string GetValue(int32_t cardId, const std::string& fieldName);  // failure reads as ""
+  void PutValue(int32_t cardId, const std::string& fieldName, const std::string& value);
+  void DeleteCard(int32_t cardId);
+  bool BeginUpdate();
+  bool CommitUpdate();
+  bool AbortUpdate();
+  // The store's last error text; empty while no store is set.
+  std::string GetLastError();
+
+  // Reads a whole card: the standard fields, the custom fields the store
+  // declares, each filled field's label, rectangle, levels and suspect flags,
+  // and the last name. Raises when the store's data is malformed; never
+  // leaves a partial card with the caller.
+  std::shared_ptr<CCard> GetCard(int32_t cardId);
+  // Builds a card exactly as GetCard does, but from values already read (a
+  // scan) and a custom-field text read once for many cards; GetCard is this
+  // with the store's GetValue and GetCustomFields.
+  std::shared_ptr<CCard> BuildCard(int32_t cardId, const std::string& customFields,
+                                   const std::function<std::string(const std::string& name)>& getValue);
+
+ private:
+  // The custom-field text split into the fields it declares, kept for the
+  // last text seen: a scan passes the same text for every card. A malformed
+  // line is remembered with its error, raised once the fields before it
+  // have been added, as a line-by-line reading would.
+  struct CustomFieldPlan {
+    std::string text;
+    std::vector<std::pair<std::string, bool>> fields;  // name, read-only
+    std::optional<Error> error;
+  };
+
+  ICardStore& Store() const;
+  [[noreturn]] void RaiseFailure(const std::string& message);
+  const CustomFieldPlan& PlanCustomFields(const std::string& customFields);
+
+  std::shared_ptr<ICardStore> cardStore_;
+  std::optional<CustomFieldPlan> plan_;
+};
+
+// The component's one shared manager, replaced on each connect. Null until set.
+std::shared_ptr<CCardStoreMgr>& CardStoreMgr();
+
+}  // namespace ombrel

@@ -1,0 +1,252 @@
+#include "ombrel/cards/ccard.h"
+
+#include <functional>
+#include <string_view>
+
+#include "ombrel/cards/field_catalogue.h"
+#include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/foundation/error.h"
+#include "ombrel/foundation/messages.h"
+
+namespace ombrel {
+
+namespace {
+
+constexpr std::string_view kCrLf = "\r\n";
+
+std::shared_ptr<CCardField> NewEmptyField(const std::string& name) {
+  // Equal to SetData(name, "", "", none, 100, 100, false, false) on a new field.
+  auto field = std::make_shared<CCardField>();
+  field->SetFieldName(name);
+  return field;
+}
+
+bool IsStoreBookkeeping(std::string_view name) {
+  return name == "Creation Date" || name == "Modified Date" || name == "Solvane Status";
+}
+
+}  // namespace
+
+CCard::CCard() {
+  fields_.RestrictType("CCardField");
+  for (std::string_view name : kStandardFieldNames) {
+    std::string key(name);
+    fields_.AddItem(key, NewEmptyField(key));
+  }
+}
+
+void CCard::MakeNonStandardCard() {
+  fields_ = CHashTable();
+  fields_.RestrictType("CCardField");
+  nonStandard_ = true;
+}
+
+std::shared_ptr<CCard> CCard::Clone() const {
+  auto card = std::make_shared<CCard>();
+  if (nonStandard_) card->MakeNonStandardCard();
+  for (int32_t i = 1; i <= fields_.GetNumItems(); ++i) {
+    const std::string& name = fields_.GetIndexedKey(i);
+    auto clone = FieldAt(i).Clone();
+    if (card->fields_.Contains(name)) card->fields_.SetItem(name, std::move(clone));
+    else card->fields_.AddItem(name, std::move(clone));
+  }
+  card->SetCardId(GetCardID());
+  if (hasStoredCardId_) card->SetStoredCardId(storedCardId_);
+  card->tag = tag;
+  card->SetLastName(lastName_);
+  if (frontImage) card->frontImage = frontImage->Clone();
+  if (backImage) card->backImage = backImage->Clone();
+  return card;
+}
+
+void CCard::AddField(const std::string& fieldName, bool readOnly) {
+  auto field = NewEmptyField(fieldName);
+  if (readOnly) field->MakeReadOnly();
+  fields_.AddItem(fieldName, std::move(field));
+}
+
+void CCard::SetData(const std::string& fieldName, const std::string& text, const std::string& userLabel,
+                    const CRectangle* rect, int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect,
+                    bool catSuspect) {
+  auto field = std::make_shared<CCardField>();
+  field->SetData(fieldName, text, userLabel, rect, ocrConfLevel, catConfLevel, ocrSuspect, catSuspect);
+  if (fields_.Contains(fieldName) && GetField(fieldName)->IsReadOnlyType()) field->MakeReadOnly();
+  // The new field is ours alone, so it can be stored as the copy SetField
+  // would make; that saves an allocation per field while reading cards.
+  StoreField(std::move(field));
+}
+
+void CCard::SetField(const CCardField& field) { StoreField(field.Clone()); }
+
+void CCard::StoreField(std::shared_ptr<CCardField> field) {
+  field->NormaliseAsCopy();
+  const std::string& name = field->Name();
+  bool known = fields_.Contains(name);
+  if (!known) {
+    if (!nonStandard_) RaiseTrap("Card cannot set unknown field: " + name);
+    AddField(name, false);
+  }
+  std::string key = name;
+  bool isName = key == "Name";
+  fields_.SetItem(key, std::move(field));
+  if (isName) lastName_.clear();
+}
+
+void CCard::SetCardId(int32_t cardId) {
+  cardId_ = cardId;
+  hasCardId_ = true;
+}
+
+int32_t CCard::GetCardID() const {
+  if (!hasCardId_) RaiseTrap("Missing card ID");
+  return cardId_;
+}
+
+void CCard::SetStoredCardId(int32_t id) {
+  storedCardId_ = id;
+  hasStoredCardId_ = true;
+}
+
+int32_t CCard::GetStoredCardId() const {
+  if (!hasStoredCardId_) RaiseTrap("Missing stored card ID");
+  return storedCardId_;
+}
+
+void CCard::SetLastName(const std::string& lastName) {
+  if (!nonStandard_ && !lastName.empty()) {
+    CString name(FieldText("Name"));
+    CString last(lastName);
+    if (!name.RemoveWhiteSpace().Contains(last.RemoveWhiteSpace().Value()))
+      RaiseTrap("Name field does not contain given last name: " + lastName);
+  }
+  lastName_ = lastName;
+}
+
+void CCard::SetVerified(int16_t val) {
+  if (val != 0 && val != 1) RaiseTrap("Unknown value for \"Verified\" field: " + std::to_string(val));
+  GetField("Verified")->SetText(val == 1 ? "Yes" : "No");
+}
+
+bool CCard::IsVerified() const { return FieldText("Verified") == "Yes"; }
+
+bool CCard::IsFieldEmpty(const std::string& fieldName) const {
+  if (!fields_.Contains(fieldName)) RaiseTrap("Unknown field name: " + fieldName);
+  return !static_cast<const CCardField&>(*fields_.GetItem(fieldName)).HasText();
+}
+
+std::shared_ptr<CCardField> CCard::GetField(const std::string& fieldName) const {
+  if (!fields_.Contains(fieldName)) RaiseTrap("Card does not contain unknown field: " + fieldName);
+  return std::static_pointer_cast<CCardField>(fields_.GetItem(fieldName));
+}
+
+const std::string& CCard::FieldText(const std::string& fieldName) const {
+  if (!fields_.Contains(fieldName)) RaiseTrap("Card does not contain unknown field: " + fieldName);
+  // The table keeps the field alive, so the view outlives the temporary reference.
+  return static_cast<const CCardField&>(*fields_.GetItem(fieldName)).Text();
+}
+
+CString CCard::GetFieldText(const std::string& fieldName) const { return CString(FieldText(fieldName)); }
+
+const CCardField& CCard::FieldAt(int32_t position) const {
+  return static_cast<const CCardField&>(*fields_.GetIndexedItem(position));
+}
+
+std::string CCard::GetFreeExtraPhoneField() const {
+  const CDictionary& names = ExtraPhoneFieldNames();
+  for (int32_t i = 1; i <= names.GetNumItems(); ++i) {
+    std::string name = names.GetItem(i);
+    if (IsFieldEmpty(name)) return name;
+  }
+  return {};
+}
+
+std::string CCard::GetFreeExtraEmailField() const {
+  const CDictionary& names = ExtraEmailFieldNames();
+  for (int32_t i = 1; i <= names.GetNumItems(); ++i) {
+    std::string name = names.GetItem(i);
+    if (IsFieldEmpty(name)) return name;
+  }
+  return {};
+}
+
+std::shared_ptr<CList> CCard::GetUserLabels(const std::string& fieldType) const {
+  if (fieldType != "Phone" && fieldType != "Email") RaiseTrap("Unknown field type: " + fieldType);
+  auto labels = std::make_shared<CList>();
+  for (int32_t i = 1; i <= NumFields(); ++i) {
+    const CCardField& field = FieldAt(i);
+    if (field.Name().starts_with(fieldType) && !field.Label().empty())
+      labels->AddItem(std::make_shared<CString>(field.Label()));
+  }
+  return labels;
+}
+
+void CCard::GetSuspectInfo(int32_t& numOcrSuspects, int32_t& numCatSuspects, int32_t& confLevel) {
+  if (IsVerified()) {
+    confLevel = 5;
+  } else {
+    for (int32_t i = 1; i <= NumFields(); ++i) {
+      const CCardField& field = FieldAt(i);
+      if (field.IsOcrSuspect()) numOcrSuspects = CheckedAdd(numOcrSuspects, 1);
+      if (field.IsCatSuspect()) numCatSuspects = CheckedAdd(numCatSuspects, 1);
+    }
+    auto& mgr = CardStoreMgr();
+    if (!mgr) RaiseTrap("Card store manager has not been set");
+    CString certainty(mgr->GetValue(GetCardID(), std::string(kCertaintyValue)));
+    if (certainty.Value().empty()) RaiseTrap("Cannot retrieve card confidence level from the database");
+    int32_t value = certainty.ToLong();
+    if (value < 0 || value > 100) RaiseTrap("Unexpected card confidence level: " + std::to_string(value));
+    confLevel = RoundHalfEven(value * 5.0 / 100.0);
+  }
+  if (confLevel < 0 || confLevel > 5) RaiseTrap("Confidence level out of range");
+}
+
+int32_t CCard::GetConfLevel() {
+  uint64_t hash = std::hash<std::string>{}(ToStr());
+  if (!hasCachedDump_ || hash != cachedDumpHash_) {
+    // The dump is remembered before the level is computed: a failed
+    // computation keeps the old level for this dump.
+    hasCachedDump_ = true;
+    cachedDumpHash_ = hash;
+    int32_t numOcr = 0;
+    int32_t numCat = 0;
+    GetSuspectInfo(numOcr, numCat, cachedConfLevel_);
+  }
+  return cachedConfLevel_;
+}
+
+std::string CCard::GetText() const {
+  std::string out;
+  for (int32_t i = 1; i <= NumFields(); ++i) {
+    const CCardField& field = FieldAt(i);
+    const std::string& name = field.Name();
+    if (!field.HasText() || name == "Categories" || name == "Verified" || IsStoreBookkeeping(name)) continue;
+    out += field.Text();
+    out += kCrLf;
+  }
+  return out;
+}
+
+std::string CCard::GetAllUserModifiableData() const {
+  std::string out;
+  for (int32_t i = 1; i <= NumFields(); ++i) {
+    const CCardField& field = FieldAt(i);
+    if (IsStoreBookkeeping(field.Name())) continue;
+    out += field.Label();
+    out += '\t';
+    out += field.Text();
+    out += kCrLf;
+  }
+  return out;
+}
+
+std::string CCard::ToStr() const {
+  std::string out;
+  out.reserve(static_cast<size_t>(NumFields()) * 96);
+  for (int32_t i = 1; i <= NumFields(); ++i) {
+    FieldAt(i).AppendDump(out);
+    out += kCrLf;
+  }
+  return out;
+}
+
+}  // namespace ombrel

@@ -1,0 +1,299 @@
+#include "ombrel/cardstore/ccardstoremgr.h"
+
+#include <string_view>
+
+#include "ombrel/cards/field_catalogue.h"
+#include "ombrel/foundation/clist.h"
+#include "ombrel/foundation/cstring.h"
+
+namespace ombrel {
+
+namespace {
+
+constexpr std::string_view kCrLf = "\r\n";
+
+// One field's stored data with the defaults of a value that is absent.
+struct FieldData {
+  std::string text;
+  int32_t left = 0;
+  int32_t top = 0;
+  int32_t right = 0;
+  int32_t bottom = 0;
+  int32_t ocrLevel = 100;
+  int32_t catLevel = 100;
+  bool ocrSuspect = false;
+  bool catSuspect = false;
+};
+
+// Fields whose geometry and levels are never read: their text is not
+// something recognition found on the card.
+bool SkipsGeometry(std::string_view name) {
+  return name == "Notes" || name == "Categories" || name == "Verified" || name == "Solvane Status" ||
+         name == "Creation Date" || name == "Modified Date";
+}
+
+// Splits on blanks as CString::GetTokens does: runs of blanks give no empty tokens.
+std::vector<std::string_view> SplitOnBlanks(std::string_view text) {
+  std::vector<std::string_view> tokens;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    size_t start = text.find_first_not_of(' ', pos);
+    if (start == std::string_view::npos) break;
+    size_t end = text.find(' ', start);
+    if (end == std::string_view::npos) end = text.size();
+    tokens.push_back(text.substr(start, end - start));
+    pos = end;
+  }
+  return tokens;
+}
+
+int32_t ToInt(std::string_view token) { return CString(token).ToLong(); }
+
+// Characters, not bytes: a multi-byte middle character still makes three.
+size_t CountCharacters(std::string_view text) {
+  size_t n = 0;
+  for (char c : text)
+    if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) ++n;
+  return n;
+}
+
+FieldData ReadFieldData(const std::string& name,
+                        const std::function<std::string(const std::string& name)>& getValue) {
+  FieldData data;
+  try {
+    data.text = CString::TrimText(getValue(name));
+    if (SkipsGeometry(name) || data.text.empty()) return data;
+
+    std::string key;
+    key.reserve(name.size() + kConfidenceLevelsSuffix.size());
+    key.assign(name).append(kRectangleSuffix);
+    std::string value = getValue(key);
+    if (!value.empty()) {
+      auto tokens = SplitOnBlanks(value);
+      if (tokens.size() != 4) RaiseTrap("Incorrect rectangle information: " + value);
+      data.left = ToInt(tokens[0]);
+      data.top = ToInt(tokens[1]);
+      data.right = ToInt(tokens[2]);
+      data.bottom = ToInt(tokens[3]);
+    }
+
+    key.assign(name).append(kConfidenceLevelsSuffix);
+    value = getValue(key);
+    if (!value.empty()) {
+      auto tokens = SplitOnBlanks(value);
+      if (tokens.size() != 2) RaiseTrap("Incorrect confidence levels: " + value);
+      data.ocrLevel = ToInt(tokens[0]);
+      data.catLevel = ToInt(tokens[1]);
+    }
+
+    key.assign(name).append(kSuspectInfoSuffix);
+    value = getValue(key);
+    if (!value.empty()) {
+      if (CountCharacters(value) != 3) RaiseTrap("Incorrect suspect info: " + value);
+      if (value.front() == '1') data.ocrSuspect = true;
+      else if (value.front() != '0') RaiseTrap("Incorrect suspect info: " + value);
+      if (value.back() == '1') data.catSuspect = true;
+      else if (value.back() != '0') RaiseTrap("Incorrect suspect info: " + value);
+    }
+  } catch (const Error& e) {
+    RaiseTrap("Failed to get field data for field: " + name + std::string(kCrLf) + e.Description());
+  }
+  return data;
+}
+
+int32_t ClampLevel(int32_t level) { return level < 0 || level > 100 ? 100 : level; }
+
+}  // namespace
+
+std::shared_ptr<CCardStoreMgr>& CardStoreMgr() {
+  static std::shared_ptr<CCardStoreMgr> manager;
+  return manager;
+}
+
+ICardStore& CCardStoreMgr::Store() const {
+  if (!cardStore_) RaiseTrap("Cardstore object has not been set");
+  return *cardStore_;
+}
+
+void CCardStoreMgr::RaiseFailure(const std::string& message) {
+  RaiseTrap(message + std::string(kCrLf) + cardStore_->GetLastError());
+}
+
+bool CCardStoreMgr::Connect() {
+  if (Store().Connect() != 0) RaiseFailure("Failed to connect properly to card store");
+  return true;
+}
+
+bool CCardStoreMgr::Disconnect() {
+  if (Store().Disconnect() != 0) RaiseFailure("Failed to disconnect properly from card store");
+  return true;
+}
+
+int32_t CCardStoreMgr::GetNumberOfCards() {
+  int32_t count = 0;
+  if (Store().GetNumberOfCards(count) != 0) RaiseFailure("Failed to get number of cards");
+  return count;
+}
+
+int32_t CCardStoreMgr::GetCardID(int32_t cardIndex) {
+  int32_t cardId = 0;
+  if (Store().GetCardID(cardIndex, cardId) != 0)
+    RaiseFailure("Failed to get cardId for card: " + std::to_string(cardIndex));
+  return cardId;
+}
+
+bool CCardStoreMgr::CardExists(int32_t cardId) {
+  ICardStore& store = Store();
+  bool discarded = false;
+  store.CardExists(cardId, discarded);
+  bool answer = false;
+  if (store.CardExists(cardId, answer) != 0)
+    RaiseFailure("Failed to find if card exist for cardID: " + std::to_string(cardId));
+  return answer;
+}
+
+int32_t CCardStoreMgr::GetCardDIB(int32_t cardId) {
+  int32_t dib = 0;
+  if (Store().GetCardDIB(cardId, dib) != 0) RaiseFailure("Failed to get card image for card: " + std::to_string(cardId));
+  return dib;
+}
+
+int32_t CCardStoreMgr::GetBackDIB(int32_t cardId) {
+  int32_t dib = 0;
+  if (Store().GetBackDIB(cardId, dib) != 0) RaiseFailure("Failed to get back image for card: " + std::to_string(cardId));
+  return dib;
+}
+
+void CCardStoreMgr::SetCardDIB(int32_t cardId, int32_t dib) {
+  if (Store().SetCardDIB(cardId, dib) != 0) RaiseFailure("Failed to set card image for card: " + std::to_string(cardId));
+}
+
+void CCardStoreMgr::SetBackDIB(int32_t cardId, int32_t dib) {
+  if (Store().SetBackDIB(cardId, dib) != 0) RaiseFailure("Failed to set back image for card: " + std::to_string(cardId));
+}
+
+bool CCardStoreMgr::HasFrontImage(int32_t cardId) {
+  bool answer = false;
+  if (Store().HasFrontImage(cardId, answer) != 0)
+    RaiseFailure("Failed to find out if front image exists for card: " + std::to_string(cardId));
+  return answer;
+}
+
+bool CCardStoreMgr::HasBackImage(int32_t cardId) {
+  bool answer = false;
+  if (Store().HasBackImage(cardId, answer) != 0)
+    RaiseFailure("Failed to find out if back image exists for card: " + std::to_string(cardId));
+  return answer;
+}
+
+std::string CCardStoreMgr::GetLabels(const std::string& labelType) {
+  std::string labels;
+  if (Store().GetLabels(labelType, labels) != 0) RaiseFailure("Failed to get labels for: " + labelType);
+  return labels;
+}
+
+std::string CCardStoreMgr::GetCustomFields() {
+  std::string fields;
+  if (Store().GetCustomFields(fields) != 0) RaiseFailure("Failed to get list of custom fields");
+  return fields;
+}
+
+std::string CCardStoreMgr::GetCategories() {
+  std::string categories;
+  if (Store().GetCategories(categories) != 0) RaiseFailure("Failed to get categories");
+  return categories;
+}
+
+std::string CCardStoreMgr::GetValue(int32_t cardId, const std::string& fieldName) {
+  std::string value;
+  if (Store().GetValue(cardId, fieldName, value) != 0) return {};
+  return value;
+}
+
+void CCardStoreMgr::PutValue(int32_t cardId, const std::string& fieldName, const std::string& value) {
+  if (Store().PutValue(cardId, fieldName, value) != 0)
+    RaiseFailure("Failed to put value for card with ID: " + std::to_string(cardId) + " and field name: " + fieldName);
+}
+
+void CCardStoreMgr::DeleteCard(int32_t cardId) {
+  if (Store().DeleteCard(cardId) != 0) RaiseFailure("Failed to delete card with ID: " + std::to_string(cardId));
+}
+
+bool CCardStoreMgr::BeginUpdate() {
+  if (Store().BeginUpdate() != 0) RaiseFailure("Failed to Begin Updates");
+  return true;
+}
+
+bool CCardStoreMgr::CommitUpdate() {
+  if (Store().CommitUpdate() != 0) RaiseFailure("Failed to Commit Updates");
+  return true;
+}
+
+bool CCardStoreMgr::AbortUpdate() {
+  if (Store().AbortUpdate() != 0) RaiseFailure("Failed to Abort Updates");
+  return true;
+}
+
+std::string CCardStoreMgr::GetLastError() { return cardStore_ ? cardStore_->GetLastError() : std::string(); }
+
+std::shared_ptr<CCard> CCardStoreMgr::GetCard(int32_t cardId) {
+  std::string customFields = GetCustomFields();
+  return BuildCard(cardId, customFields, [this, cardId](const std::string& name) { return GetValue(cardId, name); });
+}
+
+const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std::string& customFields) {
+  if (plan_ && plan_->text == customFields) return *plan_;
+  CustomFieldPlan plan;
+  plan.text = customFields;
+  try {
+    auto lines = CString(customFields).GetTokens(kCrLf, false);
+    for (int32_t i = 1; i <= lines->GetNumItems(); ++i) {
+      auto tokens = lines->GetItemAs<CString>(i)->GetTokens("\t", false);
+      const std::string& type = tokens->GetItemAs<CString>(2)->Value();
+      const std::string& visibility = tokens->GetItemAs<CString>(3)->Value();
+      if (type == "TEXT" && visibility != "HIDDEN") {
+        const std::string& access = tokens->GetItemAs<CString>(4)->Value();
+        plan.fields.emplace_back(tokens->GetItemAs<CString>(1)->Value(), access == "READONLY");
+      }
+    }
+  } catch (const Error& e) {
+    plan.error = e;
+  }
+  plan_ = std::move(plan);
+  return *plan_;
+}
+
+std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
+                                                 const std::function<std::string(const std::string& name)>& getValue) {
+  auto card = std::make_shared<CCard>();
+  const CustomFieldPlan& plan = PlanCustomFields(customFields);
+  for (const auto& [name, readOnly] : plan.fields) card->AddField(name, readOnly);
+  if (plan.error) throw *plan.error;
+
+  card->SetCardId(cardId);
+  card->SetStoredCardId(cardId);
+
+  std::string labelKey;
+  for (int32_t i = 1; i <= card->NumFields(); ++i) {
+    const std::string name = card->GetFields().GetIndexedKey(i);
+    FieldData data = ReadFieldData(name, getValue);
+    if (data.text.empty()) continue;
+
+    std::string label;
+    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) {
+      labelKey.assign(name).append(kLabelSuffix);
+      label = getValue(labelKey);
+    }
+    int32_t width = CheckedSub(data.right, data.left);
+    int32_t height = CheckedSub(data.bottom, data.top);
+    if (width < 0 || height < 0) width = height = 0;
+    CRectangle rect(data.top, data.left, width, height);
+    card->SetData(name, data.text, label, &rect, ClampLevel(data.ocrLevel), ClampLevel(data.catLevel),
+                  data.ocrSuspect, data.catSuspect);
+  }
+
+  card->SetLastName(CString::TrimText(getValue(std::string(kLastNameValue))));
+  return card;
+}
+
+}  // namespace ombrel

@@ -1,0 +1,375 @@
+#include "ombrel/cards/ccard.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ombrel/cards/field_catalogue.h"
+#include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/foundation/error.h"
+#include "support/fake_card_store.h"
+
+namespace ombrel {
+namespace {
+
+std::string ErrorText(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const Error& e) {
+    return e.Description();
+  }
+  return "<no error>";
+}
+
+void SetText(CCard& card, const std::string& name, const std::string& text) {
+  card.SetData(name, text, "", nullptr, 100, 100, false, false);
+}
+
+std::string FieldNames(const CCard& card) {
+  std::string names;
+  for (int32_t i = 1; i <= card.NumFields(); ++i) names += card.FieldAt(i).Name() + "|";
+  return names;
+}
+
+std::string Join(const CList& list) {
+  std::string out;
+  for (int32_t i = 1; i <= list.GetNumItems(); ++i) out += list.GetItemAs<CString>(i)->Value() + "|";
+  return out;
+}
+
+TEST(CCardTest, NewCardCarriesTheEmptyCatalogueInOrder) {
+  CCard card;
+  std::string expected;
+  for (auto name : kStandardFieldNames) expected += std::string(name) + "|";
+  EXPECT_EQ(FieldNames(card), expected);
+  std::string expectedDump;
+  for (auto name : kStandardFieldNames)
+    expectedDump += "FIELD:" + std::string(name) +
+                    " TEXT: RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False\r\n";
+  EXPECT_EQ(card.ToStr(), expectedDump);
+  for (auto name : kStandardFieldNames) EXPECT_FALSE(card.GetField(std::string(name))->IsReadOnlyType()) << name;
+  EXPECT_TRUE(card.IsFieldEmpty("Phone 1"));
+  EXPECT_FALSE(card.HasCardId());
+  EXPECT_EQ(ErrorText([&] { card.GetCardID(); }), "Missing card ID");
+}
+
+TEST(CCardTest, FreeExtraFields) {
+  struct Case {
+    std::vector<std::string> filled;
+    std::string phone;
+    std::string email;
+  };
+  const std::vector<Case> cases = {
+      {{}, "Phone 1", "Email 1"},
+      {{"Phone 1", "Phone 2", "Email 2"}, "Phone 3", "Email 1"},
+      {{"Phone", "Email"}, "Phone 1", "Email 1"},
+      {{"Phone 1", "Phone 2", "Phone 3", "Phone 4", "Phone 5", "Phone 6"}, "", "Email 1"},
+      {{"Email 1", "Email 2", "Email 3", "Email 4", "Email 5", "Email 6", "Phone 6"}, "Phone 1", ""},
+  };
+  for (const Case& c : cases) {
+    CCard card;
+    for (const auto& name : c.filled) SetText(card, name, "x");
+    EXPECT_EQ(card.GetFreeExtraPhoneField(), c.phone) << c.filled.size();
+    EXPECT_EQ(card.GetFreeExtraEmailField(), c.email) << c.filled.size();
+  }
+  CCard odd;
+  odd.MakeNonStandardCard();
+  EXPECT_EQ(ErrorText([&] { odd.GetFreeExtraPhoneField(); }), "Unknown field name: Phone 1");
+}
+
+TEST(CCardTest, UnknownFieldsAreRefusedOnStandardCardsAndAddedOnOthers) {
+  CCard card;
+  EXPECT_EQ(ErrorText([&] { SetText(card, "Nickname", "Bob"); }), "Card cannot set unknown field: Nickname");
+  EXPECT_EQ(ErrorText([&] { card.GetField("Nickname"); }), "Card does not contain unknown field: Nickname");
+  EXPECT_EQ(ErrorText([&] { card.IsFieldEmpty("Nickname"); }), "Unknown field name: Nickname");
+  EXPECT_EQ(ErrorText([&] { card.FieldText("Nickname"); }), "Card does not contain unknown field: Nickname");
+  EXPECT_FALSE(card.IsStandardFieldName("Nickname"));
+
+  CCard odd;
+  odd.MakeNonStandardCard();
+  EXPECT_EQ(odd.NumFields(), 0);
+  SetText(odd, "Nickname", "Bob");
+  SetText(odd, "Title", "CEO");
+  SetText(odd, "Nickname", "Bobby");
+  EXPECT_EQ(FieldNames(odd), "Nickname|Title|");
+  EXPECT_EQ(odd.FieldText("Nickname"), "Bobby");
+  EXPECT_TRUE(odd.IsStandardFieldName("Title"));
+  EXPECT_FALSE(odd.IsStandardFieldName("Name"));
+}
+
+TEST(CCardTest, AddFieldAppendsAfterTheCatalogueAndRejectsDuplicates) {
+  CCard card;
+  card.AddField("Badge", true);
+  card.AddField("Nickname", false);
+  EXPECT_EQ(card.NumFields(), 30);
+  EXPECT_EQ(card.FieldAt(29).Name(), "Badge");
+  EXPECT_TRUE(card.FieldAt(29).IsReadOnlyType());
+  EXPECT_FALSE(card.FieldAt(30).IsReadOnlyType());
+  EXPECT_EQ(ErrorText([&] { card.AddField("Title", false); }), "HashTable already contains key: Title");
+}
+
+TEST(CCardTest, SetDataKeepsTheDatabasesReadOnlyTypeAndFailsWithoutChangingTheCard) {
+  CCard card;
+  card.AddField("Badge", true);
+  SetText(card, "Badge", "B-17");
+  EXPECT_TRUE(card.GetField("Badge")->IsReadOnlyType());
+  SetText(card, "Title", "CEO");
+
+  std::string before = card.ToStr();
+  EXPECT_EQ(ErrorText([&] { card.SetData("Title", "CTO", "", nullptr, 101, 100, false, false); }),
+            "OCR confidence level 101 is out of expected range 0-100");
+  EXPECT_EQ(ErrorText([&] { card.SetData("Title", "CTO", "Boss", nullptr, 100, 100, false, false); }),
+            "Only additional Email or Phone fields may contain user labels");
+  EXPECT_EQ(card.ToStr(), before);
+}
+
+TEST(CCardTest, SetFieldStoresACopyAndGetFieldHandsOutTheStoredOne) {
+  CCard card;
+  CCardField title;
+  title.SetData("Title", "CEO", "", nullptr, 80, 90, true, false);
+  card.SetField(title);
+  title.SetText("changed by caller");
+  EXPECT_EQ(card.FieldText("Title"), "CEO");
+
+  card.GetField("Title")->SetText("edited in place");
+  EXPECT_EQ(card.GetFieldText("Title").Value(), "edited in place");
+
+  // The copy is made by Copy, so an empty "Company" stored in a card carries the flag.
+  CCardField company;
+  company.SetFieldName("Company");
+  card.SetField(company);
+  EXPECT_TRUE(card.GetField("Company")->OcrSuspectFlag());
+  SetText(card, "Name", "");
+  EXPECT_TRUE(card.GetField("Name")->OcrSuspectFlag());
+}
+
+TEST(CCardTest, SettingTheNameForgetsTheLastName) {
+  CCard card;
+  SetText(card, "Name", "John Smith");
+  card.SetLastName("Smith");
+  SetText(card, "Title", "CEO");
+  EXPECT_EQ(card.GetLastName(), "Smith");
+  SetText(card, "Name", "John Smith");
+  EXPECT_EQ(card.GetLastName(), "");
+
+  card.SetLastName("Smith");
+  CCardField name;
+  name.SetData("Name", "J. Smith", "", nullptr, 100, 100, false, false);
+  card.SetField(name);
+  EXPECT_EQ(card.GetLastName(), "");
+}
+
+TEST(CCardTest, LastNameMustBeInTheNameIgnoringWhiteSpace) {
+  struct Case {
+    std::string name;
+    std::string lastName;
+    bool ok;
+  };
+  const std::vector<Case> cases = {
+      {"John  Smith", "Smith", true},   {"John Smyth", "Smith", false}, {"John Smyth", "", true},
+      {"", "", true},                   {"Anna Van Dyke", "VanDyke", true}, {"Anna VanDyke", "Van Dyke", true},
+      {"john smith", "Smith", false},
+  };
+  for (const Case& c : cases) {
+    CCard card;
+    SetText(card, "Name", c.name);
+    std::string expected = c.ok ? "<no error>" : "Name field does not contain given last name: " + c.lastName;
+    EXPECT_EQ(ErrorText([&] { card.SetLastName(c.lastName); }), expected) << c.name << "/" << c.lastName;
+    EXPECT_EQ(card.GetLastName(), c.ok ? c.lastName : "");
+  }
+  CCard odd;
+  odd.MakeNonStandardCard();
+  odd.SetLastName("Smith");
+  EXPECT_EQ(odd.GetLastName(), "Smith");
+}
+
+TEST(CCardTest, Verified) {
+  CCard card;
+  EXPECT_EQ(ErrorText([&] { card.SetVerified(2); }), "Unknown value for \"Verified\" field: 2");
+  EXPECT_EQ(ErrorText([&] { card.SetVerified(-1); }), "Unknown value for \"Verified\" field: -1");
+  EXPECT_FALSE(card.IsVerified());
+  card.SetVerified(1);
+  EXPECT_EQ(card.FieldText("Verified"), "Yes");
+  EXPECT_TRUE(card.IsVerified());
+  card.SetVerified(0);
+  EXPECT_EQ(card.FieldText("Verified"), "No");
+  EXPECT_FALSE(card.IsVerified());
+  SetText(card, "Verified", "yes");
+  EXPECT_FALSE(card.IsVerified());
+}
+
+TEST(CCardTest, UserLabelsOfAKindInTableOrder) {
+  CCard card;
+  card.SetData("Phone 5", "1", "Mobile", nullptr, 100, 100, false, false);
+  card.SetData("Phone 2", "2", "Work", nullptr, 100, 100, false, false);
+  card.SetData("Phone 3", "3", "", nullptr, 100, 100, false, false);
+  card.SetData("Email 1", "a@b.c", "Private", nullptr, 100, 100, false, false);
+  EXPECT_EQ(Join(*card.GetUserLabels("Phone")), "Work|Mobile|");
+  EXPECT_EQ(Join(*card.GetUserLabels("Email")), "Private|");
+  EXPECT_EQ(ErrorText([&] { card.GetUserLabels("Fax"); }), "Unknown field type: Fax");
+  EXPECT_EQ(ErrorText([&] { card.GetUserLabels("phone"); }), "Unknown field type: phone");
+}
+
+TEST(CCardTest, TextsOfTheCard) {
+  CCard card;
+  SetText(card, "Name", "Ann Lee");
+  SetText(card, "Company", "Acme");
+  card.SetData("Phone 1", "555", "Work", nullptr, 100, 100, false, false);
+  SetText(card, "Verified", "Yes");
+  SetText(card, "Notes", "met at fair");
+  SetText(card, "Categories", "Clients");
+  SetText(card, "Creation Date", "2001-01-01");
+  SetText(card, "Solvane Status", "OK");
+  card.AddField("Nickname", false);
+  SetText(card, "Nickname", "Annie");
+
+  EXPECT_EQ(card.GetText(), "Ann Lee\r\nAcme\r\n555\r\nmet at fair\r\nAnnie\r\n");
+}
+
+TEST(CCardTest, UserModifiableDataSkipsOnlyTheStoresBookkeeping) {
+  CCard card;
+  card.MakeNonStandardCard();
+  SetText(card, "Name", "Ann");
+  SetText(card, "Creation Date", "2001-01-01");
+  card.SetData("Phone 1", "555", "Work", nullptr, 100, 100, false, false);
+  SetText(card, "Notes", "");
+  SetText(card, "Solvane Status", "OK");
+  SetText(card, "Modified Date", "2002-02-02");
+  EXPECT_EQ(card.GetAllUserModifiableData(), "\tAnn\r\nWork\t555\r\n\t\r\n");
+}
+
+TEST(CCardTest, CloneIsDeepAndRechecksTheLastName) {
+  CCard card;
+  card.AddField("Badge", true);
+  CRectangle rect(1, 2, 3, 4);
+  card.SetData("Name", "John Smith", "", &rect, 70, 80, false, true);
+  card.SetData("Badge", "B-1", "", nullptr, 100, 100, false, false);
+  card.SetCardId(42);
+  card.SetStoredCardId(42);
+  card.SetLastName("Smith");
+  card.tag = "Smith,John";
+  card.frontImage = std::make_shared<CLong>(7);
+
+  auto clone = card.Clone();
+  // Fields are cloned through Copy, so the empty Company now carries its OCR flag.
+  std::string expected = card.ToStr();
+  const std::string emptyCompany = "FIELD:Company TEXT: RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:";
+  expected.replace(expected.find(emptyCompany + "False"), emptyCompany.size() + 5, emptyCompany + "True");
+  EXPECT_EQ(clone->ToStr(), expected);
+  EXPECT_EQ(FieldNames(*clone), FieldNames(card));
+  EXPECT_EQ(clone->GetCardID(), 42);
+  EXPECT_EQ(clone->GetStoredCardId(), 42);
+  EXPECT_EQ(clone->GetLastName(), "Smith");
+  EXPECT_EQ(clone->tag, "Smith,John");
+  EXPECT_TRUE(clone->GetField("Badge")->IsReadOnlyType());
+  ASSERT_TRUE(clone->frontImage);
+  EXPECT_NE(clone->frontImage, card.frontImage);
+  EXPECT_EQ(clone->frontImage->Value(), 7);
+  EXPECT_FALSE(clone->backImage);
+  EXPECT_NE(clone->GetField("Name"), card.GetField("Name"));
+  clone->GetField("Name")->SetText("changed");
+  EXPECT_EQ(card.FieldText("Name"), "John Smith");
+
+  // A name edited in place behind the card's back no longer holds the last name.
+  card.GetField("Name")->SetText("Bob Jones");
+  EXPECT_EQ(ErrorText([&] { card.Clone(); }), "Name field does not contain given last name: Smith");
+
+  CCard noId;
+  EXPECT_EQ(ErrorText([&] { noId.Clone(); }), "Missing card ID");
+
+  CCard odd;
+  odd.MakeNonStandardCard();
+  SetText(odd, "Nickname", "Bob");
+  odd.SetCardId(1);
+  auto oddClone = odd.Clone();
+  EXPECT_EQ(FieldNames(*oddClone), "Nickname|");
+  EXPECT_FALSE(oddClone->HasStoredCardId());
+  SetText(*oddClone, "Other", "grows like its source");
+  EXPECT_EQ(oddClone->NumFields(), 2);
+}
+
+// The certainty a card's level comes from is read through the shared manager.
+class CCardConfidenceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    saved_ = CardStoreMgr();
+    store_ = std::make_shared<FakeCardStore>();
+    CardStoreMgr() = std::make_shared<CCardStoreMgr>();
+    CardStoreMgr()->SetCardStore(store_);
+  }
+  void TearDown() override { CardStoreMgr() = saved_; }
+
+  std::shared_ptr<CCard> CardWithCertainty(const std::string& certainty) {
+    store_->AddCard(9, {{"Certainty", certainty}});
+    auto card = std::make_shared<CCard>();
+    card->SetCardId(9);
+    return card;
+  }
+
+  std::shared_ptr<CCardStoreMgr> saved_;
+  std::shared_ptr<FakeCardStore> store_;
+};
+
+TEST_F(CCardConfidenceTest, LevelIsCertaintyInFifthsRoundedHalfToEven) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"0", "0"},   {"10", "0"},  {"30", "2"},  {"50", "2"},  {"69", "3"},  {"70", "4"},
+      {"90", "4"},  {"100", "5"}, {"" , "Cannot retrieve card confidence level from the database"},
+      {"101", "Unexpected card confidence level: 101"},       {"-1", "Unexpected card confidence level: -1"},
+      {"high", "Cannot convert string: high to number"},
+  };
+  for (const auto& [certainty, expected] : cases) {
+    auto card = CardWithCertainty(certainty);
+    std::string got;
+    try {
+      got = std::to_string(card->GetConfLevel());
+    } catch (const Error& e) {
+      got = e.Description();
+    }
+    EXPECT_EQ(got, expected) << "certainty '" << certainty << "'";
+  }
+}
+
+TEST_F(CCardConfidenceTest, SuspectCountsAddToTheCountersUnlessVerified) {
+  auto card = CardWithCertainty("0");
+  card->SetData("Title", "CEO", "", nullptr, 100, 100, true, true);
+  card->SetData("Phone", "555", "", nullptr, 100, 100, false, true);
+  int32_t ocr = 10, cat = 20, level = -7;
+  card->GetSuspectInfo(ocr, cat, level);
+  // Name and Company are empty and so OCR-suspect as well.
+  EXPECT_EQ(ocr, 13);
+  EXPECT_EQ(cat, 22);
+  EXPECT_EQ(level, 0);
+
+  card->SetVerified(1);
+  ocr = 0, cat = 0;
+  card->GetSuspectInfo(ocr, cat, level);
+  EXPECT_EQ(ocr, 0);
+  EXPECT_EQ(cat, 0);
+  EXPECT_EQ(level, 5);
+  EXPECT_EQ(store_->CallCount("GetValue"), 1);
+}
+
+TEST_F(CCardConfidenceTest, LevelIsCachedAgainstTheCardDump) {
+  auto card = CardWithCertainty("30");
+  EXPECT_EQ(card->GetConfLevel(), 2);
+  store_->SetValue(9, "Certainty", "100");
+  EXPECT_EQ(card->GetConfLevel(), 2);
+  EXPECT_EQ(store_->CallCount("GetValue"), 1);
+
+  SetText(*card, "Title", "CEO");
+  EXPECT_EQ(card->GetConfLevel(), 5);
+  EXPECT_EQ(store_->CallCount("GetValue"), 2);
+
+  // The dump is remembered before the level is computed: after a failed
+  // computation the same dump answers the old level.
+  store_->SetValue(9, "Certainty", "");
+  SetText(*card, "Title", "CTO");
+  EXPECT_EQ(ErrorText([&] { card->GetConfLevel(); }), "Cannot retrieve card confidence level from the database");
+  EXPECT_EQ(card->GetConfLevel(), 5);
+}
+
+}  // namespace
+}  // namespace ombrel

@@ -1,0 +1,249 @@
+#include "ombrel/cards/ccardfield.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ombrel/foundation/error.h"
+
+namespace ombrel {
+namespace {
+
+// The description of the error f raises, or "<no error>".
+std::string ErrorText(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const Error& e) {
+    return e.Description();
+  }
+  return "<no error>";
+}
+
+const std::string kLabelRule = "Only additional Email or Phone fields may contain user labels";
+
+TEST(CCardFieldTest, SetDataChecksLabelsAndLevels) {
+  struct Case {
+    std::string name;
+    std::string label;
+    int32_t ocr;
+    int32_t cat;
+    std::string expected;
+  };
+  const std::vector<Case> cases = {
+      {"Title", "", 100, 100, "<no error>"},
+      {"Title", "", 0, 0, "<no error>"},
+      {"Title", "", 101, 100, "OCR confidence level 101 is out of expected range 0-100"},
+      {"Title", "", 100, 101, "CAT confidence level 101 is out of expected range 0-100"},
+      {"Title", "", 101, 200, "OCR confidence level 101 is out of expected range 0-100"},
+      {"Phone", "Home", 100, 100, kLabelRule},
+      {"Fax", "Office", 100, 100, kLabelRule},
+      {"Email", "Private", 100, 100, kLabelRule},
+      {"Phone 2", "Home", 100, 100, "<no error>"},
+      {"Email 6", "Work", 100, 100, "<no error>"},
+      {"Email 7", "Work", 100, 100, kLabelRule},
+      {"phone 1", "Work", 100, 100, kLabelRule},
+      {"Phone", "", 100, 100, "<no error>"},
+      // An 8-bit level cannot hold these: the conversion overflows.
+      {"Title", "", 256, 100, "Overflow"},
+      {"Title", "", 100, -1, "Overflow"},
+  };
+  for (const Case& c : cases) {
+    CCardField field;
+    EXPECT_EQ(ErrorText([&] { field.SetData(c.name, "x", c.label, nullptr, c.ocr, c.cat, false, false); }), c.expected)
+        << c.name << " label=" << c.label << " ocr=" << c.ocr << " cat=" << c.cat;
+  }
+}
+
+TEST(CCardFieldTest, FailedSetDataKeepsEarlierStepsAndOldLevels) {
+  CCardField field;
+  CRectangle oldRect(1, 2, 3, 4);
+  field.SetData("Phone 1", "old", "Work", &oldRect, 40, 50, true, false);
+  CRectangle rect(10, 20, 30, 40);
+  EXPECT_EQ(ErrorText([&] { field.SetData("Phone 2", "  new ", "Home", &rect, 90, 101, false, true); }),
+            "CAT confidence level 101 is out of expected range 0-100");
+  EXPECT_EQ(field.ToStr(),
+            "FIELD:Phone 2 LABEL:Home TEXT:new RECT:T:10,L:20,W:30,H:40 OCR_CONF:40 CAT_CONF:50 "
+            "OCR_SUSP:True CAT_SUSP:False");
+
+  // The label check comes right after the name is stored.
+  EXPECT_EQ(ErrorText([&] { field.SetData("Fax", "fax", "Home", nullptr, 100, 100, false, false); }), kLabelRule);
+  EXPECT_EQ(field.Name(), "Fax");
+  EXPECT_EQ(field.Text(), "new");
+}
+
+TEST(CCardFieldTest, RenamingALabelledFieldChecksTheLabelAfterStoringTheName) {
+  CCardField field;
+  field.SetData("Phone 2", "555", "Home", nullptr, 100, 100, false, false);
+  field.SetFieldName("Phone 3");
+  EXPECT_EQ(field.Label(), "Home");
+  EXPECT_EQ(ErrorText([&] { field.SetFieldName("Phone"); }), kLabelRule);
+  EXPECT_EQ(field.GetFieldName().Value(), "Phone");
+
+  CCardField unlabelled;
+  unlabelled.SetData("Phone 2", "555", "", nullptr, 100, 100, false, false);
+  EXPECT_EQ(ErrorText([&] { unlabelled.SetFieldName("Phone"); }), "<no error>");
+}
+
+TEST(CCardFieldTest, UserLabelRules) {
+  CCardField field;
+  field.SetFieldName("Title");
+  EXPECT_EQ(ErrorText([&] { field.SetUserLabel("Boss"); }), kLabelRule);
+  field.SetUserLabel("");
+  field.SetFieldName("Email 3");
+  field.SetUserLabel("Home");
+  EXPECT_EQ(field.GetUserLabel().Value(), "Home");
+  field.SetUserLabel("");
+  EXPECT_EQ(field.GetUserLabel().Value(), "");
+  EXPECT_EQ(field.ToStr().find("LABEL:"), std::string::npos);
+}
+
+TEST(CCardFieldTest, TextIsTrimmedAndEmptyMeansNone) {
+  CCardField field;
+  field.SetFieldName("Title");
+  field.SetText(" \t x y \r\n");
+  EXPECT_EQ(field.GetText().Value(), "x y");
+  EXPECT_TRUE(field.HasText());
+  field.SetText("   ");
+  EXPECT_FALSE(field.HasText());
+  EXPECT_EQ(field.GetText().Value(), "");
+}
+
+TEST(CCardFieldTest, RectangleWithoutAreaIsDropped) {
+  struct Case {
+    CRectangle rect;
+    bool kept;
+  };
+  const std::vector<Case> cases = {
+      {CRectangle(5, 6, 0, 10), false}, {CRectangle(5, 6, 10, 0), false}, {CRectangle(5, 6, 1, 1), true}};
+  for (const Case& c : cases) {
+    CCardField field;
+    CRectangle previous(1, 1, 1, 1);
+    field.SetRect(&previous);
+    field.SetRect(&c.rect);
+    EXPECT_EQ(field.HasRect(), c.kept) << c.rect.ToStr();
+    EXPECT_EQ(field.GetRect().ToStr(), c.kept ? c.rect.ToStr() : "T:0,L:0,W:0,H:0");
+  }
+  CCardField field;
+  CRectangle rect(1, 2, 3, 4);
+  field.SetRect(&rect);
+  field.SetRect(nullptr);
+  EXPECT_FALSE(field.HasRect());
+}
+
+TEST(CCardFieldTest, EmptyNameOrCompanyIsAlwaysOcrSuspect) {
+  struct Case {
+    std::string name;
+    std::string text;
+    bool flag;
+    bool suspect;
+  };
+  const std::vector<Case> cases = {
+      {"Name", "", false, true},     {"Company", "", false, true},  {"Title", "", false, false},
+      {"Name", "Ann", false, false}, {"Company", "Acme", true, true}, {"Title", "CEO", true, true},
+  };
+  for (const Case& c : cases) {
+    CCardField field;
+    field.SetData(c.name, c.text, "", nullptr, 100, 100, c.flag, false);
+    EXPECT_EQ(field.IsOcrSuspect(), c.suspect) << c.name << "/" << c.text;
+    EXPECT_EQ(field.OcrSuspectFlag(), c.flag) << c.name << "/" << c.text;
+  }
+}
+
+TEST(CCardFieldTest, CopyTakesTheOcrSuspectAnswerAndTheReadOnlyType) {
+  CCardField company;
+  company.SetData("Company", "", "", nullptr, 70, 60, false, true);
+  company.MakeReadOnly();
+  auto copy = company.Clone();
+  EXPECT_EQ(copy->ToStr(),
+            "FIELD:Company TEXT: RECT:T:0,L:0,W:0,H:0 OCR_CONF:70 CAT_CONF:60 OCR_SUSP:True CAT_SUSP:True");
+  EXPECT_TRUE(copy->IsReadOnlyType());
+  EXPECT_FALSE(company.OcrSuspectFlag());
+
+  CCardField phone;
+  CRectangle rect(3, 4, 5, 6);
+  phone.SetData("Phone 4", "555 1234", "Mobile", &rect, 12, 34, false, false);
+  CCardField target;
+  target.MakeReadOnly();
+  target.Copy(phone);
+  EXPECT_EQ(target.ToStr(), phone.ToStr());
+  EXPECT_FALSE(target.IsReadOnlyType());
+}
+
+TEST(CCardFieldTest, MergeCategories) {
+  struct Case {
+    std::string current;
+    std::string incoming;
+    std::string merged;
+  };
+  const std::vector<Case> cases = {
+      {"", "A", ", A"},  // the kept quirk of merging into an empty field
+      {"", "", ""},
+      {"A, B", "B", "A, B"},
+      {"A, B", "B, C", "A, B, C"},
+      {"A, B", "C,D", "A, B, C, D"},
+      {"A, B", "b", "A, B, b"},
+      {"Clients", "Client", "Clients, Client"},
+      {"A", "B, B", "A, B"},
+  };
+  for (const Case& c : cases) {
+    CCardField field;
+    field.SetData("Categories", c.current, "", nullptr, 100, 100, false, false);
+    field.MergeCategories(c.incoming);
+    EXPECT_EQ(field.Text(), c.merged) << "'" << c.current << "' + '" << c.incoming << "'";
+  }
+  CCardField notes;
+  notes.SetFieldName("Notes");
+  EXPECT_EQ(ErrorText([&] { notes.MergeCategories("A"); }), "Only the Categories field can merge categories");
+}
+
+TEST(CCardFieldTest, ReadOnlyByTypeOrByName) {
+  struct Case {
+    std::string name;
+    bool madeReadOnly;
+    bool readOnly;
+  };
+  const std::vector<Case> cases = {
+      {"Modified Date", false, true}, {"Creation Date", false, true}, {"Solvane Status", false, true},
+      {"Notes", false, false},        {"Badge", true, true},          {"modified date", false, false},
+  };
+  for (const Case& c : cases) {
+    CCardField field;
+    field.SetFieldName(c.name);
+    if (c.madeReadOnly) field.MakeReadOnly();
+    EXPECT_EQ(field.IsReadOnly(), c.readOnly) << c.name;
+    EXPECT_EQ(field.IsReadOnlyType(), c.madeReadOnly) << c.name;
+  }
+}
+
+TEST(CCardFieldTest, ExtraFieldKinds) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"Phone 1", "phone"}, {"Phone 6", "phone"}, {"Email 1", "email"}, {"Email 6", "email"},
+      {"Phone", "none"},    {"Fax", "none"},      {"Email", "none"},    {"Phone 0", "none"},
+      {"Phone 7", "none"},  {"Phone 12", "none"}, {"Email 1 ", "none"},
+  };
+  for (const auto& [name, kind] : cases) {
+    CCardField field;
+    field.SetFieldName(name);
+    std::string got = field.IsExtraPhoneField() ? "phone" : field.IsExtraEmailField() ? "email" : "none";
+    EXPECT_EQ(got, kind) << name;
+    EXPECT_EQ(field.IsExtraField(), kind != "none") << name;
+    EXPECT_EQ(ExtraPhoneFieldNames().Contains(name) || ExtraEmailFieldNames().Contains(name), kind != "none");
+  }
+}
+
+TEST(CCardFieldTest, DumpShowsStoredFlagsAndOptionalLabel) {
+  CCardField field;
+  CRectangle rect(10, 20, 300, 40);
+  field.SetData("Email 2", " ann@example.com ", "Work", &rect, 0, 99, false, true);
+  CCardField name;
+  name.SetFieldName("Name");
+  EXPECT_EQ(field.ToStr() + "\n" + name.ToStr(),
+            "FIELD:Email 2 LABEL:Work TEXT:ann@example.com RECT:T:10,L:20,W:300,H:40 OCR_CONF:0 CAT_CONF:99 "
+            "OCR_SUSP:False CAT_SUSP:True\n"
+            "FIELD:Name TEXT: RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False");
+}
+
+}  // namespace
+}  // namespace ombrel
