@@ -1,0 +1,430 @@
+// The card store contract on an SQLite file: per-card values, the card order,
+// update brackets, and the caches that make reading a card one query.
+#include "ombrel/cardstore/sqlite_card_store.h"
+
+#include "cardstore/sqlite_card_store_internal.h"
+
+namespace ombrel {
+
+using namespace sqlite_store;
+
+// ---- caches ---------------------------------------------------------------
+
+void CSqliteCardStore::Impl::InvalidateAll() {
+  card_.valid = false;
+  orderValid_ = false;
+  order_.clear();
+  handles_.clear();
+  namesLoaded_ = false;
+  customLoaded_ = false;
+  resolved_.clear();
+}
+
+// Other connections' commits show in PRAGMA data_version; our own do not,
+// and our own writes keep the caches current themselves. Inside a bracket we
+// hold the write lock, so nothing can change under us.
+void CSqliteCardStore::Impl::Refresh(bool force) {
+  if (inBracket_) return;
+  auto now = std::chrono::steady_clock::now();
+  if (!force && dataVersion_ >= 0 && now - lastCheck_ < std::chrono::milliseconds(options_.refreshIntervalMs)) {
+    return;
+  }
+  lastCheck_ = now;
+  StatementUse use(st_->dataVersion);
+  use->Step();
+  int64_t version = use->Int(0);
+  if (version != dataVersion_) {
+    if (dataVersion_ >= 0) InvalidateAll();
+    dataVersion_ = version;
+  }
+}
+
+void CSqliteCardStore::Impl::RequireConnected() const {
+  if (!db_) Fail(kStatusNotConnected, "not connected to '" + path_ + "' (call Connect)");
+}
+
+void CSqliteCardStore::Impl::EnsureOrderLoaded() {
+  if (orderValid_) return;
+  order_.clear();
+  StatementUse use(st_->selectOrder);
+  while (use->Step()) order_.push_back(static_cast<int32_t>(use->Int(0)));
+  orderValid_ = true;
+}
+
+// ---- value names ------------------------------------------------------------
+
+int32_t CSqliteCardStore::Impl::Intern(const std::string& canonical) {
+  auto it = canonByName_.find(canonical);
+  if (it != canonByName_.end()) return it->second;
+  auto index = static_cast<int32_t>(canon_.size());
+  canon_.push_back({canonical, -1});
+  canonByName_.emplace(canonical, index);
+  return index;
+}
+
+void CSqliteCardStore::Impl::EnsureNamesLoaded() {
+  if (namesLoaded_) return;
+  for (auto& c : canon_) c.code = -1;
+  canonByCode_.clear();
+  StatementUse use(st_->selectNames);
+  while (use->Step()) {
+    int64_t code = use->Int(0);
+    if (code <= 0 || code > (1 << 24)) Fail(kStatusDatabase, "value_names holds an impossible code " + std::to_string(code));
+    int32_t index = Intern(std::string(use->Text(1)));
+    canon_[index].code = code;
+    if (canonByCode_.size() <= static_cast<size_t>(code)) canonByCode_.resize(code + 1, -1);
+    canonByCode_[code] = index;
+  }
+  namesLoaded_ = true;
+}
+
+void CSqliteCardStore::Impl::EnsureCustomFieldsLoaded() {
+  if (customLoaded_) return;
+  customFields_.clear();
+  StatementUse use(st_->selectCustom);
+  while (use->Step()) customFields_.emplace(use->Text(0));
+  customLoaded_ = true;
+  resolved_.clear();
+}
+
+int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {
+  EnsureCustomFieldsLoaded();
+  auto it = resolved_.find(name);
+  if (it != resolved_.end()) return it->second;
+  std::string canonical;
+  int32_t index = CanonicalName(name, customFields_, canonical) ? Intern(canonical) : kUnknownName;
+  if (resolved_.size() > 100000) resolved_.clear();  // names asked for are few; bound a misuse
+  resolved_.emplace(std::string(name), index);
+  return index;
+}
+
+int32_t CSqliteCardStore::Impl::ResolveOrFail(std::string_view name, int32_t cardId) {
+  int32_t index = Resolve(name);
+  if (index == kUnknownName && !inBracket_) {
+    // Perhaps another connection has just declared that custom field.
+    Refresh(true);
+    index = Resolve(name);
+  }
+  if (index == kUnknownName) {
+    std::string message = "unknown value name \"" + std::string(name) + "\"";
+    if (cardId != 0) message += " (card " + std::to_string(cardId) + ")";
+    Fail(kStatusUnknownValueName, std::move(message));
+  }
+  return index;
+}
+
+uint32_t CSqliteCardStore::Impl::EnsureCode(int32_t canon) {
+  EnsureNamesLoaded();
+  if (canon_[canon].code > 0) return static_cast<uint32_t>(canon_[canon].code);
+  const std::string& name = canon_[canon].name;
+  {
+    StatementUse use(st_->insertName);
+    use->BindText(1, name);
+    use->Step();
+  }
+  StatementUse use(st_->selectName);
+  use->BindText(1, name);
+  if (!use->Step()) Fail(kStatusDatabase, "cannot register value name \"" + name + "\"");
+  int64_t code = use->Int(0);
+  canon_[canon].code = code;
+  if (canonByCode_.size() <= static_cast<size_t>(code)) canonByCode_.resize(code + 1, -1);
+  canonByCode_[code] = canon;
+  return static_cast<uint32_t>(code);
+}
+
+void CSqliteCardStore::Impl::Decode(int32_t cardId, std::string_view blob, DecodedCard& card) {
+  EnsureNamesLoaded();
+  card.ClearSlots();
+  card.canonIndex.clear();
+  card.valid = false;
+  if (!DecodeValues(blob, card.values)) {
+    Fail(kStatusDatabase, "the stored values of card " + std::to_string(cardId) + " are damaged");
+  }
+  bool reloaded = false;
+  for (size_t i = 0; i < card.values.size(); ++i) {
+    uint32_t code = card.values[i].code;
+    auto lookup = [&] { return code < canonByCode_.size() ? canonByCode_[code] : -1; };
+    int32_t index = lookup();
+    if (index < 0 && !reloaded) {
+      // A name another connection registered since we last looked.
+      namesLoaded_ = false;
+      EnsureNamesLoaded();
+      reloaded = true;
+      index = lookup();
+    }
+    if (index < 0) {
+      Fail(kStatusDatabase, "card " + std::to_string(cardId) + " holds unknown value code " + std::to_string(code));
+    }
+    if (card.slot.size() < canon_.size()) card.slot.resize(canon_.size(), -1);
+    card.canonIndex.push_back(index);
+    card.slot[index] = static_cast<int32_t>(i);
+  }
+  card.id = cardId;
+}
+
+// ---- cards ------------------------------------------------------------------
+
+void CSqliteCardStore::Impl::LoadCard(int32_t cardId) {
+  Refresh(false);
+  if (card_.valid && card_.id == cardId) return;
+  card_.valid = false;
+  StatementUse use(st_->selectVals);
+  use->BindInt(1, cardId);
+  if (!use->Step()) Fail(kStatusUnknownCard, "no card with ID " + std::to_string(cardId));
+  card_.blob.assign(use->Blob(0));
+  Decode(cardId, card_.blob, card_);
+  card_.valid = true;
+}
+
+bool CSqliteCardStore::Impl::CardRowExists(int32_t cardId) {
+  Refresh(false);
+  if (card_.valid && card_.id == cardId) return true;
+  StatementUse use(st_->cardExists);
+  use->BindInt(1, cardId);
+  return use->Step();
+}
+
+// ---- transactions -----------------------------------------------------------
+
+void CSqliteCardStore::Impl::BeginImmediate() {
+  {
+    StatementUse use(st_->begin);
+    use->Step();
+  }
+  // The lock brings the newest snapshot: drop what other connections changed.
+  StatementUse use(st_->dataVersion);
+  use->Step();
+  int64_t version = use->Int(0);
+  if (version != dataVersion_) {
+    InvalidateAll();
+    dataVersion_ = version;
+  }
+}
+
+void CSqliteCardStore::Impl::FinishOwnWrite() {
+  StatementUse use(st_->commit);
+  use->Step();
+}
+
+void CSqliteCardStore::Impl::AfterFailedWrite(bool ownTransaction) {
+  if (!db_) return;
+  if (ownTransaction) {
+    if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    InvalidateAll();
+  } else if (sqlite3_get_autocommit(db_)) {
+    // SQLite gave up the whole bracket (disk full, I/O error).
+    inBracket_ = false;
+    InvalidateAll();
+  } else {
+    // The bracket goes on; a half-done operation may have left these stale.
+    card_.valid = false;
+    orderValid_ = false;
+    handles_.clear();
+  }
+}
+
+// ---- the public class -------------------------------------------------------
+
+CSqliteCardStore::CSqliteCardStore(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+CSqliteCardStore::~CSqliteCardStore() = default;
+
+const std::string& CSqliteCardStore::Path() const { return impl_->path_; }
+bool CSqliteCardStore::InUpdate() const { return impl_->inBracket_; }
+
+Status CSqliteCardStore::Connect() {
+  return impl_->Run("Connect", [&] {
+    if (!impl_->db_) impl_->OpenConnection(OpenMode::kOpenExisting);
+  });
+}
+
+Status CSqliteCardStore::Disconnect() {
+  return impl_->Run("Disconnect", [&] { impl_->CloseConnection(); });
+}
+
+Status CSqliteCardStore::GetNumberOfCards(int32_t& numCards) {
+  return impl_->Run("GetNumberOfCards", [&] {
+    impl_->RequireConnected();
+    impl_->Refresh(false);
+    impl_->EnsureOrderLoaded();
+    numCards = static_cast<int32_t>(impl_->order_.size());
+  });
+}
+
+Status CSqliteCardStore::GetCardID(int32_t cardIndex, int32_t& cardId) {
+  return impl_->Run("GetCardID", [&] {
+    impl_->RequireConnected();
+    impl_->Refresh(false);
+    impl_->EnsureOrderLoaded();
+    const auto& order = impl_->order_;
+    if (cardIndex < 0 || static_cast<size_t>(cardIndex) >= order.size()) {
+      sqlite_store::Fail(kStatusBadArgument, "card index " + std::to_string(cardIndex) + " is out of range (" +
+                                                 std::to_string(order.size()) + " cards)");
+    }
+    cardId = order[cardIndex];
+  });
+}
+
+Status CSqliteCardStore::GetValue(int32_t cardId, const std::string& fieldName, std::string& value) {
+  value.clear();
+  return impl_->Run("GetValue", [&] {
+    impl_->RequireConnected();
+    int32_t index = impl_->ResolveOrFail(fieldName, cardId);
+    impl_->LoadCard(cardId);
+    value.assign(impl_->card_.Find(index));
+  });
+}
+
+Status CSqliteCardStore::PutValue(int32_t cardId, const std::string& fieldName, const std::string& value) {
+  return impl_->Run("PutValue", [&] {
+    Impl& s = *impl_;
+    s.RequireConnected();
+    WriteTransaction tx(s);
+    int32_t index = s.ResolveOrFail(fieldName, cardId);
+    s.LoadCard(cardId);
+    uint32_t code = s.EnsureCode(index);
+
+    std::vector<CodedValue> values = s.card_.values;  // views into card_.blob, alive until the swap below
+    int32_t pos = index < static_cast<int32_t>(s.card_.slot.size()) ? s.card_.slot[index] : -1;
+    if (pos >= 0 && values[pos].text == value) {
+      tx.Commit();
+      return;
+    }
+    if (pos >= 0 && value.empty()) {
+      values.erase(values.begin() + pos);
+    } else if (pos >= 0) {
+      values[pos].text = value;
+    } else if (!value.empty()) {
+      values.push_back({code, value});
+    } else {
+      tx.Commit();
+      return;
+    }
+    std::string blob;
+    EncodeValues(values, blob);
+    {
+      StatementUse use(s.st_->updateVals);
+      use->BindInt(1, cardId);
+      use->BindBlob(2, blob);
+      use->Step();
+    }
+    s.card_.blob.swap(blob);
+    s.Decode(cardId, s.card_.blob, s.card_);
+    s.card_.valid = true;
+    tx.Commit();
+  });
+}
+
+Status CSqliteCardStore::DeleteCard(int32_t cardId) {
+  return impl_->Run("DeleteCard", [&] {
+    Impl& s = *impl_;
+    s.RequireConnected();
+    WriteTransaction tx(s);
+    {
+      StatementUse use(s.st_->deleteCard);
+      use->BindInt(1, cardId);
+      use->Step();
+    }
+    if (sqlite3_changes(s.db_) == 0) sqlite_store::Fail(kStatusUnknownCard, "no card with ID " + std::to_string(cardId));
+    {
+      StatementUse use(s.st_->deleteImages);
+      use->BindInt(1, cardId);
+      use->Step();
+    }
+    if (s.card_.id == cardId) s.card_.valid = false;
+    s.orderValid_ = false;
+    s.handles_.erase({cardId, 0});
+    s.handles_.erase({cardId, 1});
+    tx.Commit();
+  });
+}
+
+Status CSqliteCardStore::CardExists(int32_t cardId, bool& answer) {
+  return impl_->Run("CardExists", [&] {
+    impl_->RequireConnected();
+    answer = impl_->CardRowExists(cardId);
+  });
+}
+
+Status CSqliteCardStore::BeginUpdate() {
+  return impl_->Run("BeginUpdate", [&] {
+    impl_->RequireConnected();
+    if (impl_->inBracket_) sqlite_store::Fail(kStatusTransaction, "an update is already in progress");
+    impl_->BeginImmediate();
+    impl_->inBracket_ = true;
+  });
+}
+
+Status CSqliteCardStore::CommitUpdate() {
+  return impl_->Run("CommitUpdate", [&] {
+    Impl& s = *impl_;
+    s.RequireConnected();
+    if (!s.inBracket_) {
+      sqlite_store::Fail(kStatusTransaction, sqlite3_get_autocommit(s.db_)
+                                                 ? "no update in progress (an earlier failure may have ended it)"
+                                                 : "no update in progress");
+    }
+    try {
+      s.FinishOwnWrite();
+    } catch (const Failure&) {
+      // A failed COMMIT may leave the transaction open (retry or abort) or gone.
+      if (sqlite3_get_autocommit(s.db_)) {
+        s.inBracket_ = false;
+        s.InvalidateAll();
+      }
+      throw;
+    }
+    s.inBracket_ = false;
+  });
+}
+
+Status CSqliteCardStore::AbortUpdate() {
+  return impl_->Run("AbortUpdate", [&] {
+    Impl& s = *impl_;
+    s.RequireConnected();
+    if (!s.inBracket_) sqlite_store::Fail(kStatusTransaction, "no update in progress");
+    s.inBracket_ = false;
+    s.InvalidateAll();
+    StatementUse use(s.st_->rollback);
+    use->Step();
+  });
+}
+
+Status CSqliteCardStore::GetCapabilities(int32_t& caps) {
+  caps = 0;
+  return 0;
+}
+
+std::string CSqliteCardStore::GetLastError() { return impl_->lastError_; }
+
+Status CSqliteCardStore::GetCustomFields(std::string& fields) {
+  fields.clear();
+  std::vector<CustomFieldDef> defs;
+  Status status = ListCustomFields(defs);
+  if (status != 0) return status;
+  for (const auto& d : defs) {
+    if (!fields.empty()) fields += "\r\n";
+    fields += d.name + "\t" + d.type + "\t" + d.visibility + "\t" + d.access;
+  }
+  return 0;
+}
+
+Status CSqliteCardStore::GetCategories(std::string& categories) {
+  categories.clear();
+  std::vector<std::string> list;
+  Status status = ListCategories(list);
+  if (status != 0) return status;
+  for (const auto& c : list) {
+    if (!categories.empty()) categories += ", ";
+    categories += c;
+  }
+  return 0;
+}
+
+Status CSqliteCardStore::CanonicalValueName(std::string_view name, std::string& canonical) {
+  return impl_->Run("CanonicalValueName", [&] {
+    impl_->RequireConnected();
+    canonical = impl_->canon_[impl_->ResolveOrFail(name, 0)].name;
+  });
+}
+
+}  // namespace ombrel

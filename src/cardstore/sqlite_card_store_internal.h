@@ -1,0 +1,254 @@
+// Internals of CSqliteCardStore shared by its source files: thin SQLite
+// wrappers, the value codec, the value-name resolver and the store's state.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "ombrel/cardstore/sqlite_card_store.h"
+
+namespace ombrel::sqlite_store {
+
+// Thrown inside the store and turned into a status and last-error text at
+// the public boundary, so the operations read straight through.
+struct Failure {
+  Status status;
+  std::string message;
+};
+
+[[noreturn]] void Fail(Status status, std::string message);
+// Maps an SQLite result code to a Failure naming what was being done.
+[[noreturn]] void FailSql(sqlite3* db, int rc, std::string_view what);
+
+class Statement {
+ public:
+  Statement() = default;
+  Statement(sqlite3* db, std::string_view sql);
+  ~Statement();
+  Statement(Statement&& other) noexcept : stmt_(std::exchange(other.stmt_, nullptr)) {}
+  Statement& operator=(Statement&& other) noexcept;
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  void BindInt(int index, int64_t value);
+  void BindText(int index, std::string_view text);
+  void BindBlob(int index, std::string_view bytes);
+  // True while a row is available, false when done; throws a Failure otherwise.
+  bool Step();
+  // Ends the statement's read (an unfinished SELECT would pin the WAL
+  // snapshot) and clears its bindings.
+  void Reset();
+
+  int64_t Int(int col) const { return sqlite3_column_int64(stmt_, col); }
+  std::string_view Text(int col) const;
+  std::string_view Blob(int col) const;
+  bool IsNull(int col) const { return sqlite3_column_type(stmt_, col) == SQLITE_NULL; }
+
+ private:
+  sqlite3_stmt* stmt_ = nullptr;
+};
+
+// Resets a cached statement however the scope is left.
+class StatementUse {
+ public:
+  explicit StatementUse(Statement& s) : s_(s) {}
+  ~StatementUse() { s_.Reset(); }
+  Statement* operator->() { return &s_; }
+
+ private:
+  Statement& s_;
+};
+
+void Exec(sqlite3* db, const char* sql);
+
+// ---- value codec -----------------------------------------------------------
+// A card's values are one BLOB: for each value, varint code, varint byte
+// length, the UTF-8 bytes. Codes come from the value_names table.
+struct CodedValue {
+  uint32_t code;
+  std::string_view text;
+};
+void AppendVarint(std::string& out, uint64_t value);
+// False when the blob is damaged.
+bool DecodeValues(std::string_view blob, std::vector<CodedValue>& out);
+void EncodeValues(const std::vector<CodedValue>& values, std::string& out);
+
+// The canonical spelling of a value name, or false when it is none: a
+// standard field, a custom field, First Name, Last Name, Certainty, or a
+// standard or custom field with a suffix matched without regard to case.
+bool CanonicalName(std::string_view name, const std::unordered_set<std::string>& customFields,
+                   std::string& canonical);
+
+struct StringHash {
+  using is_transparent = void;
+  size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
+};
+template <typename V>
+using StringMap = std::unordered_map<std::string, V, StringHash, std::equal_to<>>;
+
+// Values of one card decoded and indexed by canonical name, for O(1) reads.
+struct DecodedCard {
+  int32_t id = 0;
+  bool valid = false;
+  std::string blob;                 // owns the bytes when cached
+  std::vector<CodedValue> values;   // views into blob (or into SQLite's row during a scan)
+  std::vector<int32_t> canonIndex;  // canonical-name index of each value
+  std::vector<int32_t> slot;        // canonical-name index -> position in values, -1 when absent
+
+  std::string_view Find(int32_t canon) const {
+    if (canon < 0 || canon >= static_cast<int32_t>(slot.size()) || slot[canon] < 0) return {};
+    return values[slot[canon]].text;
+  }
+  void ClearSlots() {
+    for (int32_t c : canonIndex) slot[c] = -1;
+  }
+};
+
+constexpr int32_t kUnknownName = -1;
+constexpr int64_t kSchemaVersion = 1;
+constexpr int32_t kApplicationId = 0x4F6D6272;  // "Ombr"
+
+}  // namespace ombrel::sqlite_store
+
+namespace ombrel {
+
+class CSqliteCardStore::Impl {
+ public:
+  using Failure = sqlite_store::Failure;
+  using Statement = sqlite_store::Statement;
+
+  Impl(std::string path, OpenMode mode, SqliteStoreOptions options);
+  ~Impl();
+
+  // Runs one operation, turning a Failure into a status and last error.
+  template <typename F>
+  Status Run(std::string_view operation, F&& body);
+
+  // ---- connection (schema file) ----
+  void OpenConnection(OpenMode mode);  // throws Failure
+  void CloseConnection();
+  void RequireConnected() const;
+
+  // ---- caches and refresh ----
+  void Refresh(bool force);
+  void InvalidateAll();
+  void EnsureNamesLoaded();
+  void EnsureCustomFieldsLoaded();
+  void EnsureOrderLoaded();
+
+  // ---- names ----
+  int32_t Intern(const std::string& canonical);
+  // Canonical-name index of a value name, kUnknownName when it is none.
+  int32_t Resolve(std::string_view name);
+  // As Resolve, failing with a message naming the card when unknown.
+  int32_t ResolveOrFail(std::string_view name, int32_t cardId);
+  uint32_t EnsureCode(int32_t canon);  // inside a write transaction
+  // Decodes blob (which must outlive card) into card, reloading the name
+  // table once when it meets a code written by another connection.
+  void Decode(int32_t cardId, std::string_view blob, sqlite_store::DecodedCard& card);
+
+  // ---- cards ----
+  void LoadCard(int32_t cardId);  // fills card_ or fails with unknown card
+  bool CardRowExists(int32_t cardId);
+  void AddCard(int32_t cardId, const CardValueList& values, const StoredImage* front, const StoredImage* back);
+  void StoreImage(int32_t cardId, ImageSide side, const StoredImage* image);
+  int32_t GetImageHandle(int32_t cardId, ImageSide side);
+  bool HasImage(int32_t cardId, ImageSide side);
+  void SetImageFromHandle(int32_t cardId, ImageSide side, int32_t handle);
+
+  // ---- transactions ----
+  void BeginImmediate();
+  void FinishOwnWrite();
+  void AfterFailedWrite(bool ownTransaction);
+
+  std::string path_;
+  OpenMode mode_;
+  SqliteStoreOptions options_;
+  sqlite3* db_ = nullptr;
+  bool inBracket_ = false;
+  std::string lastError_;
+
+  struct Statements;
+  std::unique_ptr<Statements> st_;
+
+  // Refresh bookkeeping.
+  int64_t dataVersion_ = -1;
+  std::chrono::steady_clock::time_point lastCheck_{};
+
+  // Names: canonical names interned to small indexes, their codes in the file.
+  struct CanonName {
+    std::string name;
+    int64_t code = -1;
+  };
+  std::vector<CanonName> canon_;
+  sqlite_store::StringMap<int32_t> canonByName_;
+  sqlite_store::StringMap<int32_t> resolved_;  // name as asked -> canonical index or kUnknownName
+  std::vector<int32_t> canonByCode_;           // code -> canonical index, -1 when unknown
+  bool namesLoaded_ = false;
+  std::unordered_set<std::string> customFields_;
+  bool customLoaded_ = false;
+
+  sqlite_store::DecodedCard card_;  // the last card read
+  std::vector<int32_t> order_;      // card IDs in order
+  bool orderValid_ = false;
+  std::map<std::pair<int32_t, int>, int32_t> handles_;  // (card, side) -> registered image handle
+};
+
+// A write that joins the open bracket or else is its own transaction.
+class WriteTransaction {
+ public:
+  explicit WriteTransaction(CSqliteCardStore::Impl& s) : s_(s), own_(!s.inBracket_) {
+    if (own_) s_.BeginImmediate();
+  }
+  ~WriteTransaction() {
+    if (!done_) s_.AfterFailedWrite(own_);
+  }
+  void Commit() {
+    if (own_) s_.FinishOwnWrite();
+    done_ = true;
+  }
+  WriteTransaction(const WriteTransaction&) = delete;
+  WriteTransaction& operator=(const WriteTransaction&) = delete;
+
+ private:
+  CSqliteCardStore::Impl& s_;
+  bool own_;
+  bool done_ = false;
+};
+
+// The statements prepared once per connection.
+struct CSqliteCardStore::Impl::Statements {
+  explicit Statements(sqlite3* db);
+  Statement selectVals, cardExists, insertCard, updateVals, deleteCard, deleteImages, maxId;
+  Statement selectOrder, countCards;
+  Statement selectImage, imageExists, upsertImage, deleteImage;
+  Statement insertName, selectName, selectNames;
+  Statement selectCustom, selectCategories;
+  Statement begin, commit, rollback, dataVersion;
+};
+
+template <typename F>
+Status CSqliteCardStore::Impl::Run(std::string_view operation, F&& body) {
+  try {
+    body();
+    return 0;
+  } catch (const Failure& f) {
+    lastError_ = std::string(operation) + ": " + f.message;
+    return f.status;
+  } catch (const std::bad_alloc&) {
+    lastError_ = std::string(operation) + ": out of memory";
+    return kStatusDatabase;
+  }
+}
+
+}  // namespace ombrel
