@@ -1,0 +1,55 @@
+// The .jsonl interchange format of card databases: UTF-8, one JSON object a
+// line. An optional first line describes the database,
+//   {"database": {"custom_fields": [{"name": "Nickname", "type": "TEXT",
+//     "visibility": "VISIBLE", "access": "READWRITE"}], "categories": ["Business"]}}
+// and every other line is a card,
+//   {"id": 42, "values": {"Name": "John Smith", "Phone 1.Label": "Mobile"},
+//    "front_image": "images/42-front.png", "back_image": null}
+// id is optional (the next free ID is assigned), values use the card store's
+// value names and are stored exactly as given, and an image is a path
+// relative to the .jsonl file or a data: URI (base64) of a PNG, JPEG or BMP.
+// Cards keep the order of their lines.
+//
+// Import is all or nothing: the first bad line raises ombrel::Error naming
+// the line and the reason, and nothing of the file stays in the database.
+// Export writes the same format back, so import, export and import again
+// gives the same database.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ombrel/cardstore/sqlite_card_store.h"
+
+namespace ombrel::jsonl {
+
+struct Counts {
+  int64_t cards = 0;
+  int64_t images = 0;
+};
+
+// Imports a file; image paths are relative to its folder.
+Counts ImportFile(CSqliteCardStore& store, const std::filesystem::path& path);
+// Imports from a stream; sourceName prefixes error messages.
+Counts Import(CSqliteCardStore& store, std::istream& in, const std::filesystem::path& baseDir,
+              const std::string& sourceName);
+
+// Writes every card, images as data: URIs.
+Counts Export(CSqliteCardStore& store, std::ostream& out);
+// Writes every card to path; images go to the folder "<stem>-images" beside
+// it as "<id>-front.<ext>" / "<id>-back.<ext>", referenced relatively.
+Counts ExportFile(CSqliteCardStore& store, const std::filesystem::path& path);
+
+// Base64 (RFC 4648, padded). Decode answers false on any character outside
+// the alphabet or a bad length.
+std::string EncodeBase64(const std::vector<uint8_t>& bytes);
+bool DecodeBase64(std::string_view text, std::vector<uint8_t>& bytes);
+
+// "data:image/png;base64,..." for an image of format "png", "jpeg" or "bmp".
+std::string ImageDataUri(const StoredImage& image);
+
+}  // namespace ombrel::jsonl

@@ -1,0 +1,225 @@
+#include "ombrel/cardstore/jsonl.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <sstream>
+
+#include "ombrel/foundation/error.h"
+
+namespace ombrel {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using Json = nlohmann::ordered_json;
+
+const std::vector<uint8_t> kPng = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n', 0, 0, 0, 13, 'I', 'H', 'D', 'R'};
+const std::vector<uint8_t> kJpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0, 16, 'J', 'F', 'I', 'F', 0};
+
+class JsonlTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("ombrel-jsonl-" + std::to_string(::getpid()) + "-" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_ / "images");
+    std::ofstream(dir_ / "images" / "1-front.png", std::ios::binary)
+        .write(reinterpret_cast<const char*>(kPng.data()), kPng.size());
+    std::ofstream(dir_ / "images" / "notes.txt") << "not an image";
+    store_ = CSqliteCardStore::Open((dir_ / "cards.db").string());
+  }
+  void TearDown() override {
+    store_.reset();
+    fs::remove_all(dir_);
+  }
+  fs::path Write(const std::string& name, const std::vector<std::string>& lines) {
+    fs::path p = dir_ / name;
+    std::ofstream out(p, std::ios::binary);
+    for (const auto& l : lines) out << l << "\n";
+    return p;
+  }
+  std::string ExportText(CSqliteCardStore& s) {
+    std::ostringstream out;
+    jsonl::Export(s, out);
+    return out.str();
+  }
+
+  fs::path dir_;
+  std::unique_ptr<CSqliteCardStore> store_;
+};
+
+TEST_F(JsonlTest, ImportThenExportReproducesValuesExactly) {
+  Json db = {{"database",
+              {{"custom_fields",
+                {{{"name", "Nickname"}, {"type", "TEXT"}, {"visibility", "VISIBLE"}, {"access", "READWRITE"}},
+                 {{"name", "Birthday"}}}},
+               {"categories", {"Business", "Friends"}}}}};
+  Json first = {{"id", 42},
+                {"values",
+                 {{"Name", "  Zoë Müller  "},
+                  {"First Name", "Zoë"},
+                  {"Last Name", "Müller"},
+                  {"Notes", "line one\r\nline two\ttabbed \"quoted\" \\ back"},
+                  {"Company", "Łukasz & Ségolène 株式会社 🃏"},
+                  {"Phone 1", "555 1234"},
+                  {"Phone 1.Label", "Mobile"},
+                  {"Name.Rectangle", "10 20 300 40"},
+                  {"Nickname", "Zo"},
+                  {"Title", nullptr}}},
+                {"front_image", "images/1-front.png"},
+                {"back_image", jsonl::ImageDataUri({"jpeg", kJpeg})}};
+  Json second = {{"values", {{"Name", "José"}, {"Certainty", "80"}}}, {"back_image", nullptr}};
+  auto file = Write("in.jsonl", {db.dump(), "", first.dump(), second.dump()});
+
+  auto counts = jsonl::ImportFile(*store_, file);
+  EXPECT_EQ(counts.cards, 2);
+  EXPECT_EQ(counts.images, 2);
+
+  std::string v;
+  ASSERT_EQ(store_->GetValue(42, "Name", v), 0);
+  EXPECT_EQ(v, "  Zoë Müller  ");
+  ASSERT_EQ(store_->GetValue(42, "Notes", v), 0);
+  EXPECT_EQ(v, "line one\r\nline two\ttabbed \"quoted\" \\ back");
+  ASSERT_EQ(store_->GetValue(43, "Name", v), 0);  // no id: the next free one
+  EXPECT_EQ(v, "José");
+  ASSERT_EQ(store_->GetCustomFields(v), 0);
+  EXPECT_EQ(v, "Nickname\tTEXT\tVISIBLE\tREADWRITE\r\nBirthday\tTEXT\tVISIBLE\tREADWRITE");
+  ASSERT_EQ(store_->GetCategories(v), 0);
+  EXPECT_EQ(v, "Business, Friends");
+  StoredImage img;
+  bool present = false;
+  ASSERT_EQ(store_->GetImage(42, ImageSide::kFront, img, present), 0);
+  EXPECT_TRUE(present);
+  EXPECT_EQ(img.bytes, kPng);
+  ASSERT_EQ(store_->GetImage(42, ImageSide::kBack, img, present), 0);
+  EXPECT_EQ(img.bytes, kJpeg);
+  ASSERT_EQ(store_->GetImage(43, ImageSide::kFront, img, present), 0);
+  EXPECT_FALSE(present);
+
+  // The export carries the same values, in the same order, with nulls gone.
+  std::string text = ExportText(*store_);
+  std::istringstream lines(text);
+  std::string line;
+  std::vector<Json> out;
+  while (std::getline(lines, line)) out.push_back(Json::parse(line));
+  ASSERT_EQ(out.size(), 3u);
+  Json dbWithDefaults = db;  // attributes left out are written back with their defaults
+  dbWithDefaults["database"]["custom_fields"][1] = {
+      {"name", "Birthday"}, {"type", "TEXT"}, {"visibility", "VISIBLE"}, {"access", "READWRITE"}};
+  EXPECT_EQ(out[0], dbWithDefaults);
+  Json expectedValues = first["values"];
+  expectedValues.erase("Title");
+  EXPECT_EQ(out[1]["id"], 42);
+  EXPECT_EQ(out[1]["values"].dump(), expectedValues.dump());
+  EXPECT_EQ(out[1]["back_image"], first["back_image"]);
+  EXPECT_FALSE(out[2].contains("front_image"));
+  EXPECT_EQ(out[2]["id"], 43);
+
+  // Importing the export gives the same database.
+  auto copy = CSqliteCardStore::Open((dir_ / "copy.db").string());
+  std::istringstream again(text);
+  jsonl::Import(*copy, again, dir_, "export");
+  EXPECT_EQ(ExportText(*copy), text);
+}
+
+TEST_F(JsonlTest, ExportToAFileWritesImagesBesideIt) {
+  auto file = Write("in.jsonl", {R"({"id": 7, "values": {"Name": "A"}, "front_image": "images/1-front.png",)"
+                                 R"( "back_image": ")" + jsonl::ImageDataUri({"jpeg", kJpeg}) + "\"}",
+                                 R"({"id": 8, "values": {"Name": "B"}})"});
+  jsonl::ImportFile(*store_, file);
+  fs::create_directories(dir_ / "out");
+  auto counts = jsonl::ExportFile(*store_, dir_ / "out" / "cards.jsonl");
+  EXPECT_EQ(counts.cards, 2);
+  EXPECT_EQ(counts.images, 2);
+  EXPECT_FALSE(fs::exists(dir_ / "out" / "cards.jsonl.partial"));
+  EXPECT_EQ(fs::file_size(dir_ / "out" / "cards-images" / "7-front.png"), kPng.size());
+  EXPECT_EQ(fs::file_size(dir_ / "out" / "cards-images" / "7-back.jpg"), kJpeg.size());
+  std::ifstream in(dir_ / "out" / "cards.jsonl");
+  std::string line;
+  std::getline(in, line);
+  EXPECT_EQ(Json::parse(line)["front_image"], "cards-images/7-front.png");
+
+  auto copy = CSqliteCardStore::Open((dir_ / "copy.db").string());
+  jsonl::ImportFile(*copy, dir_ / "out" / "cards.jsonl");
+  EXPECT_EQ(ExportText(*copy), ExportText(*store_));
+}
+
+struct BadImport {
+  std::string line;
+  std::string expected;
+};
+
+TEST_F(JsonlTest, EveryBadLineStopsTheImportAndChangesNothing) {
+  ASSERT_EQ(store_->DefineCustomFields({{"Nickname"}}), 0);
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "Existing"}}), 0);
+  const std::string before = ExportText(*store_);
+  const std::vector<BadImport> cases = {
+      {R"({"id": 5, "values": {"Name": "x"})", "malformed JSON"},
+      {R"(["not", "an", "object"])", "must be a JSON object"},
+      {R"({"id": 5, "values": {"Shoe Size": "44"}})", "unknown value name \"Shoe Size\""},
+      {R"({"id": 5, "values": {"Name.label": "a", "Name.Label": "b"}})", "given twice"},
+      {R"({"id": 5, "values": {"Name": 12}})", "value \"Name\" must be a string"},
+      {R"({"id": 5, "values": ["Name"]})", "\"values\" must be an object"},
+      {R"({"id": 5, "colour": "red"})", "unknown key \"colour\""},
+      {R"({"id": 2, "values": {}})", "card id 2 is already used on line 2"},
+      {R"({"id": 1, "values": {}})", "card id 1 already exists in the database"},
+      {R"({"id": 0})", "out of range"},
+      {R"({"id": -3})", "out of range"},
+      {R"({"id": 2147483648})", "out of range"},
+      {R"({"id": 18446744073709551615})", "out of range"},
+      {R"({"id": 1.5})", "\"id\" must be an integer"},
+      {R"({"id": "7"})", "\"id\" must be an integer"},
+      {R"({"id": 5, "front_image": "images/missing.png"})", "cannot read front_image \"images/missing.png\""},
+      {R"({"id": 5, "back_image": "images/notes.txt"})", "is not a PNG, JPEG or BMP image"},
+      {R"({"id": 5, "front_image": "data:image/png;base64,iVBOR!!"})", "invalid base64"},
+      {R"({"id": 5, "front_image": "data:image/png,raw"})", "without base64"},
+      {R"({"id": 5, "front_image": 3})", "must be a string or null"},
+      {R"({"database": {"categories": ["Late"]}})", "must be the first line"},
+  };
+  for (const auto& c : cases) {
+    // A good card and a blank line come first: line numbers count every line.
+    auto file = Write("bad.jsonl", {R"({"database": {"custom_fields": [{"name": "Birthday"}]}})",
+                                    R"({"id": 2, "values": {"Name": "Good", "Nickname": "G"}})", "", c.line});
+    try {
+      jsonl::ImportFile(*store_, file);
+      ADD_FAILURE() << "accepted: " << c.line;
+    } catch (const Error& e) {
+      EXPECT_THAT(e.Description(), HasSubstr("line 4: ")) << c.line;
+      EXPECT_THAT(e.Description(), HasSubstr(c.expected)) << c.line;
+    }
+    EXPECT_FALSE(store_->InUpdate());
+    EXPECT_EQ(ExportText(*store_), before) << c.line;
+  }
+  EXPECT_THROW(jsonl::ImportFile(*store_, dir_ / "no-such.jsonl"), Error);
+}
+
+TEST(Base64Test, EncodesAndDecodesStrictly) {
+  const std::vector<std::pair<std::string, std::string>> vectors = {
+      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"foobar", "Zm9vYmFy"}};
+  for (const auto& [plain, encoded] : vectors) {
+    std::vector<uint8_t> bytes(plain.begin(), plain.end());
+    EXPECT_EQ(jsonl::EncodeBase64(bytes), encoded);
+    std::vector<uint8_t> back;
+    ASSERT_TRUE(jsonl::DecodeBase64(encoded, back)) << encoded;
+    EXPECT_EQ(back, bytes);
+  }
+  std::vector<uint8_t> out;
+  for (const char* bad : {"Zm9", "Zm9v!A==", "Zg=a", "Z===", "Zg==Zg==", "Zm 9v"}) {
+    EXPECT_FALSE(jsonl::DecodeBase64(bad, out)) << bad;
+  }
+  std::mt19937 rng(1);
+  for (int n = 0; n < 50; ++n) {
+    std::vector<uint8_t> bytes(n * 7);
+    for (auto& b : bytes) b = static_cast<uint8_t>(rng());
+    ASSERT_TRUE(jsonl::DecodeBase64(jsonl::EncodeBase64(bytes), out));
+    EXPECT_EQ(out, bytes);
+  }
+}
+
+}  // namespace
+}  // namespace ombrel
