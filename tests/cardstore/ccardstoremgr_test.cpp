@@ -1,0 +1,434 @@
+#include "ombrel/cardstore/ccardstoremgr.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ombrel/cards/field_catalogue.h"
+#include "ombrel/cardstore/cmemorycardstore.h"
+#include "ombrel/foundation/error.h"
+#include "support/fake_card_store.h"
+
+namespace ombrel {
+namespace {
+
+std::string ErrorText(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const Error& e) {
+    return e.Description();
+  }
+  return "<no error>";
+}
+
+// One manager wrapper, called the way the rest of the system calls it.
+struct Wrapper {
+  std::string member;
+  std::function<void(CCardStoreMgr&)> call;
+  std::string failure;  // its own message; "" for the lenient GetValue
+};
+
+const std::vector<Wrapper>& Wrappers() {
+  static const std::vector<Wrapper> wrappers = {
+      {"Connect", [](CCardStoreMgr& m) { m.Connect(); }, "Failed to connect properly to card store"},
+      {"Disconnect", [](CCardStoreMgr& m) { m.Disconnect(); }, "Failed to disconnect properly from card store"},
+      {"GetNumberOfCards", [](CCardStoreMgr& m) { m.GetNumberOfCards(); }, "Failed to get number of cards"},
+      {"GetCardID", [](CCardStoreMgr& m) { m.GetCardID(0); }, "Failed to get cardId for card: 0"},
+      {"CardExists", [](CCardStoreMgr& m) { m.CardExists(12); }, "Failed to find if card exist for cardID: 12"},
+      {"GetCardDIB", [](CCardStoreMgr& m) { m.GetCardDIB(12); }, "Failed to get card image for card: 12"},
+      {"GetBackDIB", [](CCardStoreMgr& m) { m.GetBackDIB(12); }, "Failed to get back image for card: 12"},
+      {"SetCardDIB", [](CCardStoreMgr& m) { m.SetCardDIB(12, 3); }, "Failed to set card image for card: 12"},
+      {"SetBackDIB", [](CCardStoreMgr& m) { m.SetBackDIB(12, 3); }, "Failed to set back image for card: 12"},
+      {"HasFrontImage", [](CCardStoreMgr& m) { m.HasFrontImage(12); },
+       "Failed to find out if front image exists for card: 12"},
+      {"HasBackImage", [](CCardStoreMgr& m) { m.HasBackImage(12); },
+       "Failed to find out if back image exists for card: 12"},
+      {"GetLabels", [](CCardStoreMgr& m) { m.GetLabels("Phone"); }, "Failed to get labels for: Phone"},
+      {"GetCustomFields", [](CCardStoreMgr& m) { m.GetCustomFields(); }, "Failed to get list of custom fields"},
+      {"GetCategories", [](CCardStoreMgr& m) { m.GetCategories(); }, "Failed to get categories"},
+      {"PutValue", [](CCardStoreMgr& m) { m.PutValue(12, "Title", "CEO"); },
+       "Failed to put value for card with ID: 12 and field name: Title"},
+      {"DeleteCard", [](CCardStoreMgr& m) { m.DeleteCard(12); }, "Failed to delete card with ID: 12"},
+      {"BeginUpdate", [](CCardStoreMgr& m) { m.BeginUpdate(); }, "Failed to Begin Updates"},
+      {"CommitUpdate", [](CCardStoreMgr& m) { m.CommitUpdate(); }, "Failed to Commit Updates"},
+      {"AbortUpdate", [](CCardStoreMgr& m) { m.AbortUpdate(); }, "Failed to Abort Updates"},
+      {"GetValue", [](CCardStoreMgr& m) { m.GetValue(12, "Title"); }, ""},
+      {"GetCard", [](CCardStoreMgr& m) { m.GetCard(12); }, "Failed to get list of custom fields"},
+  };
+  return wrappers;
+}
+
+std::shared_ptr<FakeCardStore> StoreWithCard12() {
+  auto store = std::make_shared<FakeCardStore>();
+  store->AddCard(12, {{"Name", "Ann Lee"}, {"Title", "CEO"}});
+  return store;
+}
+
+TEST(CCardStoreMgrTest, EveryWrapperNeedsAStore) {
+  CCardStoreMgr mgr;
+  for (const Wrapper& w : Wrappers())
+    EXPECT_EQ(ErrorText([&] { w.call(mgr); }), "Cardstore object has not been set") << w.member;
+  EXPECT_EQ(mgr.GetLastError(), "");
+}
+
+TEST(CCardStoreMgrTest, FailureRaisesItsOwnMessageThenTheStoresLastError) {
+  for (const Wrapper& w : Wrappers()) {
+    auto store = StoreWithCard12();
+    store->Fail(w.member == "GetCard" ? "GetCustomFields" : w.member, 5, "locked");
+    CCardStoreMgr mgr;
+    mgr.SetCardStore(store);
+    std::string expected = w.failure.empty() ? "<no error>" : w.failure + "\r\nlocked";
+    try {
+      w.call(mgr);
+      EXPECT_EQ("<no error>", expected) << w.member;
+    } catch (const Error& e) {
+      EXPECT_EQ(e.Description(), expected) << w.member;
+      EXPECT_EQ(e.Number(), kTrapErrorNumber) << w.member;
+      EXPECT_EQ(e.Source(), "TRAP") << w.member;
+    }
+    EXPECT_EQ(store->CallCount("GetLastError"), w.failure.empty() ? 0 : 1) << w.member;
+  }
+}
+
+TEST(CCardStoreMgrTest, AStoreThatAnswersNonZeroOnSuccessFailsEverywhere) {
+  for (const Wrapper& w : Wrappers()) {
+    auto store = StoreWithCard12();
+    store->successStatus = -1;
+    store->lastError = "odd store";
+    CCardStoreMgr mgr;
+    mgr.SetCardStore(store);
+    std::string expected = w.failure.empty() ? "<no error>" : w.failure + "\r\nodd store";
+    EXPECT_EQ(ErrorText([&] { w.call(mgr); }), expected) << w.member;
+  }
+}
+
+TEST(CCardStoreMgrTest, WrappersHandBackTheStoresAnswers) {
+  auto store = std::make_shared<FakeCardStore>();
+  store->AddCard(30);
+  store->AddCard(10, {{"Title", "  CEO "}});
+  store->frontDib[10] = 77;
+  store->backDib[30] = 88;
+  store->labels = "Home\r\nWork";
+  store->categories = "A, B";
+  store->customFields = "Badge\tTEXT\tVISIBLE\tREADONLY";
+  CCardStoreMgr mgr;
+  mgr.SetCardStore(store);
+  EXPECT_EQ(mgr.GetCardStore(), store);
+
+  EXPECT_TRUE(mgr.Connect());
+  EXPECT_TRUE(store->connected);
+  EXPECT_EQ(mgr.GetNumberOfCards(), 2);
+  EXPECT_EQ(mgr.GetCardID(0), 30);
+  EXPECT_EQ(mgr.GetCardID(1), 10);
+  EXPECT_EQ(mgr.GetCardDIB(10), 77);
+  EXPECT_EQ(mgr.GetBackDIB(30), 88);
+  EXPECT_TRUE(mgr.HasFrontImage(10));
+  EXPECT_FALSE(mgr.HasFrontImage(30));
+  EXPECT_TRUE(mgr.HasBackImage(30));
+  EXPECT_EQ(mgr.GetLabels("Phone"), "Home\r\nWork");
+  EXPECT_EQ(mgr.GetCategories(), "A, B");
+  EXPECT_EQ(mgr.GetCustomFields(), "Badge\tTEXT\tVISIBLE\tREADONLY");
+  EXPECT_EQ(mgr.GetValue(10, "Title"), "  CEO ");  // the raw value; only card reading trims
+  EXPECT_TRUE(mgr.CardExists(10));
+  EXPECT_FALSE(mgr.CardExists(11));
+
+  EXPECT_TRUE(mgr.BeginUpdate());
+  mgr.PutValue(10, "Title", "CTO");
+  mgr.SetCardDIB(10, 5);
+  mgr.SetBackDIB(10, 6);
+  mgr.DeleteCard(30);
+  EXPECT_TRUE(mgr.CommitUpdate());
+  EXPECT_EQ(store->FindValue(10, "Title"), "CTO");
+  EXPECT_EQ(store->frontDib[10], 5);
+  EXPECT_EQ(store->backDib[10], 6);
+  EXPECT_FALSE(store->HasCard(30));
+  EXPECT_TRUE(mgr.BeginUpdate());
+  EXPECT_TRUE(mgr.AbortUpdate());
+  EXPECT_FALSE(store->inUpdate);
+  EXPECT_TRUE(mgr.Disconnect());
+  EXPECT_FALSE(store->connected);
+}
+
+TEST(CCardStoreMgrTest, GetValueReadsAFailureAsEmptyText) {
+  auto store = StoreWithCard12();
+  store->Fail("GetValue", 3, "no such value").ForField("Title");
+  CCardStoreMgr mgr;
+  mgr.SetCardStore(store);
+  EXPECT_EQ(mgr.GetValue(12, "Title"), "");
+  EXPECT_EQ(mgr.GetValue(12, "Name"), "Ann Lee");
+  EXPECT_EQ(mgr.GetValue(99, "Name"), "");
+  EXPECT_EQ(store->CallCount("GetLastError"), 0);
+}
+
+TEST(CCardStoreMgrTest, CardExistsAsksTwiceAndBelievesTheSecondAnswer) {
+  auto store = StoreWithCard12();
+  CCardStoreMgr mgr;
+  mgr.SetCardStore(store);
+  EXPECT_TRUE(mgr.CardExists(12));
+  EXPECT_EQ(store->calls, (std::vector<std::string>{"CardExists 12", "CardExists 12"}));
+
+  store->Fail("CardExists", 1, "first answer lost").Times(1);
+  EXPECT_TRUE(mgr.CardExists(12));
+
+  store->calls.clear();
+  store->Fail("CardExists", 0, "").Times(1);  // the first call "succeeds" without answering
+  store->Fail("CardExists", 7, "gone");
+  EXPECT_EQ(ErrorText([&] { mgr.CardExists(12); }), "Failed to find if card exist for cardID: 12\r\ngone");
+  EXPECT_EQ(store->CallCount("CardExists"), 2);
+}
+
+TEST(CCardStoreMgrTest, AStoreWithoutAMemberFailsOnlyWhenItIsCalled) {
+  auto store = StoreWithCard12();
+  store->Lack("GetLastError");
+  store->Lack("HasBackImage");
+  CCardStoreMgr mgr;
+  mgr.SetCardStore(store);
+  EXPECT_EQ(mgr.GetNumberOfCards(), 1);
+  try {
+    mgr.HasBackImage(12);
+    ADD_FAILURE() << "no error";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), kMissingMemberErrorNumber);
+    EXPECT_NE(e.Description().find("HasBackImage"), std::string::npos) << e.Description();
+  }
+  store->Fail("DeleteCard", 2, "in use");
+  EXPECT_NE(ErrorText([&] { mgr.DeleteCard(12); }).find("GetLastError"), std::string::npos);
+}
+
+// The in-memory store keeps no error text and declares no custom fields.
+TEST(CCardStoreMgrTest, OnTheMemoryStoreFailuresEndInTheMissingGetLastError) {
+  auto memory = std::make_shared<CMemoryCardStore>();
+  auto card = std::make_shared<CCard>();
+  card->SetCardId(4);
+  memory->AddCard(card);
+  CCardStoreMgr mgr;
+  mgr.SetCardStore(memory);
+
+  auto missing = [&](const std::function<void()>& f) -> std::string {
+    try {
+      f();
+    } catch (const Error& e) {
+      if (e.Number() != kMissingMemberErrorNumber) return "wrong error: " + e.Description();
+      for (const char* member : {"GetLastError", "GetCustomFields"})
+        if (e.Description().find(member) != std::string::npos) return member;
+      return "other member: " + e.Description();
+    }
+    return "<no error>";
+  };
+  EXPECT_EQ(missing([&] { mgr.GetNumberOfCards(); }), "GetLastError");  // the store answers -1
+  EXPECT_EQ(missing([&] { mgr.DeleteCard(99); }), "GetLastError");
+  EXPECT_EQ(missing([&] { mgr.GetCardID(1); }), "GetLastError");
+  EXPECT_EQ(missing([&] { mgr.GetLastError(); }), "GetLastError");
+  EXPECT_EQ(missing([&] { mgr.GetCustomFields(); }), "GetCustomFields");
+  EXPECT_EQ(missing([&] { mgr.GetCard(4); }), "GetCustomFields");
+  EXPECT_EQ(missing([&] { mgr.GetCardID(0); }), "<no error>");
+  EXPECT_EQ(mgr.GetCardID(0), 4);
+  EXPECT_EQ(mgr.GetValue(4, "Name.Rectangle"), "");
+}
+
+// A store holding every value a card reader asks for.
+class CardReadingTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    store_ = std::make_shared<FakeCardStore>();
+    mgr_.SetCardStore(store_);
+  }
+
+  std::string ReadError(int32_t id) {
+    return ErrorText([&] { mgr_.GetCard(id); });
+  }
+
+  // The dump line of one field of the card read for id.
+  std::string FieldDump(int32_t id, const std::string& name) { return mgr_.GetCard(id)->GetField(name)->ToStr(); }
+
+  std::shared_ptr<FakeCardStore> store_;
+  CCardStoreMgr mgr_;
+};
+
+TEST_F(CardReadingTest, SuffixedValueFormats) {
+  struct Case {
+    std::string suffix;
+    std::string value;
+    std::string expected;  // the Title field's dump, or the error
+  };
+  const std::string plain = "FIELD:Title TEXT:Manager RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 ";
+  const std::string failed = "Failed to get field data for field: Title\r\n";
+  const std::vector<Case> cases = {
+      {".Rectangle", "10 20 110 60",
+       "FIELD:Title TEXT:Manager RECT:T:20,L:10,W:100,H:40 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False"},
+      {".Rectangle", " 10  20 110 60 ",
+       "FIELD:Title TEXT:Manager RECT:T:20,L:10,W:100,H:40 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False"},
+      {".Rectangle", "10 20 5 40", plain + "OCR_SUSP:False CAT_SUSP:False"},
+      {".Rectangle", "10 20 30 20", plain + "OCR_SUSP:False CAT_SUSP:False"},
+      {".Rectangle", "10 20 30", failed + "Incorrect rectangle information: 10 20 30"},
+      {".Rectangle", "1 2 3 4 5", failed + "Incorrect rectangle information: 1 2 3 4 5"},
+      {".Rectangle", "a 2 3 4", failed + "Cannot convert string: a to number"},
+      {".Rectangle", "99999999999 2 3 4", failed + "Overflow"},
+      {".Confidence Levels", "80 70",
+       "FIELD:Title TEXT:Manager RECT:T:0,L:0,W:0,H:0 OCR_CONF:80 CAT_CONF:70 OCR_SUSP:False CAT_SUSP:False"},
+      {".Confidence Levels", "150 -3", plain + "OCR_SUSP:False CAT_SUSP:False"},
+      {".Confidence Levels", "101 0",
+       "FIELD:Title TEXT:Manager RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:0 OCR_SUSP:False CAT_SUSP:False"},
+      {".Confidence Levels", "80", failed + "Incorrect confidence levels: 80"},
+      {".Confidence Levels", "80 70 60", failed + "Incorrect confidence levels: 80 70 60"},
+      {".Suspect Info", "1 0", plain + "OCR_SUSP:True CAT_SUSP:False"},
+      {".Suspect Info", "0x1", plain + "OCR_SUSP:False CAT_SUSP:True"},
+      {".Suspect Info", "111", plain + "OCR_SUSP:True CAT_SUSP:True"},
+      {".Suspect Info", "10", failed + "Incorrect suspect info: 10"},
+      {".Suspect Info", "1000", failed + "Incorrect suspect info: 1000"},
+      {".Suspect Info", "2 0", failed + "Incorrect suspect info: 2 0"},
+      {".Suspect Info", "0 2", failed + "Incorrect suspect info: 0 2"},
+      {".Suspect Info", "", plain + "OCR_SUSP:False CAT_SUSP:False"},
+  };
+  int32_t id = 0;
+  for (const Case& c : cases) {
+    ++id;
+    store_->AddCard(id, {{"Title", " Manager\t"}, {"Title" + c.suffix, c.value}});
+    std::string got;
+    try {
+      got = FieldDump(id, "Title");
+    } catch (const Error& e) {
+      got = e.Description();
+    }
+    EXPECT_EQ(got, c.expected) << c.suffix << " '" << c.value << "'";
+  }
+}
+
+TEST_F(CardReadingTest, AWholeCardInOneDump) {
+  store_->customFields =
+      "Nickname\tTEXT\tVISIBLE\tREADWRITE\r\n"
+      "Secret\tTEXT\tHIDDEN\tREADWRITE\r\n"
+      "Count\tNUMBER\tVISIBLE\tREADWRITE\r\n"
+      "Badge\tTEXT\tVISIBLE\tREADONLY";
+  store_->AddCard(7, {
+                         {"Name", "Ann  Lee"},
+                         {"Name.Rectangle", "10 20 110 60"},
+                         {"Name.Confidence Levels", "90 80"},
+                         {"Name.Suspect Info", "0 1"},
+                         {"Phone 1", "555"},
+                         {"Phone 1.Label", "Work"},
+                         {"Phone 2.Label", "Home"},  // no text: never read
+                         {"Email 3", "ann@example.com"},
+                         {"Email 3.Label", "Private"},
+                         {"Notes", "met at fair"},
+                         {"Notes.Rectangle", "1 1 50 50"},
+                         {"Categories", "A, B"},
+                         {"Categories.Confidence Levels", "10 10"},
+                         {"Verified", "Yes"},
+                         {"Verified.Suspect Info", "1 1"},
+                         {"Modified Date", "2003-04-05"},
+                         {"Nickname", "Annie"},
+                         {"Secret", "hidden"},
+                         {"Badge", "B-17"},
+                         {"Badge.Suspect Info", "1 0"},
+                         {"Last Name", " Lee "},
+                     });
+  auto card = mgr_.GetCard(7);
+  std::string dump;
+  for (int32_t i = 1; i <= card->NumFields(); ++i) {
+    const CCardField& f = card->FieldAt(i);
+    if (f.HasText() || f.Name() == "Company" || i > 28)
+      dump += f.ToStr() + (f.IsReadOnlyType() ? " [read-only]" : "") + "\n";
+  }
+  EXPECT_EQ(dump,
+            "FIELD:Name TEXT:Ann  Lee RECT:T:20,L:10,W:100,H:40 OCR_CONF:90 CAT_CONF:80 OCR_SUSP:False CAT_SUSP:True\n"
+            "FIELD:Company TEXT: RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False\n"
+            "FIELD:Phone 1 LABEL:Work TEXT:555 RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False\n"
+            "FIELD:Email 3 LABEL:Private TEXT:ann@example.com RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 "
+            "OCR_SUSP:False CAT_SUSP:False\n"
+            "FIELD:Verified TEXT:Yes RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False\n"
+            "FIELD:Notes TEXT:met at fair RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False\n"
+            "FIELD:Categories TEXT:A, B RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False\n"
+            "FIELD:Modified Date TEXT:2003-04-05 RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False "
+            "CAT_SUSP:False\n"
+            "FIELD:Nickname TEXT:Annie RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False\n"
+            "FIELD:Badge TEXT:B-17 RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:True CAT_SUSP:False "
+            "[read-only]\n");
+  EXPECT_EQ(card->NumFields(), 30);
+  EXPECT_EQ(card->GetCardID(), 7);
+  EXPECT_EQ(card->GetStoredCardId(), 7);
+  EXPECT_EQ(card->GetLastName(), "Lee");
+  EXPECT_TRUE(card->IsVerified());
+}
+
+TEST_F(CardReadingTest, ValuesAreAskedForInOrderAndOnlyWhenNeeded) {
+  store_->customFields = "Nickname\tTEXT\tVISIBLE\tREADWRITE";
+  store_->AddCard(3, {{"Phone 1", "555"}, {"Notes", "n"}, {"Phone 2.Label", "never asked"}});
+  mgr_.GetCard(3);
+  std::vector<std::string> expected = {"GetCustomFields"};
+  for (auto name : kStandardFieldNames) {
+    expected.push_back("GetValue 3 " + std::string(name));
+    if (name == "Phone 1")
+      for (const char* suffix : {".Rectangle", ".Confidence Levels", ".Suspect Info", ".Label"})
+        expected.push_back("GetValue 3 Phone 1" + std::string(suffix));
+  }
+  expected.push_back("GetValue 3 Nickname");
+  expected.push_back("GetValue 3 Last Name");
+  EXPECT_EQ(store_->calls, expected);
+}
+
+TEST_F(CardReadingTest, ReadingFailures) {
+  struct Case {
+    std::string customFields;
+    FakeCardStore::Values values;
+    std::string expected;
+  };
+  const std::vector<Case> cases = {
+      {"", {{"Name", "John Smyth"}, {"Last Name", "Smith"}}, "Name field does not contain given last name: Smith"},
+      {"", {{"Name", "John Smith"}, {"Last Name", "Smith"}}, "<no error>"},
+      {"Nickname\tTEXT", {}, "List index out of range: 3"},
+      {"Nickname\tTEXT\tVISIBLE", {}, "List index out of range: 4"},
+      {"Nickname\tNUMBER\tVISIBLE", {}, "<no error>"},
+      {"Nickname\tTEXT\tHIDDEN", {}, "<no error>"},
+      {"\r\n\r\nNickname\tTEXT\tVISIBLE\tREADWRITE\r\n\r\n", {}, "<no error>"},
+      {"Title\tTEXT\tVISIBLE\tREADWRITE", {}, "HashTable already contains key: Title"},
+      {"", {{"Email 2", "a@b.c"}, {"Email 2.Rectangle", "5 5 1 1 1"}},
+       "Failed to get field data for field: Email 2\r\nIncorrect rectangle information: 5 5 1 1 1"},
+      {"Nick\tTEXT\tVISIBLE\tRW", {{"Nick", "N"}, {"Nick.Suspect Info", "yes"}},
+       "Failed to get field data for field: Nick\r\nIncorrect suspect info: yes"},
+  };
+  int32_t id = 100;
+  for (const Case& c : cases) {
+    ++id;
+    store_->customFields = c.customFields;
+    store_->AddCard(id, c.values);
+    EXPECT_EQ(ReadError(id), c.expected) << c.customFields;
+  }
+}
+
+TEST_F(CardReadingTest, AFailingValueReadIsWrappedWithTheFieldName) {
+  store_->AddCard(5, {{"Title", "CEO"}});
+  store_->Lack("GetValue");
+  EXPECT_EQ(ReadError(5),
+            "Failed to get field data for field: Name\r\nObject doesn't support this property or method: GetValue");
+}
+
+TEST_F(CardReadingTest, BuildCardMatchesGetCardAndFollowsTheCustomFieldText) {
+  FakeCardStore::Values values = {{"Name", "Bo Ek"},        {"Name.Rectangle", "1 2 30 40"}, {"Badge", "7"},
+                                  {"Phone 3", "12"},        {"Phone 3.Label", "Fax"},        {"Last Name", "Ek"},
+                                  {"Title.Suspect Info", "1 1"}};
+  store_->customFields = "Badge\tTEXT\tVISIBLE\tREADONLY";
+  store_->AddCard(8, values);
+  auto read = mgr_.GetCard(8);
+  auto lookup = [&](const std::string& name) {
+    auto it = values.find(name);
+    return it == values.end() ? std::string() : it->second;
+  };
+  auto built = mgr_.BuildCard(8, store_->customFields, lookup);
+  EXPECT_EQ(built->ToStr(), read->ToStr());
+  EXPECT_EQ(built->GetLastName(), "Ek");
+  EXPECT_TRUE(built->GetField("Badge")->IsReadOnlyType());
+
+  // A different custom-field text on the next card is honoured, not the one seen before.
+  auto other = mgr_.BuildCard(9, "Room\tTEXT\tVISIBLE\tREADWRITE", lookup);
+  EXPECT_EQ(other->FieldAt(29).Name(), "Room");
+  EXPECT_FALSE(other->IsStandardFieldName("Badge"));
+  EXPECT_EQ(ErrorText([&] { mgr_.BuildCard(9, "Room", lookup); }), "List index out of range: 2");
+  EXPECT_EQ(ErrorText([&] { mgr_.BuildCard(9, "Room", lookup); }), "List index out of range: 2");
+}
+
+}  // namespace
+}  // namespace ombrel
