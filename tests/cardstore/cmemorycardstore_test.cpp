@@ -1,0 +1,214 @@
+#include "ombrel/cardstore/cmemorycardstore.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ombrel/foundation/error.h"
+
+namespace ombrel {
+namespace {
+
+std::shared_ptr<CCard> Card(int32_t id, const std::string& name) {
+  auto card = std::make_shared<CCard>();
+  card->SetCardId(id);
+  card->SetData("Name", name, "", nullptr, 100, 100, false, false);
+  return card;
+}
+
+// Three cards: 30 "Ann", 10 "Bob", 20 "Cid", in that order.
+class CMemoryCardStoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (auto [id, name] : std::vector<std::pair<int32_t, std::string>>{{30, "Ann"}, {10, "Bob"}, {20, "Cid"}})
+      ASSERT_EQ(store_.AddCard(Card(id, name)), 0);
+  }
+  CMemoryCardStore store_;
+};
+
+TEST_F(CMemoryCardStoreTest, CardsInInsertionOrder) {
+  auto second = Card(10, "Other Bob");
+  EXPECT_EQ(store_.AddCard(second), -1);
+  EXPECT_EQ(store_.GetCard(2)->FieldText("Name"), "Bob");
+
+  int32_t count = 0;
+  EXPECT_EQ(store_.GetNumberOfCards(count), -1);
+  EXPECT_EQ(count, 3);
+
+  std::string ids;
+  for (int32_t index = -1; index <= 3; ++index) {
+    int32_t id = -99;
+    Status status = store_.GetCardID(index, id);
+    ids += std::to_string(index) + ":" + std::to_string(status) + "/" + std::to_string(id) + " ";
+  }
+  EXPECT_EQ(ids, "-1:1/-99 0:0/30 1:0/10 2:0/20 3:1/-99 ");
+
+  EXPECT_EQ(store_.GetCard(3)->GetCardID(), 20);
+  for (int32_t bad : {0, 4, -1}) {
+    try {
+      store_.GetCard(bad);
+      ADD_FAILURE() << bad;
+    } catch (const Error& e) {
+      EXPECT_EQ(e.Description(), "CMemoryCardStore does not have card for index: " + std::to_string(bad));
+      EXPECT_EQ(e.Number(), kTrapErrorNumber);
+    }
+  }
+}
+
+TEST_F(CMemoryCardStoreTest, HoldsTheCallersCardItself) {
+  auto card = Card(40, "Dee");
+  store_.AddCard(card);
+  EXPECT_EQ(store_.GetCard(4), card);
+  card->SetData("Title", "CEO", "", nullptr, 100, 100, false, false);
+  std::string title;
+  EXPECT_EQ(store_.GetValue(40, "Title", title), 0);
+  EXPECT_EQ(title, "CEO");
+}
+
+// An unexpected error inside an operation reports the status set so far.
+TEST_F(CMemoryCardStoreTest, UnexpectedErrorsReadAsTheStatusSoFar) {
+  EXPECT_EQ(store_.AddCard(std::make_shared<CCard>()), 0);  // no ID: GetCardID raises
+  EXPECT_EQ(store_.AddCard(nullptr), 0);
+  int32_t count = 0;
+  store_.GetNumberOfCards(count);
+  EXPECT_EQ(count, 3);
+}
+
+TEST_F(CMemoryCardStoreTest, DeleteCard) {
+  EXPECT_EQ(store_.SetCardDIB(10, 77), 0);
+  EXPECT_EQ(store_.DeleteCard(10), 0);
+  EXPECT_EQ(store_.DeleteCard(10), -1);
+  int32_t id = 0;
+  store_.GetCardID(1, id);
+  EXPECT_EQ(id, 20);
+  bool exists = true;
+  EXPECT_EQ(store_.CardExists(10, exists), 0);
+  EXPECT_FALSE(exists);
+  EXPECT_EQ(store_.CardExists(20, exists), 0);
+  EXPECT_TRUE(exists);
+  EXPECT_EQ(store_.RememberedFrontImage(10), 77);  // the image handle outlives the card
+}
+
+TEST_F(CMemoryCardStoreTest, GetValueAnswersPlainFieldNamesOnly) {
+  store_.GetCard(1)->SetData("Phone 1", "555", "Work", nullptr, 100, 100, false, false);
+  struct Case {
+    int32_t id;
+    std::string name;
+    Status status;
+    std::string value;
+  };
+  const std::vector<Case> cases = {
+      {30, "Name", 0, "Ann"},         {30, "Phone 1", 0, "555"},    {30, "Title", 0, ""},
+      {30, "Phone 1.Label", 2, ""},   {30, "Name.Rectangle", 2, ""}, {30, "Certainty", 2, ""},
+      {30, "name", 2, ""},            {99, "Name", 1, ""},
+  };
+  for (const Case& c : cases) {
+    std::string value = "stale";
+    EXPECT_EQ(store_.GetValue(c.id, c.name, value), c.status) << c.id << " " << c.name;
+    EXPECT_EQ(value, c.value) << c.id << " " << c.name;
+  }
+}
+
+TEST_F(CMemoryCardStoreTest, PutValueReplacesTheTextAndResetsTheRest) {
+  auto card = store_.GetCard(1);
+  CRectangle rect(1, 2, 3, 4);
+  card->SetData("Title", "CEO", "", &rect, 40, 50, true, true);
+  card->SetData("Phone 1", "555", "Work", &rect, 40, 50, true, true);
+  card->AddField("Badge", true);
+  const std::string before = card->ToStr();
+
+  struct Case {
+    std::string name;
+    Status status;
+  };
+  const std::vector<Case> ignored = {{"Phone 1.Label", 0},     {"Title.Rectangle", 0}, {"Title.RECTANGLE", 0},
+                                     {"Title.confidence levels", 0}, {"Title.Suspect Info", 2}, {"title", 2},
+                                     {"Nickname", 2}};
+  for (const Case& c : ignored) EXPECT_EQ(store_.PutValue(30, c.name, "x"), c.status) << c.name;
+  EXPECT_EQ(store_.PutValue(99, "Title", "x"), 1);
+  EXPECT_EQ(store_.PutValue(99, "Title.Label", "x"), 1);
+  EXPECT_EQ(card->ToStr(), before);
+
+  EXPECT_EQ(store_.PutValue(30, "Title", " CTO "), 0);
+  EXPECT_EQ(store_.PutValue(30, "Phone 1", "556"), 0);
+  EXPECT_EQ(store_.PutValue(30, "Badge", "B-2"), 0);
+  EXPECT_EQ(card->GetField("Title")->ToStr(),
+            "FIELD:Title TEXT:CTO RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False");
+  EXPECT_EQ(card->GetField("Phone 1")->ToStr(),
+            "FIELD:Phone 1 TEXT:556 RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False");
+  EXPECT_TRUE(card->GetField("Badge")->IsReadOnlyType());
+}
+
+TEST_F(CMemoryCardStoreTest, Images) {
+  int32_t dib = -5;
+  EXPECT_EQ(store_.SetCardDIB(30, 1234), 0);
+  EXPECT_EQ(store_.SetCardDIB(30, 99), 0);
+  EXPECT_EQ(store_.RememberedFrontImage(30), 99);
+  EXPECT_EQ(store_.GetCardDIB(30, dib), 0);
+  EXPECT_EQ(dib, 0);
+  dib = -5;
+  EXPECT_EQ(store_.GetCardDIB(99, dib), 1);
+  EXPECT_EQ(dib, 0);
+  EXPECT_EQ(store_.SetCardDIB(99, 5), 1);
+  dib = -5;
+  EXPECT_EQ(store_.GetBackDIB(99, dib), 0);
+  EXPECT_EQ(dib, 0);
+  EXPECT_EQ(store_.SetBackDIB(30, 5), 0);
+
+  // HasFrontImage looks at the card's own replacement image, not at SetCardDIB.
+  struct Case {
+    std::shared_ptr<CLong> frontImage;
+    bool answerBefore;
+    bool answerAfter;
+  };
+  const std::vector<Case> cases = {
+      {nullptr, true, true},   {nullptr, false, false},  {std::make_shared<CLong>(5), false, true},
+      {std::make_shared<CLong>(0), true, false},          {std::make_shared<CLong>(-3), true, false},
+  };
+  for (const Case& c : cases) {
+    store_.GetCard(2)->frontImage = c.frontImage;
+    bool answer = c.answerBefore;
+    EXPECT_EQ(store_.HasFrontImage(10, answer), 0);
+    EXPECT_EQ(answer, c.answerAfter) << (c.frontImage ? c.frontImage->Value() : -999);
+  }
+  bool answer = true;
+  EXPECT_EQ(store_.HasFrontImage(99, answer), 1);
+  EXPECT_EQ(store_.HasBackImage(10, answer), 0);
+  EXPECT_TRUE(answer);
+}
+
+TEST_F(CMemoryCardStoreTest, TheRestAnswersSuccessWithEmptyResults) {
+  std::string labels = "x", categories = "y";
+  int32_t caps = 9;
+  EXPECT_EQ(store_.GetLabels("Phone", labels), 0);
+  EXPECT_EQ(store_.GetCategories(categories), 0);
+  EXPECT_EQ(store_.GetCapabilities(caps), 0);
+  EXPECT_EQ(labels + categories + std::to_string(caps), "0");
+  EXPECT_EQ(store_.Connect(), 0);
+  EXPECT_EQ(store_.BeginUpdate(), 0);
+  EXPECT_EQ(store_.CommitUpdate(), 0);
+  EXPECT_EQ(store_.AbortUpdate(), 0);
+  EXPECT_EQ(store_.Disconnect(), 0);
+  EXPECT_EQ(store_.ClassName(), "CMemoryCardStore");
+}
+
+TEST_F(CMemoryCardStoreTest, OffersNoErrorTextAndNoCustomFields) {
+  ICardStore& asStore = store_;
+  std::string fields;
+  for (const std::string member : {"GetLastError", "GetCustomFields"}) {
+    try {
+      if (member == "GetLastError") asStore.GetLastError();
+      else asStore.GetCustomFields(fields);
+      ADD_FAILURE() << member;
+    } catch (const Error& e) {
+      EXPECT_EQ(e.Number(), kMissingMemberErrorNumber);
+      EXPECT_NE(e.Description().find(member), std::string::npos) << e.Description();
+    }
+  }
+}
+
+}  // namespace
+}  // namespace ombrel
