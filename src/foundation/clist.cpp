@@ -1,5 +1,9 @@
 #include "ombrel/foundation/clist.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+
 namespace ombrel {
 
 namespace {
@@ -64,7 +68,7 @@ int32_t CList::Seek(int32_t position) const {
     // Walk from whichever of the cursor and the two ends lies nearest.
     int32_t fromFirst = position - 1;
     int32_t fromLast = count_ - position;
-    int32_t fromCursor = cursorNode_ ? std::abs(position - cursorPos_) : INT32_MAX;
+    int32_t fromCursor = cursorNode_ ? std::abs(position - cursorPos_) : std::numeric_limits<int32_t>::max();
     if (fromCursor <= fromFirst && fromCursor <= fromLast) {
       node = cursorNode_;
       for (int32_t p = cursorPos_; p < position; ++p) node = Follow(nodes_[node].next);
@@ -98,9 +102,16 @@ void CList::AddItem(ObjectRef item) {
 }
 
 void CList::Append(const CList& other) {
-  // Walk the other list's nodes directly: appending a list to itself sees the original count.
+  // Check every item and the final count first, so a refused append adds nothing.
   int32_t n = other.count_;
+  CheckedAdd(count_, n);
   int32_t node = other.first_;
+  for (int32_t i = 0; i < n; ++i) {
+    CheckType(other.nodes_[node].item);
+    node = other.nodes_[node].next;
+  }
+  // Walk the other list's nodes directly: appending a list to itself sees the original count.
+  node = other.first_;
   for (int32_t i = 0; i < n; ++i) {
     ObjectRef item = other.nodes_[node].item;
     node = other.nodes_[node].next;
@@ -212,10 +223,13 @@ int32_t CList::GetPosition(const ObjectRef& item) const {
 }
 
 int32_t CList::GetPositionByValue(const ObjectRef& item) const {
+  if (!item) RaiseObjectNotSet();
   DefaultValue wanted = item->GetDefaultValue();
   int32_t node = first_;
   for (int32_t pos = 1; pos <= count_; ++pos) {
-    if (nodes_[node].item->GetDefaultValue().Equals(wanted)) return pos;
+    const ObjectRef& candidate = nodes_[node].item;
+    if (!candidate) RaiseObjectNotSet();
+    if (candidate->GetDefaultValue().Equals(wanted)) return pos;
     node = nodes_[node].next;
   }
   return 0;
@@ -226,6 +240,7 @@ std::string CList::ToStr() const {
   int32_t node = first_;
   for (int32_t pos = 1; pos <= count_; ++pos) {
     if (pos > 1) out += "\r\n";
+    if (!nodes_[node].item) RaiseObjectNotSet();
     out += nodes_[node].item->ToStr();
     node = nodes_[node].next;
   }

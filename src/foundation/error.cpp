@@ -22,6 +22,8 @@ void RaiseMissingMember(std::string_view member) {
               "Object doesn't support this property or method: " + std::string(member));
 }
 
+void RaiseObjectNotSet() { throw Error(kObjectNotSetErrorNumber, "Ombrel", "Object variable not set"); }
+
 int32_t CheckedAdd(int32_t a, int32_t b) {
   int64_t r = static_cast<int64_t>(a) + b;
   if (r > std::numeric_limits<int32_t>::max() || r < std::numeric_limits<int32_t>::min()) RaiseOverflow();

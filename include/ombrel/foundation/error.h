@@ -21,6 +21,7 @@ inline constexpr const char* kTrapSource = "TRAP";
 inline constexpr int32_t kOverflowErrorNumber = 6;
 inline constexpr int32_t kTypeMismatchErrorNumber = 13;
 inline constexpr int32_t kMissingMemberErrorNumber = 438;
+inline constexpr int32_t kObjectNotSetErrorNumber = 91;
 
 class Error : public std::exception {
  public:
@@ -49,6 +50,9 @@ void Trap(bool failed, std::string_view message);
 
 // What a late-bound call of a member that the object does not offer raises.
 [[noreturn]] void RaiseMissingMember(std::string_view member);
+
+// What using an empty object reference (an unset item) raises.
+[[noreturn]] void RaiseObjectNotSet();
 
 // Adds two 32-bit values, raising the overflow error when the sum does not fit.
 int32_t CheckedAdd(int32_t a, int32_t b);
