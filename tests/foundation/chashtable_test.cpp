@@ -1,0 +1,146 @@
+#include "ombrel/foundation/chashtable.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "ombrel/foundation/clist.h"
+#include "ombrel/foundation/cstring.h"
+
+namespace ombrel {
+namespace {
+
+template <class F>
+std::string TrapText(F&& f) {
+  try {
+    f();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), kTrapErrorNumber);
+    EXPECT_EQ(e.Source(), "TRAP");
+    return e.Description();
+  }
+  ADD_FAILURE() << "no trap raised";
+  return "<no trap>";
+}
+
+class FakeCard final : public CObject {
+ public:
+  std::string_view ClassName() const override { return "CCard"; }
+};
+
+std::shared_ptr<CString> Str(const std::string& s) { return std::make_shared<CString>(s); }
+
+std::vector<std::string> Keys(const CHashTable& table) {
+  auto list = table.GetKeys();
+  std::vector<std::string> out;
+  for (int32_t i = 1; i <= list->GetNumItems(); ++i) out.push_back(list->GetItemAs<CString>(i)->Value());
+  return out;
+}
+
+TEST(CHashTableTest, ErrorsNameTheKeyOrPosition) {
+  CHashTable table;
+  auto item = Str("v");
+  table.AddItem("Last Name", item);
+  EXPECT_EQ(TrapText([&] { table.AddItem("Last Name", Str("w")); }), "HashTable already contains key: Last Name");
+  EXPECT_EQ(TrapText([&] { table.SetItem("First Name", Str("w")); }), "HashTable does not contain key: First Name");
+  EXPECT_EQ(TrapText([&] { table.SetItem("Last Name", item); }),
+            "SetItem attempted to set item to itself. Key: Last Name");
+  EXPECT_EQ(TrapText([&] { table.RemoveItem("Company"); }), "HashTable cannot remove item. Key not found: Company");
+  EXPECT_EQ(TrapText([&] { table.GetItem("last name"); }), "HashTable does not contain key: last name");
+  EXPECT_EQ(TrapText([&] { table.GetIndexedItem(0); }), "HashTable index out of range: 0");
+  EXPECT_EQ(TrapText([&] { table.GetIndexedItem(2); }), "HashTable index out of range: 2");
+  EXPECT_EQ(TrapText([&] { table.GetIndexedItem(-3); }), "HashTable index out of range: -3");
+  EXPECT_EQ(table.GetNumItems(), 1);
+  EXPECT_EQ(table.GetItem("Last Name"), item);
+}
+
+TEST(CHashTableTest, RestrictType) {
+  CHashTable table;
+  table.RestrictType("CCard");
+  table.AddItem("a", std::make_shared<FakeCard>());
+  EXPECT_EQ(TrapText([&] { table.AddItem("b", Str("x")); }), "Cannot add a: CString into a hashTable of: CCard");
+  // The class is checked before the key.
+  EXPECT_EQ(TrapText([&] { table.AddItem("a", Str("x")); }), "Cannot add a: CString into a hashTable of: CCard");
+  EXPECT_EQ(TrapText([&] { table.RestrictType("CString"); }), "Cannot restrict type: hashTable is not empty");
+  EXPECT_EQ(table.GetNumItems(), 1);
+  table.RemoveAll();
+  EXPECT_NO_THROW(table.RestrictType("CString"));
+  EXPECT_NO_THROW(table.AddItem("b", Str("x")));
+}
+
+TEST(CHashTableTest, ContainsNeverRaises) {
+  CHashTable table;
+  EXPECT_FALSE(table.Contains("x"));
+  EXPECT_FALSE(table.Contains(""));
+  table.AddItem("", Str("empty key"));
+  EXPECT_TRUE(table.Contains(""));
+  EXPECT_FALSE(table.Contains(" "));
+}
+
+TEST(CHashTableTest, SetItemReplacesInPlaceAndKeepsOrder) {
+  CHashTable table;
+  table.AddItem("b", Str("1"));
+  table.AddItem("a", Str("2"));
+  auto replacement = Str("3");
+  table.SetItem("b", replacement);
+  EXPECT_EQ(table.GetItem("b"), replacement);
+  EXPECT_EQ(table.GetIndexedItem(1), replacement);
+  EXPECT_EQ(Keys(table), (std::vector<std::string>{"b", "a"}));
+}
+
+TEST(CHashTableTest, GetKeysListsStringsInInsertionOrder) {
+  CHashTable table;
+  EXPECT_EQ(table.GetKeys()->GetNumItems(), 0);
+  for (const char* k : {"zeta", "alpha", "Mid", "mid"}) table.AddItem(k, Str(k));
+  auto keys = table.GetKeys();
+  EXPECT_EQ(keys->GetItem(1)->ClassName(), "CString");
+  EXPECT_EQ(Keys(table), (std::vector<std::string>{"zeta", "alpha", "Mid", "mid"}));
+  table.RemoveItem("alpha");
+  table.AddItem("alpha", Str("again"));
+  EXPECT_EQ(Keys(table), (std::vector<std::string>{"zeta", "Mid", "mid", "alpha"}));
+  EXPECT_EQ(table.GetIndexedItem(4)->ToStr(), "again");
+}
+
+// Large tables index their keys; every lookup must still agree with insertion
+// order through additions and removals on both sides of that size.
+TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
+  std::mt19937 rng(7);
+  CHashTable table;
+  std::vector<std::pair<std::string, ObjectRef>> model;
+  for (int step = 0; step < 4000; ++step) {
+    bool grow = model.size() < 30 || (rng() % 100) < (step < 2000 ? 65 : 35);
+    if (grow) {
+      std::string key = "k";
+      key += std::to_string(rng() % 400);
+      bool present = std::any_of(model.begin(), model.end(), [&](auto& e) { return e.first == key; });
+      ASSERT_EQ(table.Contains(key), present);
+      if (present) {
+        EXPECT_THROW(table.AddItem(key, Str(key)), Error);
+        continue;
+      }
+      auto item = Str(key);
+      table.AddItem(key, item);
+      model.emplace_back(key, item);
+    } else {
+      size_t at = rng() % model.size();
+      table.RemoveItem(model[at].first);
+      model.erase(model.begin() + static_cast<long>(at));
+    }
+    ASSERT_EQ(table.GetNumItems(), static_cast<int32_t>(model.size()));
+    if (step % 97 == 0) {
+      for (size_t i = 0; i < model.size(); ++i) {
+        ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(i + 1)), model[i].second);
+        ASSERT_EQ(table.GetItem(model[i].first), model[i].second);
+      }
+      std::vector<std::string> keys;
+      for (auto& e : model) keys.push_back(e.first);
+      ASSERT_EQ(Keys(table), keys);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace ombrel
