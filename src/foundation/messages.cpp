@@ -42,13 +42,19 @@ bool CResourceReader::Load(const std::string& path) {
   if (!in) return false;
   std::vector<std::pair<int32_t, std::string>> loaded;
   std::string line;
+  bool firstLine = true;
   while (std::getline(in, line)) {
+    // Editors on Windows often save UTF-8 with a byte order mark.
+    if (firstLine && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);
+    firstLine = false;
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty() || line[0] == '#') continue;
     size_t tab = line.find('\t');
     if (tab == std::string::npos) return false;
     double id = 0;
     if (!CString::TryParseNumber(line.substr(0, tab), id)) return false;
+    if (id != std::floor(id) || id < std::numeric_limits<int32_t>::min() || id > std::numeric_limits<int32_t>::max())
+      return false;
     loaded.emplace_back(static_cast<int32_t>(id), line.substr(tab + 1));
   }
   std::stable_sort(loaded.begin(), loaded.end(), [](auto& a, auto& b) { return a.first < b.first; });
@@ -126,6 +132,9 @@ void ReportError() {
 }
 
 void SortLongs(std::vector<int32_t>& values, int32_t first, int32_t last) {
+  if (first >= last) return;
+  Trap(first < 0 || static_cast<size_t>(last) >= values.size(),
+       "SortLongs range out of bounds: " + std::to_string(first) + " to " + std::to_string(last));
   for (int32_t i = first; i < last; ++i) {
     int32_t smallest = i;
     for (int32_t j = i + 1; j <= last; ++j)
