@@ -3,6 +3,7 @@
 #include <fstream>
 #include <istream>
 #include <limits>
+#include <optional>
 #include <nlohmann/json.hpp>
 #include <unordered_map>
 
@@ -78,10 +79,8 @@ void ApplyDatabaseLine(CSqliteCardStore& store, const Json& db) {
   if (store.DefineCategories(categories) != 0) Bad(store.GetLastError());
 }
 
-bool ReadImage(const Json& ref, const char* key, const std::filesystem::path& baseDir, StoredImage& image) {
-  if (ref.is_null()) return false;
-  if (!ref.is_string()) Bad(Quoted(key) + " must be a string or null");
-  const std::string& text = ref.get_ref<const std::string&>();
+// An image reference: a data: URI or a path relative to the .jsonl file.
+void ReadImage(const std::string& text, const char* key, const std::filesystem::path& baseDir, StoredImage& image) {
   if (text.rfind("data:", 0) == 0) {
     auto comma = text.find(',');
     if (comma == std::string::npos || text.substr(0, comma).find(";base64") == std::string::npos) {
@@ -102,84 +101,154 @@ bool ReadImage(const Json& ref, const char* key, const std::filesystem::path& ba
     Bad(std::string(key) + " " + Quoted(text.size() > 60 ? text.substr(0, 60) + "..." : text) +
         " is not a PNG, JPEG or BMP image");
   }
-  return true;
 }
+
+struct CardLine {
+  bool hasId = false;
+  int64_t id = 0;
+  CardValueList values;
+  std::optional<std::string> front, back;  // image references; null and absent are alike
+};
+
+// Reads a card line straight into a CardLine: card lines are almost the
+// whole file, and building a DOM for each would cost most of the import.
+// Stops (answering false) at the first thing that is wrong, leaving the
+// reason in error, or at a "database" key, which the DOM path handles.
+class CardReader : public nlohmann::json_sax<Json> {
+ public:
+  explicit CardReader(CardLine& card) : card_(card) {}
+  std::string error;
+  bool databaseLine = false;
+
+  bool null() override {
+    if (depth_ == 2) return true;  // a value given as null is absent
+    if (depth_ == 1 && (key_ == Key::kFront || key_ == Key::kBack)) return true;
+    return Unexpected();
+  }
+  bool boolean(bool) override { return Unexpected(); }
+  bool number_float(number_float_t, const string_t&) override { return Unexpected(); }
+  bool binary(binary_t&) override { return Unexpected(); }
+  bool number_integer(number_integer_t v) override { return Id(v, std::to_string(v)); }
+  bool number_unsigned(number_unsigned_t v) override {
+    auto clamped = v > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) ? std::numeric_limits<int64_t>::max()
+                                                                                   : static_cast<int64_t>(v);
+    return Id(clamped, std::to_string(v));
+  }
+  bool string(string_t& v) override {
+    if (depth_ == 2) {
+      card_.values.emplace_back(std::move(name_), std::move(v));
+      return true;
+    }
+    if (depth_ == 1 && key_ == Key::kFront) return card_.front = std::move(v), true;
+    if (depth_ == 1 && key_ == Key::kBack) return card_.back = std::move(v), true;
+    return Unexpected();
+  }
+  bool start_object(std::size_t) override {
+    if (depth_ == 0 || (depth_ == 1 && key_ == Key::kValues)) return ++depth_, true;
+    return Unexpected();
+  }
+  bool end_object() override { return --depth_, true; }
+  bool start_array(std::size_t) override { return Unexpected(); }
+  bool end_array() override { return true; }
+  bool key(string_t& k) override {
+    if (depth_ == 2) {
+      name_ = std::move(k);
+      return true;
+    }
+    static constexpr std::pair<std::string_view, Key> kKeys[] = {
+        {"id", Key::kId}, {"values", Key::kValues}, {"front_image", Key::kFront}, {"back_image", Key::kBack}};
+    for (auto [name, key] : kKeys) {
+      if (k != name) continue;
+      unsigned bit = 1u << static_cast<int>(key);
+      if (seen_ & bit) return Fail("key " + Quoted(k) + " is given twice");
+      seen_ |= bit;
+      key_ = key;
+      return true;
+    }
+    if (k == "database") {
+      databaseLine = true;
+      return false;
+    }
+    return Fail("unknown key " + Quoted(k));
+  }
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& e) override {
+    std::string what = e.what();
+    // Keep the parser's explanation, not its exception tag.
+    if (auto pos = what.find("] "); pos != std::string::npos) what = what.substr(pos + 2);
+    return Fail("malformed JSON: " + what);
+  }
+
+ private:
+  enum class Key { kId, kValues, kFront, kBack };
+
+  bool Fail(std::string message) {
+    error = std::move(message);
+    return false;
+  }
+  bool Id(int64_t id, const std::string& text) {
+    if (depth_ != 1 || key_ != Key::kId) return Unexpected();
+    if (id < 1 || id > std::numeric_limits<int32_t>::max()) {
+      return Fail("card id " + text + " is out of range (1 to 2147483647)");
+    }
+    card_.id = id;
+    card_.hasId = true;
+    return true;
+  }
+  bool Unexpected() {
+    if (depth_ == 0) return Fail("a line must be a JSON object");
+    if (depth_ == 2) return Fail("value " + Quoted(name_) + " must be a string");
+    switch (key_) {
+      case Key::kId: return Fail("\"id\" must be an integer");
+      case Key::kValues: return Fail("\"values\" must be an object");
+      case Key::kFront: return Fail("\"front_image\" must be a string or null");
+      case Key::kBack: return Fail("\"back_image\" must be a string or null");
+    }
+    return false;
+  }
+
+  CardLine& card_;
+  int depth_ = 0;
+  Key key_ = Key::kId;
+  unsigned seen_ = 0;
+  std::string name_;
+};
 
 class Importer {
  public:
   Importer(CSqliteCardStore& store, const std::filesystem::path& baseDir) : store_(store), baseDir_(baseDir) {}
 
   void Line(int64_t lineNumber, const std::string& text) {
-    Json j;
-    try {
-      j = Json::parse(text);
-    } catch (const Json::parse_error& e) {
-      std::string what = e.what();
-      // Keep the parser's explanation, not its exception tag.
-      if (auto pos = what.find("] "); pos != std::string::npos) what = what.substr(pos + 2);
-      Bad("malformed JSON: " + what);
-    }
-    if (!j.is_object()) Bad("a line must be a JSON object");
-    if (j.contains("database")) {
-      if (j.size() != 1) Bad("the database line holds only \"database\"");
-      if (sawCard_ || sawDatabase_) Bad("the database line must be the first line");
-      sawDatabase_ = true;
-      ApplyDatabaseLine(store_, j["database"]);
-      return;
-    }
-    Card(lineNumber, j);
+    CardLine card;
+    CardReader reader(card);
+    if (Json::sax_parse(text, &reader)) return Card(lineNumber, card);
+    if (!reader.databaseLine) Bad(reader.error);
+    Json j = Json::parse(text, nullptr, false);
+    if (j.is_discarded()) Bad("malformed JSON");
+    if (j.size() != 1) Bad("the database line holds only \"database\"");
+    if (sawCard_ || sawDatabase_) Bad("the database line must be the first line");
+    sawDatabase_ = true;
+    ApplyDatabaseLine(store_, j["database"]);
   }
 
   Counts counts;
 
  private:
-  void Card(int64_t lineNumber, const Json& j) {
+  void Card(int64_t lineNumber, CardLine& line) {
     sawCard_ = true;
-    bool hasId = false;
-    int64_t id = 0;
-    CardValueList values;
     StoredImage front, back;
-    bool hasFront = false, hasBack = false;
-    for (const auto& [key, value] : j.items()) {
-      if (key == "id") {
-        if (!value.is_number_integer()) Bad("\"id\" must be an integer");
-        if (value.is_number_unsigned()) {
-          auto u = value.get<uint64_t>();
-          id = u > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) ? std::numeric_limits<int64_t>::max()
-                                                                               : static_cast<int64_t>(u);
-        } else {
-          id = value.get<int64_t>();
-        }
-        if (id < 1 || id > std::numeric_limits<int32_t>::max()) {
-          Bad("card id " + value.dump() + " is out of range (1 to 2147483647)");
-        }
-        hasId = true;
-      } else if (key == "values") {
-        if (!value.is_object()) Bad("\"values\" must be an object");
-        values.reserve(value.size());
-        for (const auto& [name, text] : value.items()) {
-          if (text.is_null()) continue;  // absent, as if not given
-          if (!text.is_string()) Bad("value " + Quoted(name) + " must be a string");
-          values.emplace_back(name, text.get_ref<const std::string&>());
-        }
-      } else if (key == "front_image") {
-        hasFront = ReadImage(value, "front_image", baseDir_, front);
-      } else if (key == "back_image") {
-        hasBack = ReadImage(value, "back_image", baseDir_, back);
-      } else {
-        Bad("unknown key " + Quoted(key));
-      }
-    }
-    if (hasId) {
-      auto earlier = idLines_.find(static_cast<int32_t>(id));
+    if (line.front) ReadImage(*line.front, "front_image", baseDir_, front);
+    if (line.back) ReadImage(*line.back, "back_image", baseDir_, back);
+    if (line.hasId) {
+      auto earlier = idLines_.find(static_cast<int32_t>(line.id));
       if (earlier != idLines_.end()) {
-        Bad("card id " + std::to_string(id) + " is already used on line " + std::to_string(earlier->second));
+        Bad("card id " + std::to_string(line.id) + " is already used on line " + std::to_string(earlier->second));
       }
     }
-    int32_t cardId = static_cast<int32_t>(id);
-    Status status = hasId ? store_.AddCard(cardId, values, hasFront ? &front : nullptr, hasBack ? &back : nullptr)
-                          : store_.AddCardWithNextId(values, hasFront ? &front : nullptr,
-                                                     hasBack ? &back : nullptr, cardId);
+    auto cardId = static_cast<int32_t>(line.id);
+    const StoredImage* f = line.front ? &front : nullptr;
+    const StoredImage* b = line.back ? &back : nullptr;
+    Status status = line.hasId ? store_.AddCard(cardId, line.values, f, b)
+                               : store_.AddCardWithNextId(line.values, f, b, cardId);
     if (status != 0) {
       std::string error = store_.GetLastError();
       if (status == CSqliteCardStore::kStatusBadArgument && error.find("already exists") != std::string::npos) {
@@ -191,7 +260,7 @@ class Importer {
     }
     idLines_.emplace(cardId, lineNumber);
     ++counts.cards;
-    counts.images += (hasFront ? 1 : 0) + (hasBack ? 1 : 0);
+    counts.images += (f ? 1 : 0) + (b ? 1 : 0);
   }
 
   CSqliteCardStore& store_;
