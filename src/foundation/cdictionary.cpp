@@ -10,17 +10,18 @@ CHashTable& CDictionary::Table() {
 }
 
 void CDictionary::AddItem(const std::string& text) {
-  Trap(Contains(text), "CDictionary already contains item: " + text);
+  if (Contains(text)) RaiseTrap("CDictionary already contains item: " + text);
   Table().AddItem(text, std::make_shared<CString>(text));
 }
 
 void CDictionary::RemoveItem(const std::string& text) {
-  Trap(!Contains(text), "CDictionary does not contain item: " + text);
+  if (!Contains(text)) RaiseTrap("CDictionary does not contain item: " + text);
   Table().RemoveItem(text);
 }
 
 std::string CDictionary::GetItem(int32_t position) const {
-  Trap(position < 1 || position > GetNumItems(), "CDictionary index out of range: " + std::to_string(position));
+  if (position < 1 || position > GetNumItems())
+    RaiseTrap("CDictionary index out of range: " + std::to_string(position));
   return table_->GetIndexedKey(position);
 }
 

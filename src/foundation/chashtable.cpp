@@ -33,7 +33,7 @@ void CHashTable::AddItem(const std::string& key, ObjectRef item) {
     if (cls != restrictedClass_)
       RaiseTrap("Cannot add a: " + std::string(cls) + " into a hashTable of: " + restrictedClass_);
   }
-  Trap(Find(key) >= 0, "HashTable already contains key: " + key);
+  if (Find(key) >= 0) RaiseTrap("HashTable already contains key: " + key);
   entries_.push_back({key, std::move(item)});
   if (entries_.size() == kIndexThreshold + 1) Reindex();
   else if (entries_.size() > kIndexThreshold + 1) index_.emplace(key, static_cast<int32_t>(entries_.size() - 1));
@@ -41,14 +41,14 @@ void CHashTable::AddItem(const std::string& key, ObjectRef item) {
 
 void CHashTable::SetItem(const std::string& key, ObjectRef item) {
   int32_t at = Find(key);
-  Trap(at < 0, "HashTable does not contain key: " + key);
-  Trap(entries_[at].item == item, "SetItem attempted to set item to itself. Key: " + key);
+  if (at < 0) RaiseTrap("HashTable does not contain key: " + key);
+  if (entries_[at].item == item) RaiseTrap("SetItem attempted to set item to itself. Key: " + key);
   entries_[at].item = std::move(item);
 }
 
 void CHashTable::RemoveItem(const std::string& key) {
   int32_t at = Find(key);
-  Trap(at < 0, "HashTable cannot remove item. Key not found: " + key);
+  if (at < 0) RaiseTrap("HashTable cannot remove item. Key not found: " + key);
   entries_.erase(entries_.begin() + at);
   Reindex();
 }
@@ -60,17 +60,17 @@ void CHashTable::RemoveAll() {
 
 ObjectRef CHashTable::GetItem(const std::string& key) const {
   int32_t at = Find(key);
-  Trap(at < 0, "HashTable does not contain key: " + key);
+  if (at < 0) RaiseTrap("HashTable does not contain key: " + key);
   return entries_[at].item;
 }
 
 ObjectRef CHashTable::GetIndexedItem(int32_t position) const {
-  Trap(position < 1 || position > GetNumItems(), "HashTable index out of range: " + std::to_string(position));
+  if (position < 1 || position > GetNumItems()) RaiseTrap("HashTable index out of range: " + std::to_string(position));
   return entries_[position - 1].item;
 }
 
 const std::string& CHashTable::GetIndexedKey(int32_t position) const {
-  Trap(position < 1 || position > GetNumItems(), "HashTable index out of range: " + std::to_string(position));
+  if (position < 1 || position > GetNumItems()) RaiseTrap("HashTable index out of range: " + std::to_string(position));
   return entries_[position - 1].key;
 }
 

@@ -38,7 +38,7 @@ bool CEditDistance::Equals(const CEditDistance& other) const {
 
 void CEditDistance::Check() const {
   int64_t sum = static_cast<int64_t>(numModify_) + numInsert_ + numDelete_;
-  Trap(numEdit_ != sum, "CEditDistance check failed: Edits <> Modify + Insert + Delete\r\n" + ToStr());
+  if (numEdit_ != sum) RaiseTrap("CEditDistance check failed: Edits <> Modify + Insert + Delete\r\n" + ToStr());
   if (!operations_) return;
   const std::string& ops = operations_->Value();
   Trap(CountLetter(ops, 'M') != numModify_, "CEditDistance check failed: numModify does not agree with operations string");

@@ -57,8 +57,8 @@ class CHashTable final : public CObject {
 
   template <class T>
   static ObjectRef CheckedCast(ObjectRef item) {
-    Trap(item && !dynamic_cast<T*>(item.get()),
-         "HashTable item is not of the requested class: " + std::string(item ? item->ClassName() : ""));
+    if (item && !dynamic_cast<T*>(item.get()))
+      RaiseTrap("HashTable item is not of the requested class: " + std::string(item->ClassName()));
     return item;
   }
   int32_t Find(const std::string& key) const;  // 0-based entry, -1 when absent

@@ -65,7 +65,8 @@ class CList final : public CObject {
   template <class T>
   static std::shared_ptr<T> CastItem(ObjectRef item) {
     auto typed = std::dynamic_pointer_cast<T>(item);
-    Trap(item && !typed, "List item is not of the requested class: " + std::string(item ? item->ClassName() : ""));
+    // Build the message only on failure: typed access sits in the hottest loops.
+    if (item && !typed) RaiseTrap("List item is not of the requested class: " + std::string(item->ClassName()));
     return typed;
   }
 
