@@ -48,7 +48,8 @@ bool CResourceReader::Load(const std::string& path) {
     if (firstLine && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);
     firstLine = false;
     if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line.empty() || line[0] == '#') continue;
+    // A line of nothing but blanks counts as blank too.
+    if (line.find_first_not_of(" \t") == std::string::npos || line[0] == '#') continue;
     size_t tab = line.find('\t');
     if (tab == std::string::npos) return false;
     double id = 0;

@@ -79,6 +79,7 @@ TEST_F(MessagesTest, ReaderSkipsBlankAndCommentLines) {
   ASSERT_TRUE(reader.Load(WriteFile("\xEF\xBB\xBF# interface texts\r\n"
                                     "206\tDuplicates Wizard\r\n"
                                     "\r\n"
+                                    "  \t \n"
                                     "# 300\tcommented out\n"
                                     "300\tName:\tvalue with a tab\n"
                                     "12\tGrüße\n")));
