@@ -70,26 +70,36 @@ void CCard::SetData(const std::string& fieldName, const std::string& text, const
                     bool catSuspect) {
   auto field = std::make_shared<CCardField>();
   field->SetData(fieldName, text, userLabel, rect, ocrConfLevel, catConfLevel, ocrSuspect, catSuspect);
-  if (fields_.Contains(fieldName) && GetField(fieldName)->IsReadOnlyType()) field->MakeReadOnly();
   // The new field is ours alone, so it can be stored as the copy SetField
   // would make; that saves an allocation per field while reading cards.
-  StoreField(std::move(field));
+  StoreField(std::move(field), true);
 }
 
-void CCard::SetField(const CCardField& field) { StoreField(field.Clone()); }
+void CCard::SetField(const CCardField& field) { StoreField(field.Clone(), false); }
 
-void CCard::StoreField(std::shared_ptr<CCardField> field) {
+void CCard::StoreField(std::shared_ptr<CCardField> field, bool keepReadOnlyType) {
   field->NormaliseAsCopy();
-  const std::string& name = field->Name();
-  bool known = fields_.Contains(name);
-  if (!known) {
-    if (!nonStandard_) RaiseTrap("Card cannot set unknown field: " + name);
-    AddField(name, false);
+  std::string key = field->Name();
+  auto existing = FindField(key);
+  if (!existing) {
+    if (!nonStandard_) RaiseTrap("Card cannot set unknown field: " + key);
+    AddField(key, false);
+  } else if (keepReadOnlyType && existing->IsReadOnlyType()) {
+    field->MakeReadOnly();
   }
-  std::string key = name;
-  bool isName = key == "Name";
   fields_.SetItem(key, std::move(field));
-  if (isName) lastName_.clear();
+  if (key == "Name") lastName_.clear();
+}
+
+std::shared_ptr<CCardField> CCard::FindField(const std::string& name) const {
+  // One pass over a card-sized table instead of a lookup followed by a fetch.
+  int32_t count = fields_.GetNumItems();
+  if (count <= kLinearSearchLimit) {
+    for (int32_t i = 1; i <= count; ++i)
+      if (fields_.GetIndexedKey(i) == name) return std::static_pointer_cast<CCardField>(fields_.GetIndexedItem(i));
+    return nullptr;
+  }
+  return fields_.Contains(name) ? std::static_pointer_cast<CCardField>(fields_.GetItem(name)) : nullptr;
 }
 
 void CCard::SetCardId(int32_t cardId) {
@@ -130,19 +140,21 @@ void CCard::SetVerified(int16_t val) {
 bool CCard::IsVerified() const { return FieldText("Verified") == "Yes"; }
 
 bool CCard::IsFieldEmpty(const std::string& fieldName) const {
-  if (!fields_.Contains(fieldName)) RaiseTrap("Unknown field name: " + fieldName);
-  return !static_cast<const CCardField&>(*fields_.GetItem(fieldName)).HasText();
+  auto field = FindField(fieldName);
+  if (!field) RaiseTrap("Unknown field name: " + fieldName);
+  return !field->HasText();
 }
 
 std::shared_ptr<CCardField> CCard::GetField(const std::string& fieldName) const {
-  if (!fields_.Contains(fieldName)) RaiseTrap("Card does not contain unknown field: " + fieldName);
-  return std::static_pointer_cast<CCardField>(fields_.GetItem(fieldName));
+  auto field = FindField(fieldName);
+  if (!field) RaiseTrap("Card does not contain unknown field: " + fieldName);
+  return field;
 }
 
 const std::string& CCard::FieldText(const std::string& fieldName) const {
-  if (!fields_.Contains(fieldName)) RaiseTrap("Card does not contain unknown field: " + fieldName);
-  // The table keeps the field alive, so the view outlives the temporary reference.
-  return static_cast<const CCardField&>(*fields_.GetItem(fieldName)).Text();
+  auto field = FindField(fieldName);
+  if (!field) RaiseTrap("Card does not contain unknown field: " + fieldName);
+  return field->Text();  // the table keeps the field alive
 }
 
 CString CCard::GetFieldText(const std::string& fieldName) const { return CString(FieldText(fieldName)); }

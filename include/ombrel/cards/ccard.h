@@ -92,8 +92,14 @@ class CCard final : public CObject {
 
  private:
   // Stores a field the card owns already (a fresh object nobody else holds),
-  // normalised as a copy would be.
-  void StoreField(std::shared_ptr<CCardField> field);
+  // normalised as a copy would be; keepReadOnlyType carries over the
+  // database's read-only type of the field it replaces.
+  void StoreField(std::shared_ptr<CCardField> field, bool keepReadOnlyType);
+  // The stored field, or null.
+  std::shared_ptr<CCardField> FindField(const std::string& name) const;
+
+  // Up to this many fields a scan beats the table's own lookup-then-fetch.
+  static constexpr int32_t kLinearSearchLimit = 64;
 
   CHashTable fields_;
   std::string lastName_;
