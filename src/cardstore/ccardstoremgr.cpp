@@ -1,5 +1,6 @@
 #include "ombrel/cardstore/ccardstoremgr.h"
 
+#include <array>
 #include <string_view>
 
 #include "ombrel/cards/field_catalogue.h"
@@ -32,19 +33,35 @@ bool SkipsGeometry(std::string_view name) {
          name == "Creation Date" || name == "Modified Date";
 }
 
-// Splits on blanks as CString::GetTokens does: runs of blanks give no empty tokens.
-std::vector<std::string_view> SplitOnBlanks(std::string_view text) {
-  std::vector<std::string_view> tokens;
+// Splits on blanks as CString::GetTokens does (runs of blanks give no empty
+// tokens) into at most N tokens; answers the full count, so a caller can
+// tell "too many" without the extra tokens being kept.
+template <size_t N>
+size_t SplitOnBlanks(std::string_view text, std::array<std::string_view, N>& tokens) {
+  size_t count = 0;
   size_t pos = 0;
   while (pos < text.size()) {
     size_t start = text.find_first_not_of(' ', pos);
     if (start == std::string_view::npos) break;
     size_t end = text.find(' ', start);
     if (end == std::string_view::npos) end = text.size();
-    tokens.push_back(text.substr(start, end - start));
+    if (count < N) tokens[count] = text.substr(start, end - start);
+    ++count;
     pos = end;
   }
-  return tokens;
+  return count;
+}
+
+// Trims blanks, tabs, CRs and LFs as CString::Trim does, without a copy.
+void TrimInPlace(std::string& text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  size_t end = text.find_last_not_of(kBlanks);
+  if (end == std::string::npos) {
+    text.clear();
+    return;
+  }
+  text.erase(end + 1);
+  text.erase(0, text.find_first_not_of(kBlanks));
 }
 
 int32_t ToInt(std::string_view token) { return CString(token).ToLong(); }
@@ -61,7 +78,8 @@ FieldData ReadFieldData(const std::string& name,
                         const std::function<std::string(const std::string& name)>& getValue) {
   FieldData data;
   try {
-    data.text = CString::TrimText(getValue(name));
+    data.text = getValue(name);
+    TrimInPlace(data.text);
     if (SkipsGeometry(name) || data.text.empty()) return data;
 
     std::string key;
@@ -69,8 +87,8 @@ FieldData ReadFieldData(const std::string& name,
     key.assign(name).append(kRectangleSuffix);
     std::string value = getValue(key);
     if (!value.empty()) {
-      auto tokens = SplitOnBlanks(value);
-      if (tokens.size() != 4) RaiseTrap("Incorrect rectangle information: " + value);
+      std::array<std::string_view, 4> tokens;
+      if (SplitOnBlanks(value, tokens) != 4) RaiseTrap("Incorrect rectangle information: " + value);
       data.left = ToInt(tokens[0]);
       data.top = ToInt(tokens[1]);
       data.right = ToInt(tokens[2]);
@@ -80,8 +98,8 @@ FieldData ReadFieldData(const std::string& name,
     key.assign(name).append(kConfidenceLevelsSuffix);
     value = getValue(key);
     if (!value.empty()) {
-      auto tokens = SplitOnBlanks(value);
-      if (tokens.size() != 2) RaiseTrap("Incorrect confidence levels: " + value);
+      std::array<std::string_view, 2> tokens;
+      if (SplitOnBlanks(value, tokens) != 2) RaiseTrap("Incorrect confidence levels: " + value);
       data.ocrLevel = ToInt(tokens[0]);
       data.catLevel = ToInt(tokens[1]);
     }
