@@ -285,7 +285,7 @@ class FakeCardStore final : public ICardStore {
     return successStatus;
   }
 
-  std::map<int32_t, std::shared_ptr<Values>> cards_;
+  std::unordered_map<int32_t, std::shared_ptr<Values>> cards_;
   std::vector<int32_t> order_;
   std::deque<Fault> faults_;  // a deque, so the references Fail hands out stay valid
   std::set<std::string, std::less<>> lacking_;
