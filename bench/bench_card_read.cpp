@@ -1,0 +1,220 @@
+// How fast the card store manager turns stored values into cards.
+//
+//   bench_card_read [cards=100000] [distinct value sets=1000] [both|memory|values]
+//
+// Every card has all 28 standard fields filled, each with a rectangle,
+// confidence levels and suspect info, and the twelve additional fields carry
+// labels. Cards are read through CCardStoreMgr::GetCard from two sources:
+//   1. an in-memory store of CCard objects (it answers plain field names
+//      only, so each suffixed value costs a refused lookup), behind a thin
+//      adapter that declares no custom fields, as GetCard needs;
+//   2. a store of value maps answering every value name (the host's case).
+// The loaded cards are kept, as the duplicate search keeps them, so the
+// memory figure is the resident size per loaded card. Times are wall clock
+// and, in brackets, this process's CPU time (the figure to trust on a busy
+// machine). Not a test: it prints figures.
+#include <chrono>
+#include <ctime>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "../tests/support/fake_card_store.h"
+#include "ombrel/cards/ccard.h"
+#include "ombrel/cards/field_catalogue.h"
+#include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/cardstore/cmemorycardstore.h"
+
+using namespace ombrel;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+double Seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
+
+double CpuNow() {
+  timespec ts{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) + ts.tv_nsec * 1e-9;
+}
+
+// Resident memory in bytes, from /proc (0 where it is not available).
+int64_t ResidentBytes() {
+  std::ifstream statm("/proc/self/statm");
+  int64_t pages = 0, resident = 0;
+  if (!(statm >> pages >> resident)) return 0;
+  return resident * 4096;
+}
+
+// The memory store lacks GetCustomFields and GetLastError, so GetCard on it
+// fails by design; this adapter supplies both and forwards everything else.
+class MemoryStoreAdapter final : public ICardStore {
+ public:
+  explicit MemoryStoreAdapter(std::shared_ptr<CMemoryCardStore> inner) : inner_(std::move(inner)) {}
+  Status GetCustomFields(std::string& fields) override {
+    fields.clear();
+    return 0;
+  }
+  std::string GetLastError() override { return {}; }
+  Status GetValue(int32_t cardId, const std::string& fieldName, std::string& value) override {
+    return inner_->GetValue(cardId, fieldName, value);
+  }
+  Status GetNumberOfCards(int32_t& numCards) override { return inner_->GetNumberOfCards(numCards); }
+  Status GetCardID(int32_t cardIndex, int32_t& cardId) override { return inner_->GetCardID(cardIndex, cardId); }
+
+ private:
+  std::shared_ptr<CMemoryCardStore> inner_;
+};
+
+std::string Text(int set, const std::string& name) {
+  if (name == "Verified") return set % 2 ? "Yes" : "No";
+  if (name == "Name") return "Alexandra Montgomery-Smith " + std::to_string(set);
+  if (name.starts_with("Email")) return "alexandra.m" + std::to_string(set) + "@example-company.com";
+  if (name.starts_with("Phone") || name == "Fax") return "+44 20 7946 " + std::to_string(1000 + set);
+  return name + " of contact " + std::to_string(set);
+}
+
+// The values a host would hold for one card.
+std::shared_ptr<FakeCardStore::Values> ValueSet(int set) {
+  auto values = std::make_shared<FakeCardStore::Values>();
+  int row = 0;
+  for (auto view : kStandardFieldNames) {
+    std::string name(view);
+    (*values)[name] = Text(set, name);
+    int top = 40 * row++;
+    (*values)[name + ".Rectangle"] = "20 " + std::to_string(top) + " 400 " + std::to_string(top + 30);
+    (*values)[name + ".Confidence Levels"] = std::to_string(60 + set % 40) + " " + std::to_string(90);
+    (*values)[name + ".Suspect Info"] = set % 3 ? "0 1" : "1 0";
+    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) (*values)[name + ".Label"] = "Label " + name;
+  }
+  (*values)["Last Name"] = "Montgomery-Smith";
+  (*values)["Certainty"] = "80";
+  return values;
+}
+
+// The same card as a CCard, for the in-memory store.
+std::shared_ptr<CCard> CardFrom(int32_t id, const FakeCardStore::Values& values) {
+  auto card = std::make_shared<CCard>();
+  auto get = [&](const std::string& key) { return values.at(key); };
+  int row = 0;
+  for (auto view : kStandardFieldNames) {
+    std::string name(view);
+    CRectangle rect(40 * row++, 20, 380, 30);
+    std::string label = values.count(name + ".Label") ? get(name + ".Label") : "";
+    bool ocrSuspect = get(name + ".Suspect Info").front() == '1';
+    card->SetData(name, get(name), label, &rect, 70, 90, ocrSuspect, !ocrSuspect);
+  }
+  card->SetCardId(id);
+  card->SetLastName(get("Last Name"));
+  return card;
+}
+
+struct Result {
+  double seconds = 0;
+  double cpuSeconds = 0;
+  double storeSeconds = 0;  // the store's own share: the same value reads without building cards
+  double storeCpuSeconds = 0;
+  int64_t bytes = 0;
+  size_t checksum = 0;
+  std::vector<std::shared_ptr<CCard>> cards;
+};
+
+// The value names GetCard asks for on a card whose fields are all filled.
+std::vector<std::string> NamesAskedFor() {
+  std::vector<std::string> names;
+  for (auto view : kStandardFieldNames) {
+    std::string name(view);
+    names.push_back(name);
+    if (name == "Notes" || name == "Categories" || name == "Verified" || name == "Solvane Status" ||
+        name == "Creation Date" || name == "Modified Date")
+      continue;
+    for (const char* suffix : {".Rectangle", ".Confidence Levels", ".Suspect Info"}) names.push_back(name + suffix);
+    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) names.push_back(name + ".Label");
+  }
+  names.push_back("Last Name");
+  return names;
+}
+
+Result LoadAll(const std::shared_ptr<ICardStore>& store, int32_t count) {
+  Result result;
+  CCardStoreMgr mgr;
+  mgr.SetCardStore(store);
+
+  const std::vector<std::string> names = NamesAskedFor();
+  auto start = Clock::now();
+  double cpu = CpuNow();
+  size_t bytesRead = 0;
+  for (int32_t index = 0; index < count; ++index) {
+    int32_t id = mgr.GetCardID(index);
+    for (const std::string& name : names) bytesRead += mgr.GetValue(id, name).size();
+  }
+  result.storeSeconds = Seconds(start);
+  result.storeCpuSeconds = CpuNow() - cpu;
+  result.checksum = bytesRead % 2;
+
+  result.cards.reserve(count);
+  int64_t before = ResidentBytes();
+  start = Clock::now();
+  cpu = CpuNow();
+  for (int32_t index = 0; index < count; ++index) result.cards.push_back(mgr.GetCard(mgr.GetCardID(index)));
+  result.seconds = Seconds(start);
+  result.cpuSeconds = CpuNow() - cpu;
+  result.bytes = ResidentBytes() - before;
+  result.checksum = 0;
+  for (const auto& card : result.cards) result.checksum += card->FieldText("Name").size() + card->NumFields();
+  return result;
+}
+
+void Report(const char* source, int32_t count, const Result& r) {
+  std::printf(
+      "%s: %d cards in %.2f s [cpu %.2f s] = %.0f cards/s [cpu %.0f cards/s]; the store's reads alone %.2f s "
+      "[cpu %.2f s]; %.0f bytes/card resident\n",
+      source, count, r.seconds, r.cpuSeconds, count / r.seconds, count / r.cpuSeconds, r.storeSeconds,
+      r.storeCpuSeconds, static_cast<double>(r.bytes) / count);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int32_t count = argc > 1 ? std::atoi(argv[1]) : 100000;
+  int sets = argc > 2 ? std::atoi(argv[2]) : 1000;
+  std::string which = argc > 3 ? argv[3] : "both";
+  if (count <= 0 || sets <= 0 || (which != "both" && which != "memory" && which != "values")) {
+    std::fprintf(stderr, "usage: bench_card_read [cards] [distinct value sets] [both|memory|values]\n");
+    return 2;
+  }
+  std::vector<std::shared_ptr<FakeCardStore::Values>> valueSets;
+  for (int s = 0; s < sets; ++s) valueSets.push_back(ValueSet(s));
+
+  // Fill both stores before timing anything.
+  auto start = Clock::now();
+  auto memory = std::make_shared<CMemoryCardStore>();
+  auto fake = std::make_shared<FakeCardStore>();
+  fake->logCalls = false;
+  for (int32_t id = 1; id <= count; ++id) {
+    const auto& values = valueSets[id % sets];
+    memory->AddCard(CardFrom(id, *values));
+    fake->AddSharedCard(id, values);
+  }
+  std::printf("filled the stores in %.2f s\n", Seconds(start));
+
+  Result fromMemory, fromValues;
+  if (which != "values") {
+    fromMemory = LoadAll(std::make_shared<MemoryStoreAdapter>(memory), count);
+    Report("in-memory store (texts only)", count, fromMemory);
+  }
+  if (which != "memory") {
+    fromValues = LoadAll(fake, count);
+    Report("value-map store (all values)", count, fromValues);
+  }
+
+  // Sanity: both paths saw the same texts.
+  if (which == "both" && fromMemory.checksum != fromValues.checksum) {
+    std::fprintf(stderr, "checksums differ: %zu vs %zu\n", fromMemory.checksum, fromValues.checksum);
+    return 1;
+  }
+  return 0;
+}
