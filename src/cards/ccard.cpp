@@ -202,7 +202,7 @@ void CCard::GetSuspectInfo(int32_t& numOcrSuspects, int32_t& numCatSuspects, int
       if (field.IsCatSuspect()) numCatSuspects = CheckedAdd(numCatSuspects, 1);
     }
     auto& mgr = CardStoreMgr();
-    if (!mgr) RaiseTrap("Card store manager has not been set");
+    if (!mgr) RaiseObjectNotSet();
     CString certainty(mgr->GetValue(GetCardID(), std::string(kCertaintyValue)));
     if (certainty.Value().empty()) RaiseTrap("Cannot retrieve card confidence level from the database");
     int32_t value = certainty.ToLong();

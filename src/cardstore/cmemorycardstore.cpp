@@ -40,7 +40,7 @@ Status CMemoryCardStore::AbortUpdate() { return 0; }
 
 Status CMemoryCardStore::AddCard(std::shared_ptr<CCard> card) {
   return Guarded([&](Status& status) {
-    if (!card) RaiseTrap("Card object has not been set");
+    if (!card) RaiseObjectNotSet();
     std::string key = Key(card->GetCardID());
     if (cards_.Contains(key)) {
       status = -1;

@@ -326,6 +326,17 @@ TEST_F(CCardConfidenceTest, SuspectCountsAddToTheCountersUnlessVerified) {
   EXPECT_EQ(store_->CallCount("GetValue"), 1);
 }
 
+TEST_F(CCardConfidenceTest, WithoutAManagerTheCertaintyCannotBeRead) {
+  auto card = CardWithCertainty("50");
+  CardStoreMgr().reset();
+  try {
+    card->GetConfLevel();
+    ADD_FAILURE() << "no error";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), kObjectNotSetErrorNumber);
+  }
+}
+
 TEST_F(CCardConfidenceTest, LevelIsCachedAgainstTheCardDump) {
   auto card = CardWithCertainty("30");
   EXPECT_EQ(card->GetConfLevel(), 2);
