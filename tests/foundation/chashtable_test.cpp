@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <random>
 #include <string>
 #include <vector>
@@ -130,6 +131,11 @@ TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
       model.erase(model.begin() + static_cast<long>(at));
     }
     ASSERT_EQ(table.GetNumItems(), static_cast<int32_t>(model.size()));
+    if (!model.empty()) {
+      size_t at = rng() % model.size();
+      ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(at + 1)), model[at].second);
+      ASSERT_EQ(table.GetIndexedKey(static_cast<int32_t>(at + 1)), model[at].first);
+    }
     if (step % 97 == 0) {
       for (size_t i = 0; i < model.size(); ++i) {
         ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(i + 1)), model[i].second);
@@ -140,6 +146,30 @@ TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
       ASSERT_EQ(Keys(table), keys);
     }
   }
+}
+
+// Removing entries one by one, from the front or at random, must not shift or
+// rehash the whole table each time.
+TEST(CHashTableTest, LargeTablesStayFastToEmpty) {
+  constexpr int32_t n = 100000;
+  auto started = std::chrono::steady_clock::now();
+  CHashTable table;
+  for (int32_t i = 0; i < n; ++i) table.AddItem(std::to_string(i), Str(std::to_string(i)));
+  for (int32_t i = 0; i < n; i += 3) table.RemoveItem(std::to_string(i));
+  ASSERT_EQ(table.GetNumItems(), n - (n + 2) / 3);
+  EXPECT_EQ(table.GetIndexedKey(1), "1");
+  EXPECT_EQ(table.GetIndexedKey(3), "4");
+  EXPECT_EQ(table.GetIndexedKey(table.GetNumItems()), "99998");  // 99999 was removed
+  int32_t seen = 0;
+  while (table.GetNumItems() > 0) {
+    std::string key = table.GetIndexedKey(1);
+    ASSERT_EQ(table.GetIndexedItem(1)->ToStr(), key);
+    table.RemoveItem(key);
+    ++seen;
+  }
+  EXPECT_EQ(seen, n - (n + 2) / 3);
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  EXPECT_LT(seconds, 20.0);
 }
 
 }  // namespace
