@@ -1,0 +1,271 @@
+// CDupeSearch against the plain reference model on random stores built to
+// hit the hard cases: equal tags, cards without first or last name, shared
+// e-mails in other case or with blanks, families sharing an e-mail, exact
+// copies, compatible and conflicting variants, front images.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "dupes/reference_model.h"
+#include "ombrel/cards/ccard.h"
+#include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/dupes/cdupeset.h"
+#include "ombrel/dupes/dupe_search.h"
+#include "ombrel/foundation/cstring.h"
+#include "support/fake_card_store.h"
+
+namespace ombrel {
+namespace {
+
+class Random {
+ public:
+  explicit Random(uint32_t seed) : engine_(seed) {}
+  // 0 .. n-1 (modulo keeps the sequence the same on every standard library).
+  int Below(int n) { return static_cast<int>(engine_() % static_cast<uint32_t>(n)); }
+  bool Chance(int percent) { return Below(100) < percent; }
+  template <class T>
+  const T& Pick(const std::vector<T>& items) {
+    return items[static_cast<size_t>(Below(static_cast<int>(items.size())))];
+  }
+
+ private:
+  std::mt19937 engine_;
+};
+
+std::string Upper(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return s;
+}
+
+struct Person {
+  std::string first, last, email, title, company, phone;
+};
+
+// A store of n cards. A few people, whose cards vary in the ways that
+// matter to the search; some cards copy earlier ones exactly; some have no
+// name at all.
+std::shared_ptr<FakeCardStore> RandomStore(uint32_t seed, int n) {
+  Random rnd(seed);
+  const std::vector<std::string> firsts = {"John", "Jane", "Ann", "Bob", "Mary Ann", "Li"};
+  const std::vector<std::string> lasts = {"Smith", "Smyth", "Lee", "van Dijk", "O'Neil", "'t Hooft", "Ng"};
+  const std::vector<std::string> titles = {"CEO", "CTO", "Sales", "Engineer"};
+  const std::vector<std::string> companies = {"Acme Corp", "Acme Corporation", "Globex", "Initech"};
+  const std::vector<std::string> words = {"north", "south", "tower", "plaza", "suite", "main",
+                                          "street", "avenue", "floor", "park", "at", "to"};
+  const std::vector<std::string> categories = {"Clients", "Golf", "Suppliers", "Clients, Golf"};
+
+  std::vector<Person> people;
+  const int numPeople = std::max(2, n / 4);
+  for (int p = 0; p < numPeople; ++p) {
+    Person person;
+    person.first = rnd.Pick(firsts);
+    person.last = rnd.Pick(lasts);
+    std::string local = person.first.substr(0, person.first.find(' ')) + "." + person.last;
+    local.erase(std::remove_if(local.begin(), local.end(), [](char c) { return c == ' ' || c == '\''; }), local.end());
+    // Some families share one address.
+    person.email = rnd.Chance(25) ? "family." + person.last.substr(person.last.size() - 2) + "@home.net"
+                                  : Upper(local.substr(0, 1)) + local.substr(1) + "@x.com";
+    person.title = rnd.Pick(titles);
+    person.company = rnd.Pick(companies);
+    person.phone = "555 0" + std::to_string(100 + rnd.Below(900));
+    people.push_back(person);
+  }
+  const std::vector<std::string> namelessEmails = {"info@acme.com", "INFO@acme.com", "sales@globex.com"};
+
+  auto store = std::make_shared<FakeCardStore>();
+  store->logCalls = false;
+  std::vector<int32_t> ids;
+  for (int i = 0; i < n; ++i) ids.push_back(static_cast<int32_t>(i * 3 + 1 + rnd.Below(3)));
+  for (int i = n - 1; i > 0; --i) std::swap(ids[static_cast<size_t>(i)], ids[static_cast<size_t>(rnd.Below(i + 1))]);
+
+  std::vector<FakeCardStore::Values> made;
+  for (int i = 0; i < n; ++i) {
+    FakeCardStore::Values v;
+    auto put = [&](const std::string& name, const std::string& value) {
+      if (!value.empty()) v[name] = value;
+    };
+    auto someWords = [&](int count) {
+      std::string text;
+      for (int w = 0; w < count; ++w) text += (w ? " " : "") + rnd.Pick(words);
+      return text;
+    };
+    int kind = rnd.Below(100);
+    if (kind < 10 && !made.empty()) {
+      v = made[static_cast<size_t>(rnd.Below(static_cast<int>(made.size())))];  // an exact copy
+    } else if (kind < 25) {
+      // No name at all: only content and maybe a shared e-mail.
+      if (rnd.Chance(40)) put("Email", rnd.Pick(namelessEmails));
+      if (rnd.Chance(70)) put("Company", rnd.Pick(companies));
+      if (rnd.Chance(70)) put("Address", someWords(3 + rnd.Below(6)));
+      if (rnd.Chance(30)) put("Notes", someWords(2 + rnd.Below(4)));
+      if (rnd.Chance(30)) put("Phone", "555 0" + std::to_string(100 + rnd.Below(5)));
+    } else {
+      const Person& person = rnd.Pick(people);
+      std::string first = person.first, last = person.last, email = person.email;
+      int f = rnd.Below(100);
+      if (f < 8) first.clear();
+      else if (f < 15) first = Upper(first);
+      else if (f < 20) first = " " + first + " ";
+      else if (f < 25) first = rnd.Pick(firsts);
+      int l = rnd.Below(100);
+      if (l < 7) last.clear();
+      else if (l < 15) last = Upper(last);
+      int e = rnd.Below(100);
+      if (e < 10) email = Upper(email);
+      else if (e < 20) email = "  " + email + " ";
+      else if (e < 30) email.clear();
+      else if (e < 35) email = rnd.Pick(people).email;
+      put("First Name", first);
+      put("Last Name", last);
+      std::string name = CString::TrimText(CString::TrimText(first) + " " + last);
+      if (!last.empty() && rnd.Chance(10)) name = CString::TrimText(first) + "  " + last;  // blanks inside
+      put("Name", name);
+      put("Email", email);
+      int t = rnd.Below(100);
+      put("Title", t < 50 ? person.title : t < 75 ? "" : rnd.Pick(titles));
+      put("Company", rnd.Chance(70) ? person.company : "");
+      int ph = rnd.Below(100);
+      put("Phone", ph < 60 ? person.phone : ph < 80 ? "" : "555 0999");
+      if (rnd.Chance(20)) {
+        put("Phone 1", person.phone);
+        put("Phone 1.Label", rnd.Chance(50) ? "Work" : "Home");
+      }
+      if (rnd.Chance(30)) put("Categories", rnd.Pick(categories));
+      if (rnd.Chance(15)) put("Address", someWords(4 + rnd.Below(4)));
+    }
+    made.push_back(v);
+    int32_t id = ids[static_cast<size_t>(i)];
+    store->AddCard(id, v);
+    if (rnd.Chance(20)) store->frontDib[id] = 100 + id;
+  }
+  return store;
+}
+
+std::string DumpCards(const model::Cards& cards) {
+  std::string out;
+  for (const auto& card : cards) out += std::to_string(card->GetCardID()) + " '" + card->tag + "'\n";
+  return out;
+}
+
+model::Cards FromList(const CList& list) {
+  model::Cards cards;
+  for (int32_t i = 1; i <= list.GetNumItems(); ++i) cards.push_back(list.GetItemAs<CCard>(i));
+  return cards;
+}
+
+model::Sets SetsFromList(const CList& list) {
+  model::Sets sets;
+  for (int32_t i = 1; i <= list.GetNumItems(); ++i) sets.push_back(list.GetItemAs<CDupeSet>(i));
+  return sets;
+}
+
+CList ToList(const model::Cards& cards) {
+  CList list;
+  for (const auto& card : cards) list.AddItem(card);
+  return list;
+}
+
+class ReferenceModelTest : public ::testing::Test {
+ protected:
+  void SetUp() override { saved_ = CardStoreMgr(); }
+  void TearDown() override { CardStoreMgr() = saved_; }
+
+  static void Connect(std::shared_ptr<ICardStore> store) {
+    CardStoreMgr() = std::make_shared<CCardStoreMgr>();
+    CardStoreMgr()->SetCardStore(std::move(store));
+  }
+
+ private:
+  std::shared_ptr<CCardStoreMgr> saved_;
+};
+
+TEST_F(ReferenceModelTest, SearchMatchesTheModelOnRandomStores) {
+  constexpr int kStores = 240;
+  int mismatches = 0;
+  // What the stores exercised, so that a generator gone dull is noticed.
+  int sets[4] = {0, 0, 0, 0}, namelessSets = 0, newPrimaries = 0, multiDupeSets = 0, scanned = 0;
+
+  for (uint32_t seed = 1; seed <= kStores && mismatches < 3; ++seed) {
+    Random sizes(seed * 7919);
+    const int n = 10 + (sizes.Below(100) < 80 ? sizes.Below(60) : sizes.Below(291));
+    auto fake = RandomStore(seed, n);
+    std::shared_ptr<ScanningStore> scanning;
+    if (seed % 2 == 0) scanning = std::make_shared<ScanningStore>(fake);
+    Connect(scanning ? std::shared_ptr<ICardStore>(scanning) : fake);
+    SCOPED_TRACE("seed " + std::to_string(seed) + ", " + std::to_string(n) + " cards" +
+                 (scanning ? ", scanned" : ""));
+    bool same = true;
+
+    // The suspects, in order, with their tags.
+    CDupeSearch search;
+    auto suspects = search.GetSuspectCards();
+    ASSERT_TRUE(suspects);
+    std::string expected = DumpCards(model::GetSuspectCards());
+    EXPECT_EQ(DumpCards(FromList(*suspects)), expected);
+    same = same && DumpCards(FromList(*suspects)) == expected;
+    if (scanning) scanned += scanning->scans > 0;
+
+    // Sorting every card of the store: many equal tags, nameless cards.
+    model::Cards all, allToo;
+    for (int32_t i = 0; i < CardStoreMgr()->GetNumberOfCards(); ++i) {
+      all.push_back(model::LoadCard(CardStoreMgr()->GetCardID(i)));
+      allToo.push_back(model::LoadCard(CardStoreMgr()->GetCardID(i)));
+    }
+    CList list = ToList(all);
+    search.SortCards(list);
+    model::SortCards(allToo);
+    EXPECT_EQ(DumpCards(FromList(list)), DumpCards(allToo));
+    same = same && DumpCards(FromList(list)) == DumpCards(allToo);
+
+    std::map<int32_t, size_t> sortedAt;
+    model::Cards sorted = model::GetSuspectCards();
+    model::SortCards(sorted);
+    for (size_t i = 0; i < sorted.size(); ++i) sortedAt[sorted[i]->GetCardID()] = i;
+
+    for (int32_t type : {EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE}) {
+      SCOPED_TRACE("type " + std::to_string(type));
+      CDupeSearch typed;
+      auto cards = typed.GetSuspectCards();
+      ASSERT_TRUE(cards);
+      auto found = SetsFromList(*typed.FindDupes(type, *cards));
+      auto modelled = model::FindDupes(type, model::GetSuspectCards());
+      std::string got = model::DumpSets(found), want = model::DumpSets(modelled);
+      EXPECT_EQ(got, want);
+      same = same && got == want;
+
+      sets[type] += static_cast<int>(found.size());
+      for (const auto& set : found) {
+        if (set->GetPrimaryCard()->GetFieldText("Name").Value().empty()) ++namelessSets;
+        if (set->GetDupes().GetNumItems() > 1) ++multiDupeSets;
+      }
+      // A dupe sorted before its primary: a candidate replaced the first card.
+      for (const auto& set : modelled) {
+        size_t primaryAt = sortedAt[set->GetPrimaryCard()->GetCardID()];
+        for (int32_t i = 1; i <= set->GetDupes().GetNumItems(); ++i)
+          if (sortedAt[set->GetDupes().GetItemAs<CCard>(i)->GetCardID()] < primaryAt) {
+            ++newPrimaries;
+            break;
+          }
+      }
+    }
+    if (!same) ++mismatches;
+  }
+
+  EXPECT_GT(sets[EXACT_DUPE], 100);
+  EXPECT_GT(sets[COMPATIBLE_DUPE], sets[EXACT_DUPE]);
+  EXPECT_GT(sets[CONFLICT_DUPE], sets[COMPATIBLE_DUPE]);
+  EXPECT_GT(namelessSets, 50);
+  EXPECT_GT(multiDupeSets, 100);
+  EXPECT_GT(newPrimaries, 50);
+  EXPECT_GT(scanned, 0);
+}
+
+}  // namespace
+}  // namespace ombrel
