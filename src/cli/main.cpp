@@ -1,0 +1,54 @@
+// ombrel: command-line tools around Ombrel's card database.
+#include <iostream>
+
+#include "cli/commands.h"
+#include "ombrel/foundation/error.h"
+
+namespace {
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+// The subcommand whose options were being parsed, for its own usage text.
+const CLI::App* Deepest(const CLI::App& app) {
+  for (const CLI::App* sub : app.get_subcommands()) return Deepest(*sub);
+  return &app;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::ios::sync_with_stdio(false);  // exports of a million cards go through std::cout
+  CLI::App app{"Ombrel: find and resolve duplicate business cards in a card database; import, export and "
+               "demo data.",
+               "ombrel"};
+  app.require_subcommand(1, 1);
+
+  ombrel::cli::AddImportCommand(app);
+  ombrel::cli::AddExportCommand(app);
+  ombrel::cli::AddSampleCommand(app);
+  ombrel::cli::AddFindCommand(app);
+  ombrel::cli::AddApplyCommand(app);
+  // New commands register here, in the order --help should list them.
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& e) {  // --help
+    return app.exit(e);
+  } catch (const CLI::RuntimeError& e) {  // the command has reported its failure itself
+    std::cout.flush();
+    return e.get_exit_code();
+  } catch (const CLI::ParseError& e) {
+    std::cerr << "error: " << e.what() << "\n\n" << Deepest(app)->help();
+    return kExitUsage;
+  } catch (const ombrel::Error& e) {
+    std::cout.flush();
+    std::cerr << "error: " << e.Description() << "\n";
+    return kExitFailure;
+  } catch (const std::exception& e) {
+    std::cout.flush();
+    std::cerr << "error: " << e.what() << "\n";
+    return kExitFailure;
+  }
+  return 0;
+}
