@@ -8,6 +8,16 @@ namespace ombrel {
 
 using namespace sqlite_store;
 
+std::string DescribeCall(std::string_view operation, int32_t cardId, std::string_view valueName) {
+  std::string call(operation);
+  if (cardId == 0 && valueName.empty()) return call;
+  call += "(";
+  if (cardId != 0) call += "card " + std::to_string(cardId);
+  if (cardId != 0 && !valueName.empty()) call += ", ";
+  if (!valueName.empty()) call.append("\"").append(valueName).append("\"");
+  return call + ")";
+}
+
 // ---- caches ---------------------------------------------------------------
 
 void CSqliteCardStore::Impl::InvalidateAll() {
@@ -98,18 +108,14 @@ int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {
   return index;
 }
 
-int32_t CSqliteCardStore::Impl::ResolveOrFail(std::string_view name, int32_t cardId) {
+int32_t CSqliteCardStore::Impl::ResolveOrFail(std::string_view name) {
   int32_t index = Resolve(name);
   if (index == kUnknownName && !inBracket_) {
     // Perhaps another connection has just declared that custom field.
     Refresh(true);
     index = Resolve(name);
   }
-  if (index == kUnknownName) {
-    std::string message = "unknown value name \"" + std::string(name) + "\"";
-    if (cardId != 0) message += " (card " + std::to_string(cardId) + ")";
-    Fail(kStatusUnknownValueName, std::move(message));
-  }
+  if (index == kUnknownName) Fail(kStatusUnknownValueName, "unknown value name \"" + std::string(name) + "\"");
   return index;
 }
 
@@ -170,7 +176,7 @@ void CSqliteCardStore::Impl::LoadCard(int32_t cardId) {
   card_.valid = false;
   StatementUse use(st_->selectVals);
   use->BindInt(1, cardId);
-  if (!use->Step()) Fail(kStatusUnknownCard, "no card with ID " + std::to_string(cardId));
+  if (!use->Step()) Fail(kStatusUnknownCard, "no such card");
   card_.blob.assign(use->Blob(0));
   Decode(cardId, card_.blob, card_);
   card_.valid = true;
@@ -266,20 +272,20 @@ Status CSqliteCardStore::GetCardID(int32_t cardIndex, int32_t& cardId) {
 
 Status CSqliteCardStore::GetValue(int32_t cardId, const std::string& fieldName, std::string& value) {
   value.clear();
-  return impl_->Run("GetValue", [&] {
+  return impl_->Run("GetValue", cardId, fieldName, [&] {
     impl_->RequireConnected();
-    int32_t index = impl_->ResolveOrFail(fieldName, cardId);
+    int32_t index = impl_->ResolveOrFail(fieldName);
     impl_->LoadCard(cardId);
     value.assign(impl_->card_.Find(index));
   });
 }
 
 Status CSqliteCardStore::PutValue(int32_t cardId, const std::string& fieldName, const std::string& value) {
-  return impl_->Run("PutValue", [&] {
+  return impl_->Run("PutValue", cardId, fieldName, [&] {
     Impl& s = *impl_;
     s.RequireConnected();
     WriteTransaction tx(s);
-    int32_t index = s.ResolveOrFail(fieldName, cardId);
+    int32_t index = s.ResolveOrFail(fieldName);
     s.LoadCard(cardId);
     uint32_t code = s.EnsureCode(index);
 
@@ -315,7 +321,7 @@ Status CSqliteCardStore::PutValue(int32_t cardId, const std::string& fieldName, 
 }
 
 Status CSqliteCardStore::DeleteCard(int32_t cardId) {
-  return impl_->Run("DeleteCard", [&] {
+  return impl_->Run("DeleteCard", cardId, [&] {
     Impl& s = *impl_;
     s.RequireConnected();
     WriteTransaction tx(s);
@@ -324,7 +330,7 @@ Status CSqliteCardStore::DeleteCard(int32_t cardId) {
       use->BindInt(1, cardId);
       use->Step();
     }
-    if (sqlite3_changes(s.db_) == 0) sqlite_store::Fail(kStatusUnknownCard, "no card with ID " + std::to_string(cardId));
+    if (sqlite3_changes(s.db_) == 0) sqlite_store::Fail(kStatusUnknownCard, "no such card");
     {
       StatementUse use(s.st_->deleteImages);
       use->BindInt(1, cardId);
@@ -339,7 +345,7 @@ Status CSqliteCardStore::DeleteCard(int32_t cardId) {
 }
 
 Status CSqliteCardStore::CardExists(int32_t cardId, bool& answer) {
-  return impl_->Run("CardExists", [&] {
+  return impl_->Run("CardExists", cardId, [&] {
     impl_->RequireConnected();
     answer = impl_->CardRowExists(cardId);
   });
@@ -421,9 +427,9 @@ Status CSqliteCardStore::GetCategories(std::string& categories) {
 }
 
 Status CSqliteCardStore::CanonicalValueName(std::string_view name, std::string& canonical) {
-  return impl_->Run("CanonicalValueName", [&] {
+  return impl_->Run("CanonicalValueName", 0, name, [&] {
     impl_->RequireConnected();
-    canonical = impl_->canon_[impl_->ResolveOrFail(name, 0)].name;
+    canonical = impl_->canon_[impl_->ResolveOrFail(name)].name;
   });
 }
 

@@ -50,11 +50,10 @@ void CSqliteCardStore::Impl::AddCard(int32_t cardId, const CardValueList& values
   std::vector<int32_t> seen;
   seen.reserve(values.size());
   for (const auto& [name, text] : values) {
-    int32_t index = ResolveOrFail(name, cardId);
+    int32_t index = ResolveOrFail(name);
     for (int32_t s : seen) {
       if (s == index) {
-        Fail(kStatusBadArgument,
-             "value \"" + canon_[index].name + "\" is given twice for card " + std::to_string(cardId));
+        Fail(kStatusBadArgument, "value \"" + canon_[index].name + "\" is given twice");
       }
     }
     seen.push_back(index);
@@ -80,7 +79,7 @@ void CSqliteCardStore::Impl::AddCard(int32_t cardId, const CardValueList& values
 
 Status CSqliteCardStore::AddCard(int32_t cardId, const CardValueList& values, const StoredImage* front,
                                  const StoredImage* back) {
-  return impl_->Run("AddCard", [&] {
+  return impl_->Run("AddCard", cardId, [&] {
     impl_->RequireConnected();
     WriteTransaction tx(*impl_);
     impl_->AddCard(cardId, values, front, back);

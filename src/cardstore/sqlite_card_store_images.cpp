@@ -12,7 +12,7 @@ namespace {
 const char* SideName(ImageSide side) { return side == ImageSide::kFront ? "front" : "back"; }
 
 void RequireCard(CSqliteCardStore::Impl& s, int32_t cardId) {
-  if (!s.CardRowExists(cardId)) Fail(CSqliteCardStore::kStatusUnknownCard, "no card with ID " + std::to_string(cardId));
+  if (!s.CardRowExists(cardId)) Fail(CSqliteCardStore::kStatusUnknownCard, "no such card");
 }
 
 }  // namespace
@@ -20,9 +20,9 @@ void RequireCard(CSqliteCardStore::Impl& s, int32_t cardId) {
 void CSqliteCardStore::Impl::StoreImage(int32_t cardId, ImageSide side, const StoredImage* image) {
   std::string detected = ImageRegistry::DetectFormat(image->bytes);
   if (detected.empty() || detected != image->format) {
-    Fail(kStatusBadArgument, std::string("the ") + SideName(side) + " image of card " + std::to_string(cardId) +
-                                 " is not a PNG, JPEG or BMP image of the format it claims (\"" + image->format +
-                                 "\")");
+    Fail(kStatusBadArgument, std::string("the ") + SideName(side) +
+                                 " image is not a PNG, JPEG or BMP image of the format it claims (\"" +
+                                 image->format + "\")");
   }
   StatementUse use(st_->upsertImage);
   use->BindInt(1, cardId);
@@ -84,7 +84,7 @@ void CSqliteCardStore::Impl::SetImageFromHandle(int32_t cardId, ImageSide side, 
 
 Status CSqliteCardStore::GetCardDIB(int32_t cardId, int32_t& dib) {
   dib = 0;
-  return impl_->Run("GetCardDIB", [&] {
+  return impl_->Run("GetCardDIB", cardId, [&] {
     impl_->RequireConnected();
     dib = impl_->GetImageHandle(cardId, ImageSide::kFront);
   });
@@ -92,21 +92,21 @@ Status CSqliteCardStore::GetCardDIB(int32_t cardId, int32_t& dib) {
 
 Status CSqliteCardStore::GetBackDIB(int32_t cardId, int32_t& dib) {
   dib = 0;
-  return impl_->Run("GetBackDIB", [&] {
+  return impl_->Run("GetBackDIB", cardId, [&] {
     impl_->RequireConnected();
     dib = impl_->GetImageHandle(cardId, ImageSide::kBack);
   });
 }
 
 Status CSqliteCardStore::SetCardDIB(int32_t cardId, int32_t dib) {
-  return impl_->Run("SetCardDIB", [&] {
+  return impl_->Run("SetCardDIB", cardId, [&] {
     impl_->RequireConnected();
     impl_->SetImageFromHandle(cardId, ImageSide::kFront, dib);
   });
 }
 
 Status CSqliteCardStore::SetBackDIB(int32_t cardId, int32_t dib) {
-  return impl_->Run("SetBackDIB", [&] {
+  return impl_->Run("SetBackDIB", cardId, [&] {
     impl_->RequireConnected();
     impl_->SetImageFromHandle(cardId, ImageSide::kBack, dib);
   });
@@ -114,7 +114,7 @@ Status CSqliteCardStore::SetBackDIB(int32_t cardId, int32_t dib) {
 
 Status CSqliteCardStore::HasFrontImage(int32_t cardId, bool& answer) {
   answer = false;
-  return impl_->Run("HasFrontImage", [&] {
+  return impl_->Run("HasFrontImage", cardId, [&] {
     impl_->RequireConnected();
     answer = impl_->HasImage(cardId, ImageSide::kFront);
   });
@@ -122,7 +122,7 @@ Status CSqliteCardStore::HasFrontImage(int32_t cardId, bool& answer) {
 
 Status CSqliteCardStore::HasBackImage(int32_t cardId, bool& answer) {
   answer = false;
-  return impl_->Run("HasBackImage", [&] {
+  return impl_->Run("HasBackImage", cardId, [&] {
     impl_->RequireConnected();
     answer = impl_->HasImage(cardId, ImageSide::kBack);
   });
@@ -131,7 +131,7 @@ Status CSqliteCardStore::HasBackImage(int32_t cardId, bool& answer) {
 Status CSqliteCardStore::GetImage(int32_t cardId, ImageSide side, StoredImage& image, bool& present) {
   present = false;
   image = {};
-  return impl_->Run("GetImage", [&] {
+  return impl_->Run("GetImage", cardId, [&] {
     Impl& s = *impl_;
     s.RequireConnected();
     RequireCard(s, cardId);

@@ -130,9 +130,18 @@ class CSqliteCardStore::Impl {
   Impl(std::string path, OpenMode mode, SqliteStoreOptions options);
   ~Impl();
 
-  // Runs one operation, turning a Failure into a status and last error.
+  // Runs one operation, turning a Failure into a status and a last error
+  // that reads like the call: PutValue(card 42, "Title"): <reason>.
   template <typename F>
-  Status Run(std::string_view operation, F&& body);
+  Status Run(std::string_view operation, F&& body) {
+    return Run(operation, 0, {}, std::forward<F>(body));
+  }
+  template <typename F>
+  Status Run(std::string_view operation, int32_t cardId, F&& body) {
+    return Run(operation, cardId, {}, std::forward<F>(body));
+  }
+  template <typename F>
+  Status Run(std::string_view operation, int32_t cardId, std::string_view valueName, F&& body);
 
   // ---- connection (schema file) ----
   void OpenConnection(OpenMode mode);  // throws Failure
@@ -150,8 +159,8 @@ class CSqliteCardStore::Impl {
   int32_t Intern(const std::string& canonical);
   // Canonical-name index of a value name, kUnknownName when it is none.
   int32_t Resolve(std::string_view name);
-  // As Resolve, failing with a message naming the card when unknown.
-  int32_t ResolveOrFail(std::string_view name, int32_t cardId);
+  // As Resolve, failing when the name is unknown.
+  int32_t ResolveOrFail(std::string_view name);
   uint32_t EnsureCode(int32_t canon);  // inside a write transaction
   // Decodes blob (which must outlive card) into card, reloading the name
   // table once when it meets a code written by another connection.
@@ -237,16 +246,19 @@ struct CSqliteCardStore::Impl::Statements {
   Statement begin, commit, rollback, dataVersion;
 };
 
+std::string DescribeCall(std::string_view operation, int32_t cardId, std::string_view valueName);
+
 template <typename F>
-Status CSqliteCardStore::Impl::Run(std::string_view operation, F&& body) {
+Status CSqliteCardStore::Impl::Run(std::string_view operation, int32_t cardId, std::string_view valueName,
+                                   F&& body) {
   try {
     body();
     return 0;
   } catch (const Failure& f) {
-    lastError_ = std::string(operation) + ": " + f.message;
+    lastError_ = DescribeCall(operation, cardId, valueName) + ": " + f.message;
     return f.status;
   } catch (const std::bad_alloc&) {
-    lastError_ = std::string(operation) + ": out of memory";
+    lastError_ = DescribeCall(operation, cardId, valueName) + ": out of memory";
     return kStatusDatabase;
   }
 }
