@@ -198,12 +198,18 @@ void CSqliteCardStore::Impl::BeginImmediate() {
     use->Step();
   }
   // The lock brings the newest snapshot: drop what other connections changed.
-  StatementUse use(st_->dataVersion);
-  use->Step();
-  int64_t version = use->Int(0);
-  if (version != dataVersion_) {
-    InvalidateAll();
-    dataVersion_ = version;
+  try {
+    StatementUse use(st_->dataVersion);
+    use->Step();
+    int64_t version = use->Int(0);
+    if (version != dataVersion_) {
+      InvalidateAll();
+      dataVersion_ = version;
+    }
+  } catch (...) {
+    // Nobody owns the transaction yet: do not leave it open.
+    sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    throw;
   }
 }
 

@@ -12,8 +12,9 @@
 //
 // Import is all or nothing: the first bad line raises ombrel::Error naming
 // the line and the reason, and nothing of the file stays in the database.
-// Export writes the same format back, so import, export and import again
-// gives the same database.
+// Export writes the same format back, values byte for byte and value names
+// in their canonical spelling ("phone 1.label" comes back as "Phone 1.Label"),
+// so import, export and import again gives the same database.
 #pragma once
 
 #include <cstdint>
