@@ -14,17 +14,15 @@
 namespace ombrel {
 namespace {
 
+// The description of the trap f raises, or why it is not one.
 template <class F>
-std::string TrapText(F&& f) {
+std::string TrapText(F f) {
   try {
     f();
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), kTrapErrorNumber);
-    EXPECT_EQ(e.Source(), "TRAP");
-    return e.Description();
+    return e.Number() == kTrapErrorNumber && e.Source() == "TRAP" ? e.Description() : "not a trap: " + e.Description();
   }
-  ADD_FAILURE() << "no trap raised";
-  return "<no trap>";
+  return "no trap";
 }
 
 class FakeCard final : public CObject {
@@ -41,7 +39,7 @@ std::vector<std::string> Keys(const CHashTable& table) {
   return out;
 }
 
-TEST(CHashTableTest, ErrorsNameTheKeyOrPosition) {
+TEST(CHashTableTest, ErrorsNameTheKeyOrPositionAndChangeNothing) {
   CHashTable table;
   auto item = Str("v");
   table.AddItem("Last Name", item);
@@ -51,77 +49,51 @@ TEST(CHashTableTest, ErrorsNameTheKeyOrPosition) {
             "SetItem attempted to set item to itself. Key: Last Name");
   EXPECT_EQ(TrapText([&] { table.RemoveItem("Company"); }), "HashTable cannot remove item. Key not found: Company");
   EXPECT_EQ(TrapText([&] { table.GetItem("last name"); }), "HashTable does not contain key: last name");
-  EXPECT_EQ(TrapText([&] { table.GetIndexedItem(0); }), "HashTable index out of range: 0");
-  EXPECT_EQ(TrapText([&] { table.GetIndexedItem(2); }), "HashTable index out of range: 2");
-  EXPECT_EQ(TrapText([&] { table.GetIndexedItem(-3); }), "HashTable index out of range: -3");
+  for (int32_t bad : {0, 2, -3}) {
+    EXPECT_EQ(TrapText([&] { table.GetIndexedItem(bad); }), "HashTable index out of range: " + std::to_string(bad));
+  }
+  EXPECT_FALSE(table.Contains("last name"));  // never raises
   EXPECT_EQ(table.GetNumItems(), 1);
   EXPECT_EQ(table.GetItem("Last Name"), item);
 }
 
-TEST(CHashTableTest, RestrictType) {
+TEST(CHashTableTest, RestrictTypeChecksTheClassBeforeTheKey) {
   CHashTable table;
   table.RestrictType("CCard");
   table.AddItem("a", std::make_shared<FakeCard>());
-  EXPECT_EQ(TrapText([&] { table.AddItem("b", Str("x")); }), "Cannot add a: CString into a hashTable of: CCard");
-  // The class is checked before the key.
   EXPECT_EQ(TrapText([&] { table.AddItem("a", Str("x")); }), "Cannot add a: CString into a hashTable of: CCard");
   EXPECT_EQ(TrapText([&] { table.RestrictType("CString"); }), "Cannot restrict type: hashTable is not empty");
-  EXPECT_EQ(table.GetNumItems(), 1);
   table.RemoveAll();
-  EXPECT_NO_THROW(table.RestrictType("CString"));
+  table.RestrictType("CString");
   EXPECT_NO_THROW(table.AddItem("b", Str("x")));
 }
 
-TEST(CHashTableTest, ContainsNeverRaises) {
+TEST(CHashTableTest, KeysAndPositionsFollowInsertionOrder) {
   CHashTable table;
-  EXPECT_FALSE(table.Contains("x"));
-  EXPECT_FALSE(table.Contains(""));
-  table.AddItem("", Str("empty key"));
-  EXPECT_TRUE(table.Contains(""));
-  EXPECT_FALSE(table.Contains(" "));
-}
-
-TEST(CHashTableTest, SetItemReplacesInPlaceAndKeepsOrder) {
-  CHashTable table;
-  table.AddItem("b", Str("1"));
-  table.AddItem("a", Str("2"));
-  auto replacement = Str("3");
-  table.SetItem("b", replacement);
-  EXPECT_EQ(table.GetItem("b"), replacement);
-  EXPECT_EQ(table.GetIndexedItem(1), replacement);
-  EXPECT_EQ(Keys(table), (std::vector<std::string>{"b", "a"}));
-}
-
-TEST(CHashTableTest, GetKeysListsStringsInInsertionOrder) {
-  CHashTable table;
-  EXPECT_EQ(table.GetKeys()->GetNumItems(), 0);
   for (const char* k : {"zeta", "alpha", "Mid", "mid"}) table.AddItem(k, Str(k));
-  auto keys = table.GetKeys();
-  EXPECT_EQ(keys->GetItem(1)->ClassName(), "CString");
-  EXPECT_EQ(Keys(table), (std::vector<std::string>{"zeta", "alpha", "Mid", "mid"}));
+  auto replacement = Str("3");
+  table.SetItem("zeta", replacement);
   table.RemoveItem("alpha");
   table.AddItem("alpha", Str("again"));
   EXPECT_EQ(Keys(table), (std::vector<std::string>{"zeta", "Mid", "mid", "alpha"}));
+  EXPECT_EQ(table.GetIndexedItem(1), replacement);
   EXPECT_EQ(table.GetIndexedItem(4)->ToStr(), "again");
 }
 
-// Large tables index their keys; every lookup must still agree with insertion
-// order through additions and removals on both sides of that size.
+// Large tables index their keys and leave holes on removal; every lookup must
+// still agree with an ordered model through growth and shrinkage across that size.
 TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
   std::mt19937 rng(7);
   CHashTable table;
   std::vector<std::pair<std::string, ObjectRef>> model;
   for (int step = 0; step < 4000; ++step) {
-    bool grow = model.size() < 30 || (rng() % 100) < (step < 2000 ? 65 : 35);
+    bool grow = model.size() < 30 || (rng() % 100) < (step < 2000 ? 65u : 35u);
     if (grow) {
       std::string key = "k";
       key += std::to_string(rng() % 400);
       bool present = std::any_of(model.begin(), model.end(), [&](auto& e) { return e.first == key; });
       ASSERT_EQ(table.Contains(key), present);
-      if (present) {
-        EXPECT_THROW(table.AddItem(key, Str(key)), Error);
-        continue;
-      }
+      if (present) continue;
       auto item = Str(key);
       table.AddItem(key, item);
       model.emplace_back(key, item);
@@ -131,16 +103,11 @@ TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
       model.erase(model.begin() + static_cast<long>(at));
     }
     ASSERT_EQ(table.GetNumItems(), static_cast<int32_t>(model.size()));
-    if (!model.empty()) {
-      size_t at = rng() % model.size();
-      ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(at + 1)), model[at].second);
-      ASSERT_EQ(table.GetIndexedKey(static_cast<int32_t>(at + 1)), model[at].first);
-    }
+    size_t at = rng() % model.size();
+    ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(at + 1)), model[at].second);
+    ASSERT_EQ(table.GetIndexedKey(static_cast<int32_t>(at + 1)), model[at].first);
+    ASSERT_EQ(table.GetItem(model[at].first), model[at].second);
     if (step % 97 == 0) {
-      for (size_t i = 0; i < model.size(); ++i) {
-        ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(i + 1)), model[i].second);
-        ASSERT_EQ(table.GetItem(model[i].first), model[i].second);
-      }
       std::vector<std::string> keys;
       for (auto& e : model) keys.push_back(e.first);
       ASSERT_EQ(Keys(table), keys);
@@ -148,28 +115,21 @@ TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
   }
 }
 
-// Removing entries one by one, from the front or at random, must not shift or
-// rehash the whole table each time.
+// Removing entries one by one must not shift or rehash the whole table each time.
 TEST(CHashTableTest, LargeTablesStayFastToEmpty) {
   constexpr int32_t n = 100000;
   auto started = std::chrono::steady_clock::now();
   CHashTable table;
   for (int32_t i = 0; i < n; ++i) table.AddItem(std::to_string(i), Str(std::to_string(i)));
   for (int32_t i = 0; i < n; i += 3) table.RemoveItem(std::to_string(i));
-  ASSERT_EQ(table.GetNumItems(), n - (n + 2) / 3);
-  EXPECT_EQ(table.GetIndexedKey(1), "1");
   EXPECT_EQ(table.GetIndexedKey(3), "4");
   EXPECT_EQ(table.GetIndexedKey(table.GetNumItems()), "99998");  // 99999 was removed
-  int32_t seen = 0;
   while (table.GetNumItems() > 0) {
     std::string key = table.GetIndexedKey(1);
     ASSERT_EQ(table.GetIndexedItem(1)->ToStr(), key);
     table.RemoveItem(key);
-    ++seen;
   }
-  EXPECT_EQ(seen, n - (n + 2) / 3);
-  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-  EXPECT_LT(seconds, 20.0);
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(), 20.0);
 }
 
 }  // namespace

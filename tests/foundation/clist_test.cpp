@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -13,18 +15,15 @@
 namespace ombrel {
 namespace {
 
-// The description of the trap f raised; fails the test when it raised none.
+// The description of the trap f raises, or why it is not one.
 template <class F>
-std::string TrapText(F&& f) {
+std::string TrapText(F f) {
   try {
     f();
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), kTrapErrorNumber);
-    EXPECT_EQ(e.Source(), "TRAP");
-    return e.Description();
+    return e.Number() == kTrapErrorNumber && e.Source() == "TRAP" ? e.Description() : "not a trap: " + e.Description();
   }
-  ADD_FAILURE() << "no trap raised";
-  return "<no trap>";
+  return "no trap";
 }
 
 // Stands in for the card class, which lives in another subsystem.
@@ -37,267 +36,142 @@ class FakeCard final : public CObject {
 std::shared_ptr<CString> Str(const char* s) { return std::make_shared<CString>(s); }
 std::shared_ptr<CLong> Num(int32_t v) { return std::make_shared<CLong>(v); }
 
-// Items of the list, read by walking positions 1..n.
 std::vector<ObjectRef> Items(const CList& list) {
   std::vector<ObjectRef> out;
   for (int32_t i = 1; i <= list.GetNumItems(); ++i) out.push_back(list.GetItem(i));
   return out;
 }
 
-CList ListOf(std::initializer_list<const char*> texts) {
-  CList list;
-  for (const char* t : texts) list.AddItem(Str(t));
-  return list;
-}
-
-TEST(CListTest, NewListIsEmpty) {
-  CList list;
-  EXPECT_EQ(list.GetNumItems(), 0);
-  EXPECT_EQ(list.ToStr(), "");
-  EXPECT_EQ(TrapText([&] { list.GetItem(1); }), "List index out of range: 1");
-}
-
-TEST(CListTest, PositionalOperationsRejectPositionsOutsideOneToN) {
-  struct Case {
-    const char* name;
-    std::function<void(CList&, int32_t)> call;
+TEST(CListTest, PositionsOutsideOneToNAreRefusedAndChangeNothing) {
+  const std::vector<std::function<void(CList&, int32_t)>> calls = {
+      [](CList& l, int32_t p) { l.GetItem(p); },
+      [](CList& l, int32_t p) { l.InsertItem(p, Str("x")); },
+      [](CList& l, int32_t p) { l.ReplaceItem(p, Str("x")); },
+      [](CList& l, int32_t p) { l.SwapItems(p, 1); },
+      [](CList& l, int32_t p) { l.SwapItems(1, p); },
+      [](CList& l, int32_t p) { l.RemoveItem(p); },
   };
-  const std::vector<Case> cases = {
-      {"GetItem", [](CList& l, int32_t p) { l.GetItem(p); }},
-      {"InsertItem", [](CList& l, int32_t p) { l.InsertItem(p, Str("x")); }},
-      {"ReplaceItem", [](CList& l, int32_t p) { l.ReplaceItem(p, Str("x")); }},
-      {"SwapItems first", [](CList& l, int32_t p) { l.SwapItems(p, 1); }},
-      {"SwapItems second", [](CList& l, int32_t p) { l.SwapItems(1, p); }},
-      {"RemoveItem", [](CList& l, int32_t p) { l.RemoveItem(p); }},
-  };
-  for (const Case& c : cases) {
-    for (int32_t bad : {0, 4, -1, 1000, std::numeric_limits<int32_t>::min()}) {
-      SCOPED_TRACE(std::string(c.name) + " " + std::to_string(bad));
-      CList list = ListOf({"a", "b", "c"});
+  for (size_t c = 0; c < calls.size(); ++c) {
+    for (int32_t bad : {0, 4, -1, std::numeric_limits<int32_t>::min()}) {
+      SCOPED_TRACE("call " + std::to_string(c) + " at " + std::to_string(bad));
+      CList list;
+      for (const char* t : {"a", "b", "c"}) list.AddItem(Str(t));
       std::vector<ObjectRef> before = Items(list);
-      EXPECT_EQ(TrapText([&] { c.call(list, bad); }), "List index out of range: " + std::to_string(bad));
+      EXPECT_EQ(TrapText([&] { calls[c](list, bad); }), "List index out of range: " + std::to_string(bad));
       EXPECT_EQ(Items(list), before);
     }
   }
 }
 
-TEST(CListTest, EmptyListErrors) {
+TEST(CListTest, EmptyListAndRestrictionErrors) {
   CList list;
+  EXPECT_EQ(TrapText([&] { list.GetItem(1); }), "List index out of range: 1");
   EXPECT_EQ(TrapText([&] { list.GetLastItem(); }), "Cannot get last item: list is empty");
   EXPECT_EQ(TrapText([&] { list.RemoveLast(); }), "There's nothing left to remove from CList");
-  list.AddItem(Str("a"));
-  list.RemoveLast();
-  EXPECT_EQ(TrapText([&] { list.RemoveLast(); }), "There's nothing left to remove from CList");
-  EXPECT_EQ(list.GetNumItems(), 0);
-}
-
-TEST(CListTest, RestrictTypeOnlyOnEmptyList) {
-  CList list;
   list.AddItem(std::make_shared<FakeCard>());
   EXPECT_EQ(TrapText([&] { list.RestrictType("CCard"); }), "Cannot restrict type: list is not empty");
   list.RemoveAll();
-  EXPECT_NO_THROW(list.RestrictType("CCard"));
-}
-
-TEST(CListTest, RestrictedListNamesBothClassesWhenRefusing) {
-  CList list;
   list.RestrictType("CCard");
   list.AddItem(std::make_shared<FakeCard>());
   EXPECT_EQ(TrapText([&] { list.AddItem(Str("x")); }), "Cannot add a: CString into a list of: CCard");
   EXPECT_EQ(TrapText([&] { list.InsertItem(1, Num(3)); }), "Cannot add a: CLong into a list of: CCard");
-  EXPECT_EQ(list.GetNumItems(), 1);
-  EXPECT_EQ(list.GetItem(1)->ClassName(), "CCard");
-
-  CList strings;
-  strings.RestrictType("CString");
-  strings.AddItem(Str("a"));
-  strings.InsertItem(1, Str("b"));
-  EXPECT_EQ(strings.ToStr(), "b\r\na");
-  EXPECT_EQ(TrapText([&] { strings.AddItem(std::make_shared<FakeCard>()); }),
-            "Cannot add a: CCard into a list of: CString");
-}
-
-TEST(CListTest, ToStrJoinsWithCrLf) {
-  EXPECT_EQ(ListOf({}).ToStr(), "");
-  EXPECT_EQ(ListOf({"only"}).ToStr(), "only");
-  EXPECT_EQ(ListOf({"a", "", "c"}).ToStr(), "a\r\n\r\nc");
+  // A refused append adds none of the other list's items.
   CList mixed;
-  mixed.AddItem(Num(-7));
   mixed.AddItem(std::make_shared<FakeCard>());
-  mixed.AddItem(Str("s"));
-  EXPECT_EQ(mixed.ToStr(), "-7\r\ncard\r\ns");
+  mixed.AddItem(Str("x"));
+  EXPECT_EQ(TrapText([&] { list.Append(mixed); }), "Cannot add a: CString into a list of: CCard");
+  EXPECT_EQ(list.GetNumItems(), 1);
 }
 
-TEST(CListTest, IdentityAndValueLookups) {
-  auto a = Str("Smith");
-  auto b = Str("Jones");
-  auto twin = Str("Jones");  // equal value, other object
+TEST(CListTest, ToStrAndLookups) {
   CList list;
-  list.AddItem(a);
-  list.AddItem(b);
-  list.AddItem(twin);
-  list.AddItem(b);
+  EXPECT_EQ(list.ToStr(), "");
+  list.AddItem(Num(-7));
+  EXPECT_EQ(list.ToStr(), "-7");
+  list.AddItem(std::make_shared<FakeCard>());
+  list.AddItem(Str(""));
+  EXPECT_EQ(list.ToStr(), "-7\r\ncard\r\n");
 
-  EXPECT_EQ(list.GetPosition(b), 2);  // first match
+  auto a = Str("Smith"), b = Str("Jones"), twin = Str("Jones");
+  list.RemoveAll();
+  for (const auto& item : {a, b, twin, b}) list.AddItem(item);
+  EXPECT_EQ(list.GetPosition(b), 2);
   EXPECT_EQ(list.GetPosition(twin), 3);
-  EXPECT_EQ(list.GetPosition(Str("Smith")), 0);
   EXPECT_FALSE(list.Contains(Str("Smith")));
-  EXPECT_TRUE(list.Contains(a));
-
   EXPECT_EQ(list.GetPositionByValue(twin), 2);
   EXPECT_EQ(list.GetPositionByValue(Str("Smith")), 1);
-  EXPECT_EQ(list.GetPositionByValue(Str("smith")), 0);  // values compare exactly
-  EXPECT_TRUE(list.ContainsByValue(Str("Jones")));
-  EXPECT_FALSE(list.ContainsByValue(Str("Jone")));
-
+  EXPECT_FALSE(list.ContainsByValue(Str("smith")));
   CList numbers;
   numbers.AddItem(Num(5));
   numbers.AddItem(Num(-2));
   EXPECT_EQ(numbers.GetPositionByValue(Num(-2)), 2);
-  EXPECT_FALSE(numbers.ContainsByValue(Num(2)));
-  EXPECT_FALSE(CList().ContainsByValue(Num(1)));
 }
 
-TEST(CListTest, InsertReplaceSwapAndRemoveKeepOrder) {
-  CList list = ListOf({"a", "b", "c"});
-  list.InsertItem(1, Str("front"));
-  list.InsertItem(4, Str("beforeLast"));
-  EXPECT_EQ(list.ToStr(), "front\r\na\r\nb\r\nbeforeLast\r\nc");
-  list.ReplaceItem(3, Str("B"));
-  list.SwapItems(1, 5);
-  list.SwapItems(2, 2);
-  EXPECT_EQ(list.ToStr(), "c\r\na\r\nB\r\nbeforeLast\r\nfront");
-  EXPECT_EQ(list.GetLastItem()->ToStr(), "front");
-  list.RemoveItem(1);
-  list.RemoveItem(4);
-  list.RemoveItem(2);
-  EXPECT_EQ(list.ToStr(), "a\r\nbeforeLast");
-  EXPECT_EQ(list.GetLastItem()->ToStr(), "beforeLast");
-}
-
-TEST(CListTest, CloneIsShallowAndUnrestricted) {
+TEST(CListTest, CloneAndAppendShareItemReferences) {
   CList list;
   list.RestrictType("CString");
-  auto a = Str("a");
-  auto b = Str("b");
+  auto a = Str("a"), b = Str("b");
   list.AddItem(a);
   list.AddItem(b);
   auto copy = list.Clone();
-  ASSERT_EQ(copy->GetNumItems(), 2);
-  EXPECT_EQ(copy->GetItem(1), a);
-  EXPECT_EQ(copy->GetItem(2), b);
-  copy->AddItem(Num(1));  // no restriction on the clone
+  EXPECT_EQ(Items(*copy), Items(list));
+  copy->AddItem(Num(1));  // the clone is unrestricted
   copy->RemoveItem(1);
   EXPECT_EQ(list.GetNumItems(), 2);
-  EXPECT_EQ(list.GetItem(1), a);
   a->SetValue("changed");
   EXPECT_EQ(list.ToStr(), "changed\r\nb");
-}
-
-TEST(CListTest, AppendAddsInOrderAndAppendingToItselfDoubles) {
-  CList list = ListOf({"a", "b"});
-  list.Append(ListOf({"c"}));
-  list.Append(CList());
   list.Append(list);
-  EXPECT_EQ(list.ToStr(), "a\r\nb\r\nc\r\na\r\nb\r\nc");
-  EXPECT_EQ(list.GetItem(1), list.GetItem(4));
+  EXPECT_EQ(Items(list), (std::vector<ObjectRef>{a, b, a, b}));
 }
 
-TEST(CListTest, FailedAppendLeavesListUnchanged) {
-  CList cards;
-  cards.RestrictType("CCard");
-  cards.AddItem(std::make_shared<FakeCard>());
-  CList mixed;
-  mixed.AddItem(std::make_shared<FakeCard>());
-  mixed.AddItem(Str("x"));
-  EXPECT_EQ(TrapText([&] { cards.Append(mixed); }), "Cannot add a: CString into a list of: CCard");
-  EXPECT_EQ(cards.GetNumItems(), 1);
-}
-
-TEST(CListTest, NullItemsRaiseInsteadOfCrashing) {
+TEST(CListTest, UnsetItemsRaiseInsteadOfCrashing) {
   CList list;
   list.AddItem(Str("a"));
   list.AddItem(nullptr);
-  EXPECT_EQ(list.GetItem(2), nullptr);
+  EXPECT_EQ(list.GetPosition(nullptr), 2);
+  EXPECT_EQ(list.GetPositionByValue(Str("a")), 1);
   EXPECT_THROW(list.ToStr(), Error);
   EXPECT_THROW(list.GetPositionByValue(Str("b")), Error);
-  EXPECT_EQ(list.GetPositionByValue(Str("a")), 1);  // found before the empty slot
   EXPECT_THROW(list.GetPositionByValue(nullptr), Error);
-  EXPECT_EQ(list.GetPosition(nullptr), 2);
 }
 
-TEST(CListTest, GrowsPastNodeBlocksWithoutLosingOrder) {
-  for (int32_t n : {99, 100, 101, 200, 201, 1000}) {
-    SCOPED_TRACE(n);
-    CList list;
-    for (int32_t i = 1; i <= n; ++i) list.AddItem(Num(i));
-    ASSERT_EQ(list.GetNumItems(), n);
-    for (int32_t i = 1; i <= n; ++i) ASSERT_EQ(list.GetItemAs<CLong>(i)->Value(), i);
-    for (int32_t i = n; i >= 1; --i) ASSERT_EQ(list.GetItemAs<CLong>(i)->Value(), i);
-    for (int32_t i : {n / 2, 1, n, n / 3, n - 1, 2 * n / 3}) {
-      ASSERT_EQ(list.GetItemAs<CLong>(i)->Value(), i);
-    }
-  }
-}
-
-TEST(CListTest, TypedAccessRefusesOtherClasses) {
-  CList list;
-  list.AddItem(Num(1));
-  EXPECT_EQ(list.GetItemAs<CLong>(1)->Value(), 1);
-  EXPECT_THROW(list.GetItemAs<CString>(1), Error);
-  EXPECT_THROW(list.GetLastItemAs<CString>(), Error);
-}
-
-// Random mixes of every mutating and positional operation, checked against a
-// vector; the cursor makes access order matter, so reads alternate between
-// sequential runs and random jumps.
+// Random mixes of every operation against a vector. The cursor makes the
+// order of access matter, so reads alternate between short runs up or down
+// and random jumps, and the list grows well past several node blocks.
 TEST(CListTest, MatchesAVectorUnderRandomOperations) {
   std::mt19937 rng(20240611);
   for (int round = 0; round < 20; ++round) {
     CList list;
     std::vector<ObjectRef> model;
-    int32_t nextValue = 0;
-    auto pick = [&](int32_t n) { return std::uniform_int_distribution<int32_t>(1, n)(rng); };
+    auto pick = [&](size_t n) { return static_cast<int32_t>(rng() % n) + 1; };
     for (int step = 0; step < 3000; ++step) {
-      int32_t n = static_cast<int32_t>(model.size());
-      int op = std::uniform_int_distribution<int>(0, 9)(rng);
-      if (n == 0 || op <= 2) {
-        auto item = Num(nextValue++);
+      const size_t n = model.size();
+      const int op = n == 0 ? 0 : static_cast<int>(rng() % 10);
+      const int32_t p = n == 0 ? 0 : pick(n), q = n == 0 ? 0 : pick(n);
+      auto item = Num(step);
+      if (op <= 2) {
         list.AddItem(item);
         model.push_back(item);
       } else if (op == 3) {
-        int32_t p = pick(n);
-        auto item = Num(nextValue++);
         list.InsertItem(p, item);
         model.insert(model.begin() + (p - 1), item);
       } else if (op == 4) {
-        int32_t p = pick(n);
         list.RemoveItem(p);
         model.erase(model.begin() + (p - 1));
       } else if (op == 5) {
         list.RemoveLast();
         model.pop_back();
       } else if (op == 6) {
-        int32_t p = pick(n), q = pick(n);
         list.SwapItems(p, q);
         std::swap(model[p - 1], model[q - 1]);
       } else if (op == 7) {
-        int32_t p = pick(n);
-        auto item = Num(nextValue++);
         list.ReplaceItem(p, item);
         model[p - 1] = item;
-      } else if (op == 8) {
-        int32_t p = pick(n);
-        int32_t len = std::min<int32_t>(5, n);
-        bool down = rng() & 1;
-        for (int32_t k = 0; k < len; ++k) {
-          int32_t at = down ? p - k : p + k;
-          if (at < 1 || at > n) break;
+      } else {
+        const int32_t dir = op == 8 ? 1 : -1;
+        for (int32_t at = p; at >= 1 && at <= static_cast<int32_t>(n) && std::abs(at - p) < 5; at += dir) {
           ASSERT_EQ(list.GetItem(at), model[at - 1]) << "position " << at;
         }
-      } else {
-        int32_t p = pick(n);
-        ASSERT_EQ(list.GetItem(p), model[p - 1]) << "position " << p;
       }
       ASSERT_EQ(list.GetNumItems(), static_cast<int32_t>(model.size()));
       if (!model.empty()) {
@@ -305,29 +179,8 @@ TEST(CListTest, MatchesAVectorUnderRandomOperations) {
       }
     }
     ASSERT_EQ(Items(list), model);
-    for (int32_t i = static_cast<int32_t>(model.size()); i >= 1; --i) ASSERT_EQ(list.GetItem(i), model[i - 1]);
-    if (!model.empty()) {
-      EXPECT_EQ(list.GetPosition(model.back()), static_cast<int32_t>(model.size()));
-    }
+    for (int32_t i = list.GetNumItems(); i >= 1; --i) ASSERT_EQ(list.GetItem(i), model[i - 1]);
   }
-}
-
-TEST(CListTest, RemoveAllReleasesItemsAndListIsReusable) {
-  auto watched = Str("w");
-  CList list;
-  for (int i = 0; i < 250; ++i) list.AddItem(Str("x"));
-  list.AddItem(watched);
-  EXPECT_EQ(watched.use_count(), 2);
-  list.RemoveAll();
-  EXPECT_EQ(watched.use_count(), 1);
-  EXPECT_EQ(list.GetNumItems(), 0);
-  EXPECT_EQ(TrapText([&] { list.GetLastItem(); }), "Cannot get last item: list is empty");
-  list.AddItem(Str("again"));
-  EXPECT_EQ(list.ToStr(), "again");
-  list.RemoveItem(1);
-  list.AddItem(watched);
-  list.RemoveLast();
-  EXPECT_EQ(watched.use_count(), 1);
 }
 
 // A walk that is not one step per call would take minutes here, not milliseconds.
@@ -340,15 +193,13 @@ TEST(CListTest, LargeListsStayLinearToFillWalkAndClear) {
   for (int32_t i = 1; i <= n; ++i) sum += list.GetItemAs<CLong>(i)->Value();
   for (int32_t i = n; i >= 1; --i) sum -= list.GetItemAs<CLong>(i)->Value();
   EXPECT_EQ(sum, 0);
-  // Insert and remove beside a moving cursor, then empty from both ends.
   for (int32_t i = 1; i <= n; i += 1000) {
     list.InsertItem(i, Num(0));
     list.RemoveItem(i);
   }
   for (int32_t i = 0; i < n / 2; ++i) list.RemoveItem(1);
   while (list.GetNumItems() > 0) list.RemoveLast();
-  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-  EXPECT_LT(seconds, 20.0);
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(), 20.0);
 }
 
 }  // namespace

@@ -12,268 +12,160 @@
 namespace ombrel {
 namespace {
 
+// The description of the trap f raises, or why it is not one.
 template <class F>
-std::string TrapText(F&& f) {
+std::string TrapText(F f) {
   try {
     f();
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), kTrapErrorNumber);
-    EXPECT_EQ(e.Source(), "TRAP");
-    return e.Description();
+    return e.Number() == kTrapErrorNumber && e.Source() == "TRAP" ? e.Description() : "not a trap: " + e.Description();
   }
-  ADD_FAILURE() << "no trap raised";
-  return "<no trap>";
+  return "no trap";
 }
 
-std::vector<std::string> Texts(const CList& list) {
-  std::vector<std::string> out;
-  for (int32_t i = 1; i <= list.GetNumItems(); ++i) out.push_back(list.GetItemAs<CString>(i)->Value());
-  return out;
-}
-
-struct TransformCase {
-  const char* name;
-  std::string input;
-  std::function<CString&(CString&)> op;
-  std::string expected;
-};
+using Transform = std::function<CString&(CString&)>;
+const Transform kSingleLine = [](CString& s) -> CString& { return s.SingleLine(); };
+const Transform kCondense = [](CString& s) -> CString& { return s.CondenseWhiteSpace(); };
+const Transform kTrim = [](CString& s) -> CString& { return s.Trim(); };
+const Transform kReverse = [](CString& s) -> CString& { return s.Reverse(); };
+const Transform kLower = [](CString& s) -> CString& { return s.ToLower(); };
+const Transform kUpper = [](CString& s) -> CString& { return s.ToUpper(); };
 
 // Every transforming operation changes the value in place and hands back the same object.
 TEST(CStringTest, TransformsInPlace) {
-  const std::vector<TransformCase> cases = {
-      {"SingleLine", "a\r\nb\rc", [](CString& s) -> CString& { return s.SingleLine(); }, "a b c"},
-      {"SingleLine LF CR is two breaks", "a\n\rb", [](CString& s) -> CString& { return s.SingleLine(); }, "a  b"},
-      {"SingleLine CR then pair", "a\r\r\nb", [](CString& s) -> CString& { return s.SingleLine(); }, "a  b"},
-      {"SingleLine no break", "a b", [](CString& s) -> CString& { return s.SingleLine(); }, "a b"},
-      {"Replace all", "a-b-c", [](CString& s) -> CString& { return s.Replace("-", "+"); }, "a+b+c"},
-      {"Replace left to right", "aaa", [](CString& s) -> CString& { return s.Replace("aa", "b"); }, "ba"},
-      {"Replace growing", "abab", [](CString& s) -> CString& { return s.Replace("a", "aa"); }, "aabaab"},
-      {"Replace absent", "abc", [](CString& s) -> CString& { return s.Replace("x", "y"); }, "abc"},
-      {"Replace empty old", "abc", [](CString& s) -> CString& { return s.Replace("", "y"); }, "abc"},
-      {"Replace multibyte", "Müller", [](CString& s) -> CString& { return s.Replace("ü", "ue"); }, "Mueller"},
-      {"ReplaceFront", "Dr. Dr. Smith", [](CString& s) -> CString& { return s.ReplaceFront("Dr. ", "Prof. "); },
-       "Prof. Dr. Smith"},
-      {"ReplaceEnd", "Smith Jr. Jr.", [](CString& s) -> CString& { return s.ReplaceEnd(" Jr.", ""); },
-       "Smith Jr."},
-      {"ReplaceFront whole", "abc", [](CString& s) -> CString& { return s.ReplaceFront("abc", ""); }, ""},
-      {"Trim", " \t\r\n a \t b \n", [](CString& s) -> CString& { return s.Trim(); }, "a \t b"},
-      {"Trim blanks only", "   ", [](CString& s) -> CString& { return s.Trim(); }, ""},
-      {"RemoveWhiteSpace", " a\tb\r\nc ", [](CString& s) -> CString& { return s.RemoveWhiteSpace(); }, "abc"},
-      {"Condense tab and blanks", "a\t  b", [](CString& s) -> CString& { return s.CondenseWhiteSpace(); }, "a b"},
-      {"Condense CR LF pairs", "a\r\n\r\n\r\nb", [](CString& s) -> CString& { return s.CondenseWhiteSpace(); },
-       "a\r\nb"},
-      {"Condense CRs", "a\r\r\rb", [](CString& s) -> CString& { return s.CondenseWhiteSpace(); }, "a\rb"},
-      {"Condense LFs", "a\n\n\n\nb", [](CString& s) -> CString& { return s.CondenseWhiteSpace(); }, "a\nb"},
-      {"Condense order CR before LF", "a\r\r\n\nb", [](CString& s) -> CString& { return s.CondenseWhiteSpace(); },
-       "a\r\nb"},
-      // Pairs are condensed first, so a pair formed later by dropping a CR stays.
-      {"Condense pairs before CRs", "a\r\n\r\r\nb", [](CString& s) -> CString& { return s.CondenseWhiteSpace(); },
-       "a\r\n\r\nb"},
-      {"Condense long blank run", "a      b  ", [](CString& s) -> CString& { return s.CondenseWhiteSpace(); },
-       "a b "},
-      {"Reverse", "abc", [](CString& s) -> CString& { return s.Reverse(); }, "cba"},
-      {"Reverse code points", "Müller 日本", [](CString& s) -> CString& { return s.Reverse(); }, "本日 rellüM"},
-      {"Reverse empty", "", [](CString& s) -> CString& { return s.Reverse(); }, ""},
-      {"ToLower umlaut", "MÜLLER", [](CString& s) -> CString& { return s.ToLower(); }, "müller"},
-      {"ToLower mixed scripts", "McDONALD ÉCOLE ΣΟΦΙΑ ИВАН", [](CString& s) -> CString& { return s.ToLower(); },
-       "mcdonald école σοφια иван"},
-      {"ToUpper", "müller école ñ иван 42", [](CString& s) -> CString& { return s.ToUpper(); },
-       "MÜLLER ÉCOLE Ñ ИВАН 42"},
+  struct Case {
+    std::string input;
+    Transform op;
+    std::string expected;
   };
-  for (const TransformCase& c : cases) {
-    SCOPED_TRACE(c.name);
+  const std::vector<Case> cases = {
+      {"a\r\nb\rc", kSingleLine, "a b c"},
+      {"a\n\rb", kSingleLine, "a  b"},  // LF CR is not a pair
+      {"a\r\r\nb", kSingleLine, "a  b"},
+      {"a\t  b", kCondense, "a b"},
+      {"a\r\n\r\n\r\nb", kCondense, "a\r\nb"},
+      {"a\r\r\rb\n\n\nc", kCondense, "a\rb\nc"},
+      {"a\r\n\r\r\nb", kCondense, "a\r\n\r\nb"},  // pairs go first; one formed later stays
+      {" \t\r\n a \t b \n", kTrim, "a \t b"},
+      {" \t ", kTrim, ""},
+      {" a\tb\r\nc ", [](CString& s) -> CString& { return s.RemoveWhiteSpace(); }, "abc"},
+      {"aaa", [](CString& s) -> CString& { return s.Replace("aa", "b"); }, "ba"},
+      {"abab", [](CString& s) -> CString& { return s.Replace("a", "aa"); }, "aabaab"},
+      {"abc", [](CString& s) -> CString& { return s.Replace("", "y"); }, "abc"},
+      {"Dr. Dr. Smith", [](CString& s) -> CString& { return s.ReplaceFront("Dr. ", "Prof. "); }, "Prof. Dr. Smith"},
+      {"Smith Jr. Jr.", [](CString& s) -> CString& { return s.ReplaceEnd(" Jr.", ""); }, "Smith Jr."},
+      {"Müller 日本", kReverse, "本日 rellüM"},
+      {"MÜLLER", kLower, "müller"},
+      {"McDONALD ÉCOLE ΣΟΦΙΑ ИВАН", kLower, "mcdonald école σοφια иван"},
+      {"müller école ñ иван 42", kUpper, "MÜLLER ÉCOLE Ñ ИВАН 42"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.input);
     CString s(c.input);
-    CString& result = c.op(s);
-    EXPECT_EQ(&result, &s);
+    EXPECT_EQ(&c.op(s), &s);
     EXPECT_EQ(s.Value(), c.expected);
   }
 }
 
-TEST(CStringTest, TransformsChain) {
-  CString s("  MÜLLER,\tHANS  ");
-  s.Trim().ToLower().Replace(",", "").CondenseWhiteSpace();
-  EXPECT_EQ(s.Value(), "müller hans");
-}
-
-TEST(CStringTest, CountsCodePoints) {
-  struct Case {
-    std::string text;
-    int32_t length;
-  };
-  for (const Case& c : {Case{"", 0}, Case{"abc", 3}, Case{"Müller", 6}, Case{"日本語", 3}, Case{"a😀b", 3},
-                        Case{"e\xCC\x81", 2}}) {
-    SCOPED_TRACE(c.text);
-    CString s(c.text);
-    EXPECT_EQ(s.Length(), c.length);
+TEST(CStringTest, CharactersAreCodePoints) {
+  for (const std::string text : {"", "abc", "Müller", "a😀b", "e\xCC\x81", "a\xFF" "b\xC3"}) {
+    SCOPED_TRACE(text);
+    CString s(text);
     auto chars = s.ToCharList();
-    ASSERT_EQ(chars->GetNumItems(), c.length);
+    ASSERT_EQ(chars->GetNumItems(), s.Length());
     std::string joined;
-    for (int32_t i = 1; i <= c.length; ++i) {
+    for (int32_t i = 1; i <= s.Length(); ++i) {
       EXPECT_EQ(chars->GetItemAs<CString>(i)->Value(), s.GetChar(i).Value());
       joined += s.GetChar(i).Value();
     }
-    EXPECT_EQ(joined, c.text);
+    EXPECT_EQ(joined, text);  // invalid bytes survive one by one
+    EXPECT_EQ(CString(text).Reverse().Reverse().Value(), text);
   }
+  EXPECT_EQ(CString("Müller").Length(), 6);
+  EXPECT_EQ(CString("a😀b").GetChar(2).Value(), "😀");
+  EXPECT_EQ(TrapText([] { CString("Müller").GetChar(7); }), "Cannot return character at position: 7 for string: Müller");
+  EXPECT_EQ(TrapText([] { CString("").GetChar(0); }), "Cannot return character at position: 0 for string: ");
 }
 
-TEST(CStringTest, GetCharOutsideTheText) {
-  CString s("Müller");
-  EXPECT_EQ(s.GetChar(2).Value(), "ü");
-  EXPECT_EQ(s.GetChar(6).Value(), "r");
-  EXPECT_EQ(TrapText([&] { s.GetChar(0); }), "Cannot return character at position: 0 for string: Müller");
-  EXPECT_EQ(TrapText([&] { s.GetChar(7); }), "Cannot return character at position: 7 for string: Müller");
-  EXPECT_EQ(TrapText([] { CString().GetChar(1); }), "Cannot return character at position: 1 for string: ");
-}
-
-TEST(CStringTest, InvalidUtf8BytesSurviveAsCharacters) {
-  const std::string raw = "a\xFF" "b\xC3";  // a stray byte and a truncated sequence
-  CString s(raw);
-  EXPECT_EQ(s.Length(), 4);
-  EXPECT_EQ(s.GetChar(2).Value(), "\xFF");
-  EXPECT_EQ(CString(raw).ToUpper().Value(), "A\xFF" "B\xC3");
-  EXPECT_EQ(CString(raw).Reverse().Reverse().Value(), raw);
-}
-
-TEST(CStringTest, Predicates) {
-  CString s("Smith, John");
-  EXPECT_TRUE(s.Equals("Smith, John"));
-  EXPECT_FALSE(s.Equals("smith, john"));
-  EXPECT_TRUE(s.Equals(CString("Smith, John")));
-  EXPECT_TRUE(s.Contains(", "));
-  EXPECT_FALSE(s.Contains("john"));
+TEST(CStringTest, SearchesAndTheirMisuseTexts) {
+  CString s("Smith, John, Jr.");
+  EXPECT_EQ(s.GetRightFrom(", ").Value(), "John, Jr.");
+  EXPECT_EQ(s.GetLeftFrom(", ").Value(), "Smith");
+  EXPECT_EQ(CString("Grüße").GetRightFrom("ü").Value(), "ße");
   EXPECT_TRUE(s.ContainsAnyOf("xyz,"));
-  EXPECT_FALSE(s.ContainsAnyOf("xyz"));
-  EXPECT_FALSE(s.ContainsAnyOf(""));
-  EXPECT_TRUE(CString("Müller").ContainsAnyOf("öü"));
   EXPECT_FALSE(CString("Möller").ContainsAnyOf("üä"));  // a shared lead byte is not a match
-  EXPECT_TRUE(s.StartsWith("Smith"));
-  EXPECT_FALSE(s.StartsWith("smith"));
-  EXPECT_TRUE(s.EndsWith("John"));
-  EXPECT_FALSE(s.EndsWith("John "));
-  EXPECT_TRUE(s.StartsWith(""));
-}
-
-TEST(CStringTest, RightAndLeftOfFirstOccurrence) {
-  struct Case {
-    std::string text, sep, right, left;
-  };
-  for (const Case& c : {Case{"Smith,John", ",", "John", "Smith"}, Case{"a,b,c", ",", "b,c", "a"},
-                        Case{"T:10,L:20", "L:", "20", "T:10,"}, Case{"abc,", ",", "", "abc"},
-                        Case{",abc", ",", "abc", ""}, Case{"Grüße aus Köln", "ü", "ße aus Köln", "Gr"}}) {
-    SCOPED_TRACE(c.text);
-    CString s(c.text);
-    EXPECT_EQ(s.GetRightFrom(c.sep).Value(), c.right);
-    EXPECT_EQ(s.GetLeftFrom(c.sep).Value(), c.left);
-    EXPECT_EQ(s.Value(), c.text);
-  }
-}
-
-TEST(CStringTest, MisuseTextsAndValueUnchanged) {
-  CString s("Smith John");
   EXPECT_EQ(TrapText([&] { s.GetRightFrom(""); }), "Cannot get right from empty string");
   EXPECT_EQ(TrapText([&] { s.GetLeftFrom(""); }), "Given string cannot be empty");
-  EXPECT_EQ(TrapText([&] { s.GetRightFrom(","); }), "String: \r\nSmith John\r\n does not contain: ,");
-  EXPECT_EQ(TrapText([&] { s.GetLeftFrom(";"); }), "String: \r\nSmith John\r\n does not contain: ;");
-  EXPECT_EQ(TrapText([&] { s.ReplaceFront("John", "x"); }), "String: \r\nSmith John\r\n does not start with: John");
-  EXPECT_EQ(TrapText([&] { s.ReplaceEnd("Smith", "x"); }), "String: \r\nSmith John\r\n does not end with: Smith");
-  EXPECT_EQ(s.Value(), "Smith John");
-  EXPECT_EQ(TrapText([] { CString().GetRightFrom(""); }), "Cannot get right from empty string");
+  EXPECT_EQ(TrapText([&] { s.GetRightFrom(";"); }), "String: \r\nSmith, John, Jr.\r\n does not contain: ;");
+  EXPECT_EQ(TrapText([&] { s.GetLeftFrom(";"); }), "String: \r\nSmith, John, Jr.\r\n does not contain: ;");
+  EXPECT_EQ(TrapText([&] { s.ReplaceFront("John", "x"); }),
+            "String: \r\nSmith, John, Jr.\r\n does not start with: John");
+  EXPECT_EQ(TrapText([&] { s.ReplaceEnd("Smith", "x"); }), "String: \r\nSmith, John, Jr.\r\n does not end with: Smith");
+  EXPECT_EQ(s.Value(), "Smith, John, Jr.");
 }
 
-TEST(CStringTest, ToLongRoundsPlainDecimalText) {
+TEST(CStringTest, NumbersArePlainDecimalText) {
   struct Case {
     std::string text;
-    int32_t value;
+    int32_t asLong;
+    double asDouble;
   };
-  for (const Case& c : {Case{"42", 42}, Case{" -7 ", -7}, Case{"+3", 3}, Case{"007", 7}, Case{"2.5", 2},
-                        Case{"3.5", 4}, Case{"-2.5", -2}, Case{"2.6", 3}, Case{"1e3", 1000}, Case{"0", 0},
-                        Case{"2147483647", std::numeric_limits<int32_t>::max()},
-                        Case{"-2147483648", std::numeric_limits<int32_t>::min()}}) {
+  for (const Case& c : {Case{" -7 ", -7, -7}, Case{"+3", 3, 3}, Case{"007", 7, 7}, Case{"2.5", 2, 2.5},
+                        Case{"3.5", 4, 3.5}, Case{"-2.5", -2, -2.5}, Case{".5", 0, 0.5}, Case{"1e3", 1000, 1000},
+                        Case{"\t1E-3\t", 0, 0.001}, Case{"2147483647", 2147483647, 2147483647.0},
+                        Case{"-2147483648", std::numeric_limits<int32_t>::min(), -2147483648.0}}) {
     SCOPED_TRACE(c.text);
-    EXPECT_EQ(CString(c.text).ToLong(), c.value);
+    EXPECT_EQ(CString(c.text).ToLong(), c.asLong);
+    EXPECT_DOUBLE_EQ(CString(c.text).ToDouble(), c.asDouble);
+    EXPECT_DOUBLE_EQ(CString(c.text).ToNumber(), c.asDouble);
   }
-}
-
-TEST(CStringTest, NumericConversionsRejectNonNumbers) {
-  for (const std::string text : {"", " ", "abc", "12abc", "1,5", "0x10", "inf", "nan", "1e", ".", "-", "1 2", "--1",
-                                 "١٢"}) {
+  for (const std::string text : {"", " ", "abc", "12abc", "1,5", "0x10", "inf", "nan", "1e", ".", "-", "1 2", "١٢"}) {
     SCOPED_TRACE(text);
     const std::string expected = "Cannot convert string: " + text + " to number";
     EXPECT_EQ(TrapText([&] { CString(text).ToLong(); }), expected);
     EXPECT_EQ(TrapText([&] { CString(text).ToDouble(); }), expected);
     EXPECT_EQ(TrapText([&] { CString(text).ToNumber(); }), expected);
   }
-}
-
-TEST(CStringTest, ToLongBeyond32BitsOverflows) {
-  for (const char* text : {"2147483648", "-2147483649", "1e12", "2147483647.5"}) {
-    SCOPED_TRACE(text);
+  for (const char* text : {"2147483648", "-2147483649", "2147483647.5"}) {
     try {
       CString(text).ToLong();
-      ADD_FAILURE() << "no error";
+      ADD_FAILURE() << text;
     } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), kOverflowErrorNumber);
+      EXPECT_EQ(e.Number(), kOverflowErrorNumber) << text;
     }
-  }
-}
-
-TEST(CStringTest, ToDoubleReadsFractionsWithoutLocale) {
-  struct Case {
-    std::string text;
-    double value;
-  };
-  for (const Case& c : {Case{"1.5", 1.5}, Case{"-0.25", -0.25}, Case{".5", 0.5}, Case{"5.", 5.0},
-                        Case{"1e-3", 0.001}, Case{"\t12\t", 12.0}, Case{"2.5E2", 250.0}}) {
-    SCOPED_TRACE(c.text);
-    EXPECT_DOUBLE_EQ(CString(c.text).ToDouble(), c.value);
-    EXPECT_DOUBLE_EQ(CString(c.text).ToNumber(), c.value);
   }
 }
 
 TEST(CStringTest, ToBoolean) {
   EXPECT_TRUE(CString("TRUE").ToBoolean());
-  EXPECT_TRUE(CString("true").ToBoolean());
   EXPECT_FALSE(CString("False").ToBoolean());
-  for (const std::string text : {"yes", "", "1", " true", "truee"}) {
-    SCOPED_TRACE(text);
+  for (const std::string text : {"yes", "", " true", "1"}) {
     EXPECT_EQ(TrapText([&] { CString(text).ToBoolean(); }), "Cannot convert string: " + text + " to boolean");
   }
 }
 
-TEST(CStringTest, GetTokensSplitsWithoutEmptyTokens) {
+TEST(CStringTest, GetTokensNeverMakesEmptyTokens) {
   struct Case {
     std::string text, delimiters;
     bool keep;
     std::vector<std::string> tokens;
   };
   const std::vector<Case> cases = {
-      {"a b  c", " ", false, {"a", "b", "c"}},
+      {"  a b  c ", " ", false, {"a", "b", "c"}},
       {"a b  c", " ", true, {"a", " ", "b", " ", " ", "c"}},
-      {"  lead and trail  ", " ", false, {"lead", "and", "trail"}},
       {"   ", " ", false, {}},
-      {"   ", " ", true, {" ", " ", " "}},
-      {"", " ", true, {}},
       {"a,b;c", ",;", true, {"a", ",", "b", ";", "c"}},
       {"aXbxc", "x", false, {"aXb", "c"}},
-      {"no delimiters", "", false, {"no delimiters"}},
       {"Jean·Luc·", "·", true, {"Jean", "·", "Luc", "·"}},
       {"John\t\r\nSmith", " \t\r\n", false, {"John", "Smith"}},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.text + " / " + c.delimiters);
-    auto tokens = CString(c.text).GetTokens(c.delimiters, c.keep);
-    EXPECT_EQ(Texts(*tokens), c.tokens);
+    SCOPED_TRACE(c.text);
+    auto list = CString(c.text).GetTokens(c.delimiters, c.keep);
+    std::vector<std::string> tokens;
+    for (int32_t i = 1; i <= list->GetNumItems(); ++i) tokens.push_back(list->GetItemAs<CString>(i)->Value());
+    EXPECT_EQ(tokens, c.tokens);
   }
-}
-
-TEST(CStringTest, CloneIsIndependent) {
-  CString s("abc");
-  auto copy = s.Clone();
-  copy->ToUpper();
-  EXPECT_EQ(s.Value(), "abc");
-  EXPECT_EQ(copy->Value(), "ABC");
-  EXPECT_EQ(copy->ClassName(), "CString");
-  EXPECT_EQ(s.ToStr(), "abc");
 }
 
 }  // namespace
