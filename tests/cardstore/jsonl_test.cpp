@@ -149,6 +149,21 @@ TEST_F(JsonlTest, ExportToAFileWritesImagesBesideIt) {
   EXPECT_EQ(ExportText(*copy), ExportText(*store_));
 }
 
+TEST_F(JsonlTest, ImportIntoADatabaseAnotherWriterHoldsFailsCleanly) {
+  auto holder = CSqliteCardStore::Open((dir_ / "cards.db").string());
+  ASSERT_EQ(holder->BeginUpdate(), 0);
+  store_ = CSqliteCardStore::Open((dir_ / "cards.db").string(), OpenMode::kOpenExisting, {100, 0});
+  auto file = Write("in.jsonl", {R"({"id": 1, "values": {"Name": "A"}})"});
+  try {
+    jsonl::ImportFile(*store_, file);
+    ADD_FAILURE() << "imported while another connection held the lock";
+  } catch (const Error& e) {
+    EXPECT_THAT(e.Description(), HasSubstr("locked"));
+  }
+  ASSERT_EQ(holder->CommitUpdate(), 0);
+  EXPECT_EQ(jsonl::ImportFile(*store_, file).cards, 1);
+}
+
 struct BadImport {
   std::string line;
   std::string expected;

@@ -285,6 +285,25 @@ TEST_F(SqliteStoreTest, CachesFollowOtherConnectionsCommits) {
   EXPECT_EQ(Get(*store_, 2, "Nickname"), "Twoey");
 }
 
+TEST_F(SqliteStoreTest, AWriteNeverUndoesAnotherConnectionsCommit) {
+  auto slow = S::Open(path_, OpenMode::kOpenExisting, {1000, 3600 * 1000});  // reads may lag an hour
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}), 0);
+  EXPECT_EQ(Get(*slow, 1, "Name"), "One");  // card 1 now cached in slow
+  ASSERT_EQ(store_->PutValue(1, "Fax", "555"), 0);
+  // Taking the write lock brings slow up to date before it rewrites the card.
+  ASSERT_EQ(slow->PutValue(1, "Notes", "met at the fair"), 0);
+  EXPECT_EQ(Get(*store_, 1, "Fax"), "555");
+  EXPECT_EQ(Get(*store_, 1, "Notes"), "met at the fair");
+  ASSERT_EQ(store_->PutValue(1, "Title", "Boss"), 0);
+  ASSERT_EQ(slow->BeginUpdate(), 0);
+  EXPECT_EQ(Get(*slow, 1, "Title"), "Boss");
+  ASSERT_EQ(slow->DeleteCard(1), 0);
+  ASSERT_EQ(slow->CommitUpdate(), 0);
+  bool exists = true;
+  ASSERT_EQ(store_->CardExists(1, exists), 0);
+  EXPECT_FALSE(exists);
+}
+
 TEST_F(SqliteStoreTest, ValueCodesOfAnAbortedUpdateDoNotLeak) {
   ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}), 0);
   auto other = Open();
