@@ -57,8 +57,10 @@ std::string CDupeSet::DataSignature(const CCard& card) {
 
 void CDupeSet::Init(std::shared_ptr<CCard> primary, int32_t type) {
   SetPrimaryCard(std::move(primary));
-  dupes_ = std::make_shared<CList>();
-  dupes_->RestrictType("CCard");
+  if (dupes_->GetNumItems() > 0) {  // a fresh set already has its empty list
+    dupes_ = std::make_shared<CList>();
+    dupes_->RestrictType("CCard");
+  }
   type_ = type;
 }
 

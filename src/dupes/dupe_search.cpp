@@ -38,6 +38,25 @@ void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues
   if (store.ScanCards(visit) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
 }
 
+// Trimmed and lower-cased into out; plain ASCII takes the short way.
+void NormalizeKey(std::string_view raw, std::string& out) {
+  size_t b = raw.find_first_not_of(" \t\r\n");
+  if (b == std::string_view::npos) {
+    out.clear();
+    return;
+  }
+  size_t e = raw.find_last_not_of(" \t\r\n");
+  std::string_view t = raw.substr(b, e - b + 1);
+  out.assign(t);
+  for (char& c : out) {
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      out = CString::LowerText(t);
+      return;
+    }
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  }
+}
+
 std::string Tag(const CCard& card, const std::string& firstName) {
   return CString::TrimText(card.GetLastName() + "," + firstName);
 }
@@ -127,12 +146,17 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
     Trap(!present.insert(id).second, "HashTable already contains key: " + std::to_string(id));
     suspects.push_back(id);
   };
-  auto process = [&](int32_t id, const std::string& rawFirst, const std::string& rawLast, const std::string& rawEmail) {
-    std::string first = CString::LowerText(CString::TrimText(rawFirst));
-    std::string last = CString::LowerText(CString::TrimText(rawLast));
-    std::string email = CString::LowerText(CString::TrimText(rawEmail));
-    std::string fullName = CString::TrimText(first + " " + last);
-    std::string lastEmail = (!last.empty() && !email.empty()) ? last + " " + email : std::string();
+  std::string first, last, email, fullName, lastEmail;
+  auto process = [&](int32_t id, std::string_view rawFirst, std::string_view rawLast, std::string_view rawEmail) {
+    NormalizeKey(rawFirst, first);
+    NormalizeKey(rawLast, last);
+    NormalizeKey(rawEmail, email);
+    // first and last are trimmed, so trimming "first last" only drops the blank when one is empty.
+    fullName.assign(first);
+    if (!first.empty() && !last.empty()) fullName += ' ';
+    fullName += last;
+    lastEmail.clear();
+    if (!last.empty() && !email.empty()) lastEmail.append(last).append(1, ' ').append(email);
 
     bool suspect = false;
     int32_t partner = 0;
