@@ -1,5 +1,6 @@
 // ombrel sample --cards N --db DB [--seed S] [--no-images]
 #include <QGuiApplication>
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <iostream>
@@ -36,7 +37,15 @@ void QuietQtMessages(QtMsgType type, const QMessageLogContext&, const QString& m
 void RunSample(const SampleOptions& o) {
   auto start = std::chrono::steady_clock::now();
   auto store = CSqliteCardStore::Open(o.db, OpenMode::kOpenOrCreate);
-  Check(*store, store->DefineCustomFields(sample::SampleGenerator::CustomFields()));
+  // Declare what is missing; a database being extended keeps its own
+  // attributes for fields it already has.
+  std::vector<CustomFieldDef> existing, missing;
+  Check(*store, store->ListCustomFields(existing));
+  for (const auto& field : sample::SampleGenerator::CustomFields()) {
+    bool known = std::any_of(existing.begin(), existing.end(), [&](const auto& e) { return e.name == field.name; });
+    if (!known) missing.push_back(field);
+  }
+  Check(*store, store->DefineCustomFields(missing));
   Check(*store, store->DefineCategories(sample::SampleGenerator::Categories()));
 
   // The renderer needs a GUI application, which needs no display offscreen.
