@@ -169,7 +169,7 @@ struct SampleGenerator::Contact {
   }
 };
 
-TextBox EstimatedMeasure::Measure(const std::string& text, const FontSpec& font) {
+TextBox EstimatedMeasure::Measure(const std::string& text, const FontStyle& font) {
   int chars = 0;
   for (char c : text) chars += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
   double perChar = font.bold ? 0.62 : 0.55;
@@ -437,7 +437,7 @@ SampleCard SampleGenerator::Lay(const Contact& c, CardKind kind) {
   // Where each drawn field goes: header lines, then two columns.
   struct Slot {
     int left, top, maxWidth;
-    FontSpec font;
+    FontStyle font;
     std::string prefix;  // a small caption drawn before the text (phone kinds)
   };
   std::vector<std::pair<std::string, Slot>> slots;
@@ -472,7 +472,7 @@ SampleCard SampleGenerator::Lay(const Contact& c, CardKind kind) {
       d.box = measure_.Measure(d.text, d.font);
     }
     if (!slot.prefix.empty()) {
-      FontSpec small{11, false, false};
+      FontStyle small{11, false, false};
       card.drawn.push_back({"", slot.prefix, small, slot.left - 62, slot.top + 3, measure_.Measure(slot.prefix, small)});
     }
     card.drawn.push_back(std::move(d));

@@ -15,7 +15,7 @@ namespace ombrel::cli::sample {
 inline constexpr int kCardWidth = 700;
 inline constexpr int kCardHeight = 400;
 
-struct FontSpec {
+struct FontStyle {
   int pixelSize = 16;
   bool bold = false;
   bool italic = false;
@@ -32,20 +32,20 @@ struct TextBox {
 class TextMeasure {
  public:
   virtual ~TextMeasure() = default;
-  virtual TextBox Measure(const std::string& text, const FontSpec& font) = 0;
+  virtual TextBox Measure(const std::string& text, const FontStyle& font) = 0;
 };
 
 // Width from the character count: for cards that are never drawn.
 class EstimatedMeasure : public TextMeasure {
  public:
-  TextBox Measure(const std::string& text, const FontSpec& font) override;
+  TextBox Measure(const std::string& text, const FontStyle& font) override;
 };
 
 // One text on the card image: drawn with its top-left corner at (left, top).
 struct DrawnText {
   std::string field;
   std::string text;
-  FontSpec font;
+  FontStyle font;
   int left = 0;
   int top = 0;
   TextBox box;

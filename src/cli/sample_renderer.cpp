@@ -6,21 +6,21 @@
 
 namespace ombrel::cli::sample {
 
-const CardRenderer::Font& CardRenderer::FontFor(const FontSpec& spec) {
-  auto key = std::make_tuple(spec.pixelSize, spec.bold, spec.italic);
+const CardRenderer::Font& CardRenderer::FontFor(const FontStyle& style) {
+  auto key = std::make_tuple(style.pixelSize, style.bold, style.italic);
   auto it = fonts_.find(key);
   if (it == fonts_.end()) {
     QFont font(QStringLiteral("DejaVu Sans"));
-    font.setPixelSize(spec.pixelSize);
-    font.setBold(spec.bold);
-    font.setItalic(spec.italic);
+    font.setPixelSize(style.pixelSize);
+    font.setBold(style.bold);
+    font.setItalic(style.italic);
     it = fonts_.emplace(key, Font{font, QFontMetrics(font)}).first;
   }
   return it->second;
 }
 
-TextBox CardRenderer::Measure(const std::string& text, const FontSpec& spec) {
-  const QFontMetrics& m = FontFor(spec).metrics;
+TextBox CardRenderer::Measure(const std::string& text, const FontStyle& style) {
+  const QFontMetrics& m = FontFor(style).metrics;
   return {m.horizontalAdvance(QString::fromStdString(text)), m.height(), m.ascent()};
 }
 
@@ -36,8 +36,8 @@ std::vector<uint8_t> CardRenderer::RenderPng(const SampleCard& card) {
     // Logo block with the company's initials.
     QRect logo(kCardWidth - 104, 22, 68, 68);
     p.fillRect(logo, accent);
-    FontSpec logoSpec{28, true, false};
-    p.setFont(FontFor(logoSpec).font);
+    FontStyle logoStyle{28, true, false};
+    p.setFont(FontFor(logoStyle).font);
     p.setPen(Qt::white);
     p.drawText(logo, Qt::AlignCenter, QString::fromStdString(card.logo));
     p.setPen(QPen(accent.lighter(150), 1.5));

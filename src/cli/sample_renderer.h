@@ -15,7 +15,7 @@ namespace ombrel::cli::sample {
 
 class CardRenderer : public TextMeasure {
  public:
-  TextBox Measure(const std::string& text, const FontSpec& font) override;
+  TextBox Measure(const std::string& text, const FontStyle& font) override;
   // The card as PNG bytes, kCardWidth x kCardHeight.
   std::vector<uint8_t> RenderPng(const SampleCard& card);
 
@@ -24,7 +24,7 @@ class CardRenderer : public TextMeasure {
     QFont font;
     QFontMetrics metrics;
   };
-  const Font& FontFor(const FontSpec& spec);
+  const Font& FontFor(const FontStyle& style);
   std::map<std::tuple<int, bool, bool>, Font> fonts_;
 };
 
