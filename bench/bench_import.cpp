@@ -12,9 +12,9 @@
 #include <fstream>
 #include <string>
 
+#include "ombrel/cards/field_catalogue.h"
 #include "ombrel/cardstore/jsonl.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
-#include "ombrel/cards/field_catalogue.h"
 
 using namespace ombrel;
 namespace fs = std::filesystem;
@@ -56,9 +56,7 @@ void WriteJsonl(const fs::path& path, int64_t cards) {
     std::string name = first + " " + last;
     std::string company = "Firm " + std::to_string((r >> 24) % 50000) + " Ltd";
     std::string email = "user" + std::to_string(i) + "@firm" + std::to_string((r >> 24) % 50000) + ".com";
-    auto kv = [&](const std::string& k, const std::string& v) {
-      line += '"' + k + "\": \"" + Escape(v) + "\", ";
-    };
+    auto kv = [&](const std::string& k, const std::string& v) { line += '"' + k + "\": \"" + Escape(v) + "\", "; };
     line = "{\"id\": " + std::to_string(i) + ", \"values\": {";
     kv("Name", name);
     kv("First Name", first);
@@ -147,9 +145,8 @@ int main(int argc, char** argv) {
   t = Clock::now();
   auto counts = jsonl::ImportFile(*store, jsonlPath);
   double importSeconds = Seconds(t);
-  std::printf("import: %lld cards in %.2f s (%.0f cards/s), database %.1f MB\n",
-              static_cast<long long>(counts.cards), importSeconds, counts.cards / importSeconds,
-              fs::file_size(dbPath) / 1e6);
+  std::printf("import: %lld cards in %.2f s (%.0f cards/s), database %.1f MB\n", static_cast<long long>(counts.cards),
+              importSeconds, counts.cards / importSeconds, fs::file_size(dbPath) / 1e6);
 
   // Fresh connection: nothing cached from the import.
   store = CSqliteCardStore::Open(dbPath.string());
@@ -190,8 +187,8 @@ int main(int argc, char** argv) {
     return true;
   });
   scanSeconds = Seconds(t);
-  std::printf("ScanCards (32 values a card): %lld cards in %.2f s: %.0f cards/s\n",
-              static_cast<long long>(scanned), scanSeconds, scanned / scanSeconds);
+  std::printf("ScanCards (32 values a card): %lld cards in %.2f s: %.0f cards/s\n", static_cast<long long>(scanned),
+              scanSeconds, scanned / scanSeconds);
 
   t = Clock::now();
   {

@@ -3,8 +3,8 @@
 #include <fstream>
 #include <istream>
 #include <limits>
-#include <optional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <unordered_map>
 
 #include "ombrel/cardstore/jsonl.h"
@@ -131,7 +131,7 @@ class CardReader : public nlohmann::json_sax<Json> {
   bool number_integer(number_integer_t v) override { return Id(v, std::to_string(v)); }
   bool number_unsigned(number_unsigned_t v) override {
     auto clamped = v > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) ? std::numeric_limits<int64_t>::max()
-                                                                                   : static_cast<int64_t>(v);
+                                                                                  : static_cast<int64_t>(v);
     return Id(clamped, std::to_string(v));
   }
   bool string(string_t& v) override {
@@ -198,10 +198,14 @@ class CardReader : public nlohmann::json_sax<Json> {
     if (depth_ == 0) return Fail("a line must be a JSON object");
     if (depth_ == 2) return Fail("value " + Quoted(name_) + " must be a string");
     switch (key_) {
-      case Key::kId: return Fail("\"id\" must be an integer");
-      case Key::kValues: return Fail("\"values\" must be an object");
-      case Key::kFront: return Fail("\"front_image\" must be a string or null");
-      case Key::kBack: return Fail("\"back_image\" must be a string or null");
+      case Key::kId:
+        return Fail("\"id\" must be an integer");
+      case Key::kValues:
+        return Fail("\"values\" must be an object");
+      case Key::kFront:
+        return Fail("\"front_image\" must be a string or null");
+      case Key::kBack:
+        return Fail("\"back_image\" must be a string or null");
     }
     return false;
   }
@@ -247,8 +251,8 @@ class Importer {
     auto cardId = static_cast<int32_t>(line.id);
     const StoredImage* f = line.front ? &front : nullptr;
     const StoredImage* b = line.back ? &back : nullptr;
-    Status status = line.hasId ? store_.AddCard(cardId, line.values, f, b)
-                               : store_.AddCardWithNextId(line.values, f, b, cardId);
+    Status status =
+        line.hasId ? store_.AddCard(cardId, line.values, f, b) : store_.AddCardWithNextId(line.values, f, b, cardId);
     if (status != 0) {
       std::string error = store_.GetLastError();
       if (status == CSqliteCardStore::kStatusBadArgument && error.find("already exists") != std::string::npos) {

@@ -79,7 +79,8 @@ void CSqliteCardStore::Impl::EnsureNamesLoaded() {
   StatementUse use(st_->selectNames);
   while (use->Step()) {
     int64_t code = use->Int(0);
-    if (code <= 0 || code > (1 << 24)) Fail(kStatusDatabase, "value_names holds an impossible code " + std::to_string(code));
+    if (code <= 0 || code > (1 << 24))
+      Fail(kStatusDatabase, "value_names holds an impossible code " + std::to_string(code));
     int32_t index = Intern(std::string(use->Text(1)));
     canon_[index].code = code;
     if (canonByCode_.size() <= static_cast<size_t>(code)) canonByCode_.resize(code + 1, -1);

@@ -168,8 +168,8 @@ Status CSqliteCardStore::ListCustomFields(std::vector<CustomFieldDef>& fields) {
     impl_->RequireConnected();
     StatementUse use(impl_->st_->selectCustom);
     while (use->Step()) {
-      fields.push_back({std::string(use->Text(0)), std::string(use->Text(1)), std::string(use->Text(2)),
-                        std::string(use->Text(3))});
+      fields.push_back(
+          {std::string(use->Text(0)), std::string(use->Text(1)), std::string(use->Text(2)), std::string(use->Text(3))});
     }
   });
 }

@@ -59,19 +59,15 @@ static bool EndsWithNoCase(std::string_view s, std::string_view suffix) {
   return true;
 }
 
-bool CanonicalName(std::string_view name, const std::unordered_set<std::string>& customFields,
-                   std::string& canonical) {
-  auto isField = [&](std::string_view n) {
-    return IsStandardFieldName(n) || customFields.count(std::string(n)) > 0;
-  };
+bool CanonicalName(std::string_view name, const std::unordered_set<std::string>& customFields, std::string& canonical) {
+  auto isField = [&](std::string_view n) { return IsStandardFieldName(n) || customFields.count(std::string(n)) > 0; };
   // A whole name wins over a suffix reading, so a custom field may itself
   // end in something that looks like a suffix.
   if (isField(name) || name == kFirstNameValue || name == kLastNameValue || name == kCertaintyValue) {
     canonical.assign(name);
     return true;
   }
-  static constexpr std::array kSuffixes = {kLabelSuffix, kRectangleSuffix, kConfidenceLevelsSuffix,
-                                           kSuspectInfoSuffix};
+  static constexpr std::array kSuffixes = {kLabelSuffix, kRectangleSuffix, kConfidenceLevelsSuffix, kSuspectInfoSuffix};
   for (std::string_view suffix : kSuffixes) {
     if (!EndsWithNoCase(name, suffix)) continue;
     std::string_view base = name.substr(0, name.size() - suffix.size());

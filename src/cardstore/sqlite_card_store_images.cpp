@@ -21,8 +21,8 @@ void CSqliteCardStore::Impl::StoreImage(int32_t cardId, ImageSide side, const St
   std::string detected = ImageRegistry::DetectFormat(image->bytes);
   if (detected.empty() || detected != image->format) {
     Fail(kStatusBadArgument, std::string("the ") + SideName(side) +
-                                 " image is not a PNG, JPEG or BMP image of the format it claims (\"" +
-                                 image->format + "\")");
+                                 " image is not a PNG, JPEG or BMP image of the format it claims (\"" + image->format +
+                                 "\")");
   }
   StatementUse use(st_->upsertImage);
   use->BindInt(1, cardId);

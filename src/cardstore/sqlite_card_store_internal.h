@@ -86,8 +86,7 @@ void EncodeValues(const std::vector<CodedValue>& values, std::string& out);
 // The canonical spelling of a value name, or false when it is none: a
 // standard field, a custom field, First Name, Last Name, Certainty, or a
 // standard or custom field with a suffix matched without regard to case.
-bool CanonicalName(std::string_view name, const std::unordered_set<std::string>& customFields,
-                   std::string& canonical);
+bool CanonicalName(std::string_view name, const std::unordered_set<std::string>& customFields, std::string& canonical);
 
 struct StringHash {
   using is_transparent = void;
@@ -249,8 +248,7 @@ struct CSqliteCardStore::Impl::Statements {
 std::string DescribeCall(std::string_view operation, int32_t cardId, std::string_view valueName);
 
 template <typename F>
-Status CSqliteCardStore::Impl::Run(std::string_view operation, int32_t cardId, std::string_view valueName,
-                                   F&& body) {
+Status CSqliteCardStore::Impl::Run(std::string_view operation, int32_t cardId, std::string_view valueName, F&& body) {
   try {
     body();
     return 0;

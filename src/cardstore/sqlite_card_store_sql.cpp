@@ -19,8 +19,7 @@ void FailSql(sqlite3* db, int rc, std::string_view what) {
 }
 
 Statement::Statement(sqlite3* db, std::string_view sql) {
-  int rc = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &stmt_,
-                              nullptr);
+  int rc = sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &stmt_, nullptr);
   if (rc != SQLITE_OK) FailSql(db, rc, "cannot prepare \"" + std::string(sql) + "\"");
 }
 

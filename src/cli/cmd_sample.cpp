@@ -83,11 +83,10 @@ void RunSample(const SampleOptions& o) {
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   using K = sample::CardKind;
   auto n = [&](K k) { return kinds[static_cast<int>(k)]; };
-  std::cout << "generated " << o.cards << " cards into " << o.db << " in " << seconds << " s: "
-            << n(K::kExactDuplicate) << " exact, " << n(K::kCompatibleDuplicate) << " compatible and "
-            << n(K::kConflictDuplicate) << " conflicting duplicates, " << n(K::kSharedMailbox)
-            << " sharing a last name and e-mail, " << n(K::kNoName) << " without a name"
-            << (renderer ? "" : ", no images") << "\n";
+  std::cout << "generated " << o.cards << " cards into " << o.db << " in " << seconds << " s: " << n(K::kExactDuplicate)
+            << " exact, " << n(K::kCompatibleDuplicate) << " compatible and " << n(K::kConflictDuplicate)
+            << " conflicting duplicates, " << n(K::kSharedMailbox) << " sharing a last name and e-mail, "
+            << n(K::kNoName) << " without a name" << (renderer ? "" : ", no images") << "\n";
 }
 
 }  // namespace

@@ -19,9 +19,10 @@ const CLI::App* Deepest(const CLI::App& app) {
 
 int main(int argc, char** argv) {
   std::ios::sync_with_stdio(false);  // exports of a million cards go through std::cout
-  CLI::App app{"Ombrel: find and resolve duplicate business cards in a card database; import, export and "
-               "demo data.",
-               "ombrel"};
+  CLI::App app{
+      "Ombrel: find and resolve duplicate business cards in a card database; import, export and "
+      "demo data.",
+      "ombrel"};
   app.require_subcommand(1, 1);
 
   ombrel::cli::AddImportCommand(app);

@@ -107,8 +107,7 @@ struct Field {
   bool catSuspect = false;
 };
 
-constexpr std::array<std::string_view, 4> kCustomNames = {"Nickname", "Birthday", "Account Manager",
-                                                           "Import Batch"};
+constexpr std::array<std::string_view, 4> kCustomNames = {"Nickname", "Birthday", "Account Manager", "Import Batch"};
 
 // Position of a field on the card: the catalogue order, custom fields after.
 int Rank(std::string_view name) {
@@ -272,8 +271,8 @@ SampleGenerator::Contact SampleGenerator::MakeContact(uint64_t index) const {
   c.Set("Creation Date", created);
   c.Set("Modified Date", r.Chance(400) ? created
                                        : std::to_string(std::min(year + r.Between(0, 2), 2025)) + "-" +
-                                             TwoDigits(r.Between(1, 12)) + "-" + TwoDigits(r.Between(1, 28)) +
-                                             " " + TwoDigits(r.Between(8, 18)) + ":" + TwoDigits(r.Below(60)));
+                                             TwoDigits(r.Between(1, 12)) + "-" + TwoDigits(r.Between(1, 28)) + " " +
+                                             TwoDigits(r.Between(8, 18)) + ":" + TwoDigits(r.Below(60)));
   if (r.Chance(60)) c.Set("Solvane Status", r.Chance(700) ? "Address confirmed" : "Moved, address unknown");
   if (r.Chance(80)) c.Set("Nickname", r.Pick(Nicknames()));
   if (r.Chance(120)) {
@@ -362,14 +361,14 @@ SampleCard SampleGenerator::Next() {
     Field* misread = c.Find(readable[r.Below(static_cast<int>(readable.size()))]);
     static constexpr std::pair<std::string_view, std::string_view> kConfusions[] = {
         {"o", "0"}, {"0", "o"}, {"l", "1"}, {"1", "l"}, {"rn", "m"}, {"m", "rn"}, {"S", "5"}, {"5", "S"},
-        {"B", "8"}, {"8", "B"}, {"e", "c"}, {"a", "o"}, {"i", "l"}, {"6", "b"}, {"n", "h"}, {"t", "f"}};
+        {"B", "8"}, {"8", "B"}, {"e", "c"}, {"a", "o"}, {"i", "l"},  {"6", "b"},  {"n", "h"}, {"t", "f"}};
     std::string text = misread->text;
     for (int tries = 0; tries < 40 && text == misread->text; ++tries) {
       auto [from, to] = kConfusions[r.Below(16)];
       auto pos = text.find(from, r.Below(static_cast<int>(text.size())));
       if (pos != std::string::npos) text.replace(pos, from.size(), to);
     }
-    if (text == misread->text) text += " ."; // a speck read as a character
+    if (text == misread->text) text += " .";  // a speck read as a character
     misread->text = text;
     misread->ocr = r.Between(45, 75);
     misread->ocrSuspect = true;
@@ -473,7 +472,8 @@ SampleCard SampleGenerator::Lay(const Contact& c, CardKind kind) {
     }
     if (!slot.prefix.empty()) {
       FontStyle small{11, false, false};
-      card.drawn.push_back({"", slot.prefix, small, slot.left - 62, slot.top + 3, measure_.Measure(slot.prefix, small)});
+      card.drawn.push_back(
+          {"", slot.prefix, small, slot.left - 62, slot.top + 3, measure_.Measure(slot.prefix, small)});
     }
     card.drawn.push_back(std::move(d));
   }

@@ -46,7 +46,9 @@ std::vector<uint8_t> CardRenderer::RenderPng(const SampleCard& card) {
     for (const DrawnText& d : card.drawn) {
       p.setFont(FontFor(d.font).font);
       // Captions (no field) are decoration in grey; field texts in ink.
-      p.setPen(d.field.empty() ? QColor(120, 120, 120) : d.field == "Company" ? accent.darker(120) : QColor(34, 34, 34));
+      p.setPen(d.field.empty()        ? QColor(120, 120, 120)
+               : d.field == "Company" ? accent.darker(120)
+                                      : QColor(34, 34, 34));
       p.drawText(QPoint(d.left, d.top + d.box.ascent), QString::fromStdString(d.text));
     }
   }

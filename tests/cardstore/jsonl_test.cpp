@@ -129,7 +129,8 @@ TEST_F(JsonlTest, ImportThenExportReproducesValuesExactly) {
 
 TEST_F(JsonlTest, ExportToAFileWritesImagesBesideIt) {
   auto file = Write("in.jsonl", {R"({"id": 7, "values": {"Name": "A"}, "front_image": "images/1-front.png",)"
-                                 R"( "back_image": ")" + jsonl::ImageDataUri({"jpeg", kJpeg}) + "\"}",
+                                 R"( "back_image": ")" +
+                                     jsonl::ImageDataUri({"jpeg", kJpeg}) + "\"}",
                                  R"({"id": 8, "values": {"Name": "B"}})"});
   jsonl::ImportFile(*store_, file);
   fs::create_directories(dir_ / "out");

@@ -18,9 +18,7 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using S = CSqliteCardStore;
 
-StoredImage FakePng(uint8_t tag) {
-  return {"png", {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n', tag, 1, 2, 3}};
-}
+StoredImage FakePng(uint8_t tag) { return {"png", {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n', tag, 1, 2, 3}}; }
 StoredImage FakeJpeg(uint8_t tag) { return {"jpeg", {0xFF, 0xD8, 0xFF, 0xE0, tag}}; }
 
 std::string ReadBytes(const fs::path& p) {
@@ -42,9 +40,8 @@ void RawExec(const fs::path& path, const char* sql) {
 class SqliteStoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("ombrel-store-" + std::to_string(::getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    dir_ = fs::temp_directory_path() / ("ombrel-store-" + std::to_string(::getpid()) + "-" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(dir_);
     fs::create_directories(dir_);
     path_ = (dir_ / "cards.db").string();
@@ -377,9 +374,11 @@ TEST_F(SqliteStoreTest, CustomFieldsCategoriesAndLabelsUseTheContractFormats) {
   EXPECT_EQ(text, "Business, Friends, Family");
   EXPECT_EQ(store_->DefineCategories({"A, B"}), S::kStatusBadArgument);
 
-  ASSERT_EQ(store_->AddCard(1, {{"Phone 1.Label", "Mobile"}, {"Phone 6.Label", "Home"}, {"Phone.Label", "Main"},
-                                {"Email 2.Label", "Work"}}),
-            0);
+  ASSERT_EQ(
+      store_->AddCard(
+          1,
+          {{"Phone 1.Label", "Mobile"}, {"Phone 6.Label", "Home"}, {"Phone.Label", "Main"}, {"Email 2.Label", "Work"}}),
+      0);
   ASSERT_EQ(store_->AddCard(2, {{"Phone 2.Label", "Mobile"}, {"Phone 3.Label", "Car"}}), 0);
   ASSERT_EQ(store_->GetLabels("Phone", text), 0);
   EXPECT_EQ(text, "Car\r\nHome\r\nMobile");
@@ -454,8 +453,8 @@ TEST_F(SqliteStoreTest, ImagesTravelThroughRegistryHandles) {
 TEST_F(SqliteStoreTest, ScanCardsSeesExactlyWhatGetValueReads) {
   ASSERT_EQ(store_->DefineCustomFields({{"Nickname"}}), 0);
   std::mt19937 rng(3);
-  const std::vector<std::string> names = {"Name", "Title", "Phone 1", "Phone 1.Label", "Email.Rectangle",
-                                          "Nickname", "Certainty", "Notes", "Name.Suspect Info"};
+  const std::vector<std::string> names = {"Name",     "Title",     "Phone 1", "Phone 1.Label",    "Email.Rectangle",
+                                          "Nickname", "Certainty", "Notes",   "Name.Suspect Info"};
   for (int i = 1; i <= 60; ++i) {
     CardValueList values;
     for (const auto& n : names) {

@@ -8,11 +8,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <map>
-#include <set>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -92,7 +92,6 @@ class CommandTest : public ::testing::Test {
   fs::path dir_;
 };
 
-
 using ::testing::HasSubstr;
 using Json = nlohmann::ordered_json;
 
@@ -148,9 +147,10 @@ TEST_F(ImportExportCommandTest, ImportExportAndImportAgainGiveTheSameDatabase) {
   const std::vector<uint8_t> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n', 0, 0, 0, 13, 'I', 'H', 'D', 'R'};
   fs::create_directories(Path("pics"));
   std::ofstream(Path("pics") / "a.png", std::ios::binary).write(reinterpret_cast<const char*>(png.data()), png.size());
-  Json db = {{"database", {{"custom_fields", {{{"name", "Nickname"}, {"type", "TEXT"}, {"visibility", "VISIBLE"},
-                                               {"access", "READWRITE"}}}},
-                           {"categories", {"Business", "Friends"}}}}};
+  Json db = {{"database",
+              {{"custom_fields",
+                {{{"name", "Nickname"}, {"type", "TEXT"}, {"visibility", "VISIBLE"}, {"access", "READWRITE"}}}},
+               {"categories", {"Business", "Friends"}}}}};
   Json card1 = {{"id", 10},
                 {"values",
                  {{"Name", " Ségolène Łukasz-Müller "},
@@ -193,7 +193,6 @@ TEST_F(ImportExportCommandTest, ImportExportAndImportAgainGiveTheSameDatabase) {
   EXPECT_THAT(failed.err, HasSubstr("line 2: card id 10 already exists in the database"));
   EXPECT_EQ(Run({"export", "--db", Path("a.db").string()}).out, exported.out);
 }
-
 
 // ---- ombrel sample ------------------------------------------------------------
 
@@ -313,8 +312,9 @@ TEST_F(SampleCommandTest, CardsAreRealisticAndHoldDuplicatesOfEveryKind) {
       bool sameMail = !V(first, "Email").empty() && lower(V(first, "Email")) == lower(V(other, "Email"));
       if (first["values"] == other["values"]) {
         ++exact;
-      } else if (a != b && std::all_of(a.items().begin(), a.items().end(),
-                                       [&](const auto& kv) { return b.contains(kv.key()) && b[kv.key()] == kv.value(); })) {
+      } else if (a != b && std::all_of(a.items().begin(), a.items().end(), [&](const auto& kv) {
+                   return b.contains(kv.key()) && b[kv.key()] == kv.value();
+                 })) {
         ++compatible;  // everything the first has, the second has too, and more
       } else if (V(first, "Title") != V(other, "Title") && sameMail && V(first, "Email") != V(other, "Email")) {
         ++conflicting;  // another title and the e-mail in other letter case
