@@ -10,16 +10,16 @@ namespace {
 constexpr int32_t kGrowBy = 100;
 }
 
-CList::CList() {
-  nodes_.reserve(kGrowBy + 1);
-  nodes_.emplace_back();
-  Grow();
-}
+// Nodes are allocated on the first add: the search makes a list per dupe
+// set, most of which never hold more than a couple of cards.
+CList::CList() = default;
 
 void CList::Grow() {
   // The free chain is empty whenever we grow: chain the new nodes in order.
+  if (nodes_.empty()) nodes_.emplace_back();  // node 0 stands for "none"
   int32_t begin = static_cast<int32_t>(nodes_.size());
-  int32_t add = std::max<int32_t>(kGrowBy, begin / 2);  // geometric, so huge lists fill fast
+  // Small lists start small; large ones grow geometrically so that filling stays linear.
+  int32_t add = begin < kGrowBy ? std::max<int32_t>(4, begin) : std::max<int32_t>(kGrowBy, begin / 2);
   nodes_.resize(begin + add);
   for (int32_t i = begin; i < begin + add; ++i) {
     nodes_[i].prev = -1;
@@ -206,11 +206,10 @@ void CList::RemoveLast() {
 }
 
 void CList::RemoveAll() {
-  nodes_.clear();
-  nodes_.emplace_back();
+  std::vector<Node>().swap(nodes_);
   first_ = last_ = count_ = 0;
+  freeHead_ = 0;
   cursorPos_ = cursorNode_ = 0;
-  Grow();
 }
 
 int32_t CList::GetPosition(const ObjectRef& item) const {
