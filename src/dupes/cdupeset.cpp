@@ -21,14 +21,16 @@ CCardStoreMgr& Mgr() {
   return *mgr;
 }
 
-// Runs body inside an update bracket; a failure inside aborts the bracket and
-// travels on with its own message, whatever the abort answers.
+// Runs body inside an update bracket. A failure inside, or of the commit
+// itself, aborts the bracket so none stays open, and travels on with its own
+// message whatever the abort answers.
 template <class Body>
 void InUpdate(Body body) {
   CCardStoreMgr& mgr = Mgr();
   if (!mgr.BeginUpdate()) return;
   try {
     body(mgr);
+    mgr.CommitUpdate();
   } catch (...) {
     try {
       mgr.AbortUpdate();
@@ -36,7 +38,6 @@ void InUpdate(Body body) {
     }
     throw;
   }
-  mgr.CommitUpdate();
 }
 }  // namespace
 
