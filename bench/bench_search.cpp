@@ -39,6 +39,7 @@ struct ChildRun {
 };
 
 ChildRun RunChild(const std::vector<std::string>& args, const std::string& stdoutPath = "/dev/null") {
+  std::fflush(stdout);  // the child must not inherit unwritten output
   auto start = Clock::now();
   pid_t pid = fork();
   if (pid == 0) {
