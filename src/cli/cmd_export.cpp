@@ -30,12 +30,12 @@ void RunExport(const ExportOptions& o) {
 
 void AddExportCommand(CLI::App& app) {
   auto options = std::make_shared<ExportOptions>();
-  CLI::App* cmd = app.add_subcommand(
-      "export",
-      "Export a card database as .jsonl. Without FILE the cards go to standard output with images as data: "
-      "URIs; with FILE the images are written beside it, into the folder NAME-images for NAME.jsonl.");
-  cmd->add_option("--db", options->db, "the card database (SQLite file)")->required();
-  cmd->add_option("file", options->file, "the .jsonl file to write");
+  CLI::App* cmd = app.add_subcommand("export", "Export a card database as .jsonl");
+  cmd->footer(
+      "Without FILE the cards go to standard output with images as data: URIs; with FILE the images are "
+      "written beside it, into the folder NAME-images for NAME.jsonl.");
+  cmd->add_option("--db", options->db, "The card database (SQLite file)")->required();
+  cmd->add_option("file", options->file, "The .jsonl file to write");
   cmd->callback([options] { RunExport(*options); });
 }
 

@@ -40,12 +40,12 @@ void RunImport(const ImportOptions& o) {
 
 void AddImportCommand(CLI::App& app) {
   auto options = std::make_shared<ImportOptions>();
-  CLI::App* cmd = app.add_subcommand(
-      "import",
-      "Import a .jsonl card file into a card database, creating it if needed. All or nothing: the first bad "
-      "line stops the import with its line number and nothing of the file is kept.");
-  cmd->add_option("file", options->file, "the .jsonl file (image paths are relative to it)")->required();
-  cmd->add_option("--db", options->db, "the card database (SQLite file)")->required();
+  CLI::App* cmd = app.add_subcommand("import", "Import a .jsonl card file into a card database");
+  cmd->footer(
+      "The database is created if needed. All or nothing: the first bad line stops the import with its line "
+      "number and reason, and nothing of the file is kept.");
+  cmd->add_option("file", options->file, "The .jsonl file (image paths are relative to it)")->required();
+  cmd->add_option("--db", options->db, "The card database (SQLite file)")->required();
   cmd->callback([options] { RunImport(*options); });
 }
 

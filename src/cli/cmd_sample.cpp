@@ -93,15 +93,15 @@ void RunSample(const SampleOptions& o) {
 
 void AddSampleCommand(CLI::App& app) {
   auto options = std::make_shared<SampleOptions>();
-  CLI::App* cmd = app.add_subcommand(
-      "sample",
-      "Generate a realistic demo card database: varied international contacts with OCR geometry and "
-      "confidence data, about 17% duplicates (exact re-scans, compatible and conflicting versions), and a "
-      "rendered front image per card. The same seed gives the same cards.");
-  cmd->add_option("--cards", options->cards, "number of cards to add")->required()->check(CLI::NonNegativeNumber);
-  cmd->add_option("--db", options->db, "the card database (SQLite file), created if needed")->required();
-  cmd->add_option("--seed", options->seed, "seed of the generator")->capture_default_str();
-  cmd->add_flag("--no-images", options->noImages, "skip the card pictures (fast, for large databases)");
+  CLI::App* cmd = app.add_subcommand("sample", "Generate a realistic demo card database");
+  cmd->footer(
+      "Varied international contacts with OCR geometry and confidence data, about 17% duplicates (exact "
+      "re-scans, compatible and conflicting versions) and a rendered front image per card. The same seed "
+      "gives the same cards; an existing database is extended.");
+  cmd->add_option("--cards", options->cards, "Number of cards to add")->required()->check(CLI::NonNegativeNumber);
+  cmd->add_option("--db", options->db, "The card database (SQLite file), created if needed")->required();
+  cmd->add_option("--seed", options->seed, "Seed of the generator")->capture_default_str();
+  cmd->add_flag("--no-images", options->noImages, "Skip the card pictures (fast, for large databases)");
   cmd->callback([options] { RunSample(*options); });
 }
 
