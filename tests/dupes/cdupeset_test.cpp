@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -522,6 +523,31 @@ TEST_F(DupeSetStoreTest, AFailedCommitIsAbortedSoNoBracketStaysOpen) {
   std::string log = Log();
   EXPECT_EQ(log.substr(log.find("CommitUpdate")), "CommitUpdate\nGetLastError\nAbortUpdate\n");
   EXPECT_FALSE(store_->inUpdate);
+}
+
+// A set may be without a primary (its count is then 0). The operations that
+// need the primary must raise, as using any unset object does, rather than
+// crash; each runs apart so that a crash fails only its own case.
+TEST_F(DupeSetStoreTest, OperationsThatNeedThePrimaryRaiseOnASetWithoutOne) {
+  const std::vector<std::pair<std::string, std::function<void(CDupeSet&)>>> operations = {
+      {"ToStr", [](CDupeSet& s) { s.ToStr(); }},
+      {"DupeSetNeedsSaving", [](CDupeSet& s) { s.DupeSetNeedsSaving(); }},
+      {"CommitToDatabase", [](CDupeSet& s) { s.CommitToDatabase(); }},
+  };
+  for (const auto& [name, operation] : operations) {
+    EXPECT_EXIT(
+        {
+          CDupeSet set;
+          try {
+            operation(set);
+          } catch (const Error&) {
+            std::_Exit(0);
+          }
+          std::_Exit(1);
+        },
+        ::testing::ExitedWithCode(0), "")
+        << name;
+  }
 }
 
 // ---------------------------------------------------------------------------
