@@ -29,24 +29,24 @@ std::string ErrorText(const std::function<void()>& f) {
   return "<no error>";
 }
 
-struct CardSpec {
+struct CardShape {
   std::string last;
   std::string tag;
   Texts texts;
   Texts labels = {};
 };
 
-std::shared_ptr<CCard> MakeCard(int32_t id, const CardSpec& spec) {
+std::shared_ptr<CCard> MakeCard(int32_t id, const CardShape& shape) {
   auto card = std::make_shared<CCard>();
   card->SetCardId(id);
-  for (const auto& [name, text] : spec.texts) card->SetData(name, text, "", nullptr, 100, 100, false, false);
-  for (const auto& [name, label] : spec.labels) card->GetField(name)->SetUserLabel(label);
-  card->SetLastName(spec.last);
-  card->tag = spec.tag;
+  for (const auto& [name, text] : shape.texts) card->SetData(name, text, "", nullptr, 100, 100, false, false);
+  for (const auto& [name, label] : shape.labels) card->GetField(name)->SetUserLabel(label);
+  card->SetLastName(shape.last);
+  card->tag = shape.tag;
   return card;
 }
 
-bool Compare(int32_t type, const CardSpec& a, const CardSpec& b) {
+bool Compare(int32_t type, const CardShape& a, const CardShape& b) {
   auto card1 = MakeCard(1, a);
   auto card2 = MakeCard(2, b);
   CDupeSet set;
@@ -55,32 +55,32 @@ bool Compare(int32_t type, const CardSpec& a, const CardSpec& b) {
 }
 
 // "E=yes C=no X=yes": the answer of each type, exact, compatible, conflict.
-std::string Answers(const CardSpec& a, const CardSpec& b) {
+std::string Answers(const CardShape& a, const CardShape& b) {
   auto yn = [](bool v) { return v ? "yes" : "no"; };
   return std::string("E=") + yn(Compare(EXACT_DUPE, a, b)) + " C=" + yn(Compare(COMPATIBLE_DUPE, a, b)) +
          " X=" + yn(Compare(CONFLICT_DUPE, a, b));
 }
 
-const CardSpec kJohn{"Smith", "Smith,John", {{"Name", "John Smith"}, {"Email", "john@x.com"}, {"Title", "CEO"}}};
+const CardShape kJohn{"Smith", "Smith,John", {{"Name", "John Smith"}, {"Email", "john@x.com"}, {"Title", "CEO"}}};
 
-CardSpec With(CardSpec spec, const std::string& name, const std::string& text) {
-  for (auto& [n, t] : spec.texts)
+CardShape With(CardShape shape, const std::string& name, const std::string& text) {
+  for (auto& [n, t] : shape.texts)
     if (n == name) {
       t = text;
-      return spec;
+      return shape;
     }
-  spec.texts.emplace_back(name, text);
-  return spec;
+  shape.texts.emplace_back(name, text);
+  return shape;
 }
 
 TEST(CardComparisonTest, CompareCardsStepByStepForEveryType) {
   struct Case {
     std::string what;
-    CardSpec a, b;
+    CardShape a, b;
   };
-  const CardSpec nameless1{"", ",", {{"Company", "Acme"}, {"Phone", "555 1000"}}};
-  const CardSpec acme1{"", "", {{"Company", "Acme Corp"}, {"Solvane Status", "A"}}};
-  const CardSpec acme2{"", "", {{"Company", "Acme Corp"}, {"Solvane Status", "B"}}};
+  const CardShape nameless1{"", ",", {{"Company", "Acme"}, {"Phone", "555 1000"}}};
+  const CardShape acme1{"", "", {{"Company", "Acme Corp"}, {"Solvane Status", "A"}}};
+  const CardShape acme2{"", "", {{"Company", "Acme Corp"}, {"Solvane Status", "B"}}};
   const std::vector<Case> cases = {
       {"identical named cards", kJohn, kJohn},
       {"last names Smith and Smyth", kJohn,
@@ -285,9 +285,9 @@ TEST(CardComparisonTest, IsDupeChecksEveryDupeOnlyForCompatibleSets) {
     set.AddDupe(MakeCard(3, {"Smith", ",", {{"Company", "Acme"}, {"Name", "Smith"}}}));
     dump += std::to_string(type) + ":";
     // Agrees with everyone; conflicts with dupe 2's title; has dupe 3's family name in another spelling.
-    for (const CardSpec& candidate : {CardSpec{"", ",", {{"Company", "Acme"}}},
-                                      CardSpec{"", ",", {{"Company", "Acme"}, {"Title", "CTO"}}},
-                                      CardSpec{"Smyth", ",", {{"Company", "Acme"}, {"Name", "Smyth"}}}})
+    for (const CardShape& candidate : {CardShape{"", ",", {{"Company", "Acme"}}},
+                                      CardShape{"", ",", {{"Company", "Acme"}, {"Title", "CTO"}}},
+                                      CardShape{"Smyth", ",", {{"Company", "Acme"}, {"Name", "Smyth"}}}})
       dump += set.IsDupe(*MakeCard(9, candidate)) ? " yes" : " no";
     dump += "\n";
   }
@@ -304,10 +304,10 @@ class CardComparisonStoreTest : public ::testing::Test {
   }
   void TearDown() override { CardStoreMgr() = savedMgr_; }
 
-  std::shared_ptr<CCard> StoredCard(int32_t id, const CardSpec& spec, bool frontImage) {
+  std::shared_ptr<CCard> StoredCard(int32_t id, const CardShape& shape, bool frontImage) {
     store_->AddCard(id);
     if (frontImage) store_->frontDib[id] = 1000 + id;
-    return MakeCard(id, spec);
+    return MakeCard(id, shape);
   }
 
   std::shared_ptr<FakeCardStore> store_;
@@ -318,10 +318,10 @@ class CardComparisonStoreTest : public ::testing::Test {
 
 TEST_F(CardComparisonStoreTest, ShouldBecomePrimaryByImageThenByContent) {
   // The primary: two fields, a long text.
-  const CardSpec primary{"", "", {{"Name", "Jonathan Smithers"}, {"Address", "1200 Long Boulevard Springfield"}}};
+  const CardShape primary{"", "", {{"Name", "Jonathan Smithers"}, {"Address", "1200 Long Boulevard Springfield"}}};
   struct Content {
     std::string what;
-    CardSpec spec;
+    CardShape shape;
   };
   const std::vector<Content> contents = {
       {"more fields, less text", {"", "", {{"Name", "J Smithers"}, {"Verified", "No"}, {"Categories", "Golf"}}}},
@@ -337,7 +337,7 @@ TEST_F(CardComparisonStoreTest, ShouldBecomePrimaryByImageThenByContent) {
       for (const Content& content : contents) {
         CDupeSet set;
         set.Init(StoredCard(nextId++, primary, primaryImage), type);
-        auto candidate = StoredCard(nextId++, content.spec, candidateImage);
+        auto candidate = StoredCard(nextId++, content.shape, candidateImage);
         dump += std::to_string(type) + " images " + (primaryImage ? "P" : "-") + (candidateImage ? "C" : "-") +
                 ", " + content.what + ": " + (set.ShouldBecomePrimary(*candidate) ? "yes" : "no") + "\n";
       }
@@ -362,7 +362,7 @@ TEST_F(CardComparisonStoreTest, ShouldBecomePrimaryByImageThenByContent) {
 }
 
 TEST_F(CardComparisonStoreTest, AddCardIfDupeMakesACandidateWithAnImageThePrimary) {
-  const CardSpec ann{"Lee", "Lee,Ann", {{"Name", "Ann Lee"}, {"Company", "Acme"}}};
+  const CardShape ann{"Lee", "Lee,Ann", {{"Name", "Ann Lee"}, {"Company", "Acme"}}};
   CDupeSet set;
   set.Init(StoredCard(1, ann, false), COMPATIBLE_DUPE);
   EXPECT_TRUE(set.AddCardIfDupe(StoredCard(2, ann, false)));
@@ -382,7 +382,7 @@ TEST_F(CardComparisonStoreTest, AddCardIfDupeMakesACandidateWithAnImageThePrimar
 }
 
 TEST_F(CardComparisonStoreTest, AnExactSetKeepsItsFirstCardAsPrimary) {
-  const CardSpec ann{"Lee", "Lee,Ann", {{"Name", "Ann Lee"}}};
+  const CardShape ann{"Lee", "Lee,Ann", {{"Name", "Ann Lee"}}};
   CDupeSet set;
   set.Init(StoredCard(1, ann, false), EXACT_DUPE);
   EXPECT_TRUE(set.AddCardIfDupe(StoredCard(2, ann, true)));
@@ -391,7 +391,7 @@ TEST_F(CardComparisonStoreTest, AnExactSetKeepsItsFirstCardAsPrimary) {
 }
 
 TEST_F(CardComparisonStoreTest, AStoreFailureWhileChoosingThePrimaryLeavesTheSetUnchanged) {
-  const CardSpec ann{"Lee", "Lee,Ann", {{"Name", "Ann Lee"}}};
+  const CardShape ann{"Lee", "Lee,Ann", {{"Name", "Ann Lee"}}};
   CDupeSet set;
   set.Init(StoredCard(1, ann, false), CONFLICT_DUPE);
   auto candidate = StoredCard(2, With(ann, "Title", "CEO"), true);
