@@ -342,7 +342,9 @@ TEST_F(CardComparisonStoreTest, ShouldBecomePrimaryByImageThenByContent) {
                 ", " + content.what + ": " + (set.ShouldBecomePrimary(*candidate) ? "yes" : "no") + "\n";
       }
     }
-    if (type == EXACT_DUPE) EXPECT_EQ(store_->CallCount("HasFrontImage"), 0);
+    if (type == EXACT_DUPE) {
+      EXPECT_EQ(store_->CallCount("HasFrontImage"), 0);
+    }
   }
   std::string expected;
   const char* images[] = {"--", "-C", "P-", "PC"};
@@ -374,8 +376,10 @@ TEST_F(CardComparisonStoreTest, AddCardIfDupeMakesACandidateWithAnImageThePrimar
   EXPECT_TRUE(set.AddCardIfDupe(StoredCard(6, ann, true)));
 
   std::string layout = std::to_string(set.GetPrimaryCard()->GetCardID()) + " |";
-  for (int32_t i = 1; i <= set.GetDupes().GetNumItems(); ++i)
-    layout += " " + std::to_string(set.GetDupes().GetItemAs<CCard>(i)->GetCardID());
+  for (int32_t i = 1; i <= set.GetDupes().GetNumItems(); ++i) {
+    layout += ' ';
+    layout += std::to_string(set.GetDupes().GetItemAs<CCard>(i)->GetCardID());
+  }
   EXPECT_EQ(layout, "6 | 2 1 4 5");
   // The new primary's snapshot is taken when it is made primary.
   EXPECT_FALSE(set.DupeSetNeedsSaving());
