@@ -171,6 +171,11 @@ bool CDupeSet::ShouldBecomePrimary(const CCard& card) const {
 }
 
 bool CDupeSet::AddCardIfDupe(const std::shared_ptr<CCard>& card) {
+  if (!card) {
+    // The checks IsDupe would make, in its order, for a missing card.
+    Trap(GetNumberOfCards() == 0, "DupeSet is empty");
+    RaiseTrap("Cannot compare cards: one of the given cards is empty");
+  }
   if (!IsDupe(*card)) return false;
   if (ShouldBecomePrimary(*card)) {
     dupes_->AddItem(primary_);

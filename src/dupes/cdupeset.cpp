@@ -148,6 +148,7 @@ void CDupeSet::MergeAllDupes() {
 }
 
 bool CDupeSet::DupeSetNeedsSaving() const {
+  if (!primary_) RaiseObjectNotSet();
   if (recycleBin_ && recycleBin_->GetNumItems() > 0) return true;
   if (DataSignature(*primary_) != primarySnapshot_) return true;
   return primary_->HasStoredCardId() && primary_->GetStoredCardId() != primary_->GetCardID();
@@ -185,6 +186,7 @@ void CDupeSet::SaveImage(int32_t id, int kind) {
 }
 
 void CDupeSet::CommitToDatabase() {
+  if (!primary_) RaiseObjectNotSet();
   CCardStoreMgr& mgr = Mgr();
   int32_t id = primary_->GetCardID();
   if (!mgr.CardExists(id)) {
@@ -225,6 +227,7 @@ std::string CDupeSet::ToStr() const {
     default: out = "Unknown dupe set type"; break;
   }
   out += "\r\nNumber of cards in dupe set: " + std::to_string(GetNumberOfCards()) + "\r\n";
+  if (!primary_) RaiseObjectNotSet();
   out += "Primary card: " + primary_->FieldText("Name") + "\r\n";
   for (int32_t i = 1; i <= dupes_->GetNumItems(); ++i)
     out += "Dupe " + std::to_string(i) + ": " + dupes_->GetItemAs<CCard>(i)->FieldText("Name") + "\r\n";

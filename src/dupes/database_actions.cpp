@@ -70,7 +70,8 @@ void CDatabaseActions::Run(int32_t action, CList& dupeSets) {
     const int32_t total = action == kSave ? count : CountDuplicateCards(dupeSets);
     for (int32_t i = 1; i <= numSets; ++i) {
       progress_->SetText(action == kSave ? action_text::kSavingCount : action_text::kRemovingCount, done, total);
-      progress_->SetProgress(ProgressValue(static_cast<double>(done) / total));
+      // Sets without dupes leave nothing to count: the bar then shows nothing done.
+      progress_->SetProgress(ProgressValue(total > 0 ? static_cast<double>(done) / total : 0.0));
       progress_->ProcessEvents();
       if (stopRequested_) break;
       auto set = dupeSets.GetItemAs<CDupeSet>(i);
