@@ -184,11 +184,15 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
   for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) {
     const int32_t i = keptBefore + 1;
     if (!UpdateProgress(search_text::kGroupingCards, total + i - remaining, total)) break;
-    auto set = std::make_shared<CDupeSet>();
-    set->Init(card[p], dupeType);
-
+    // The set is made when its first candidate comes up: a card with none
+    // would only make a set of one, which is dropped unseen.
+    std::shared_ptr<CDupeSet> set;
     bool go = true;
     auto offer = [&](int32_t q) {
+      if (!set) {
+        set = std::make_shared<CDupeSet>();
+        set->Init(card[p], dupeType);
+      }
       if (!set->AddCardIfDupe(card[q])) return;
       present.Remove(q);
       --remaining;
@@ -220,7 +224,7 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
     }
     if (!go) break;  // stopped while the set was still growing: it is not finished
 
-    if (set->GetNumberOfCards() < 2) {
+    if (!set || set->GetNumberOfCards() < 2) {
       ++keptBefore;
       continue;
     }
