@@ -71,17 +71,10 @@ class SkipTable {
   std::vector<int32_t> next_;
 };
 
-}  // namespace
-
-void CDupeSearch::SortCards(CList& cards) {
-  auto start = Clock::now();
-  const int32_t n = cards.GetNumItems();
-  std::vector<std::shared_ptr<CCard>> input;
-  input.reserve(static_cast<size_t>(n));
-  for (int32_t i = 1; i <= n; ++i) input.push_back(cards.GetItemAs<CCard>(i));
-  for (auto& card : input)
-    if (card->tag.empty()) card->tag = ",";
-
+// The order the binary insertion gives: result[k] is the input index of the
+// card that ends at position k + 1.
+std::vector<int32_t> InsertionOrder(const std::vector<std::shared_ptr<CCard>>& input) {
+  const int32_t n = static_cast<int32_t>(input.size());
   // Rank every card by its tag among the distinct tags (exact byte order).
   std::vector<int32_t> order(static_cast<size_t>(n));
   for (int32_t i = 0; i < n; ++i) order[i] = i;
@@ -131,14 +124,44 @@ void CDupeSearch::SortCards(CList& cards) {
     ++placed;
   }
 
+  std::vector<int32_t> result;
+  result.reserve(static_cast<size_t>(n));
+  for (const auto& run : runs) result.insert(result.end(), run.begin(), run.end());
+  return result;
+}
+
+}  // namespace
+
+void CDupeSearch::SortCards(CList& cards) {
+  auto start = Clock::now();
+  const int32_t n = cards.GetNumItems();
+  std::vector<std::shared_ptr<CCard>> input;
+  input.reserve(static_cast<size_t>(n));
+  for (int32_t i = 1; i <= n; ++i) input.push_back(cards.GetItemAs<CCard>(i));
+  for (auto& card : input)
+    if (card->tag.empty()) card->tag = ",";
+
+  std::vector<int32_t> result;
+  // The order depends on nothing but the sequence of tags: sorting the same
+  // suspects again for another dupe type reuses it.
+  if (lastSortTags_.size() == input.size() &&
+      std::equal(input.begin(), input.end(), lastSortTags_.begin(), lastSortTags_.end(),
+                 [](const std::shared_ptr<CCard>& c, const std::string& seen) { return c->tag == seen; })) {
+    result = lastSortOrder_;
+  } else {
+    result = InsertionOrder(input);
+    lastSortTags_.clear();
+    for (const auto& c : input) lastSortTags_.push_back(c->tag);
+    lastSortOrder_ = result;
+  }
+
   cards.RemoveAll();
   std::vector<CCard*> sorted;
   sorted.reserve(static_cast<size_t>(n));
-  for (const auto& run : runs)
-    for (int32_t idx : run) {
-      sorted.push_back(input[idx].get());
-      cards.AddItem(input[idx]);
-    }
+  for (int32_t idx : result) {
+    sorted.push_back(input[idx].get());
+    cards.AddItem(input[idx]);
+  }
   for (int32_t pos = 1; pos < n; ++pos) {
     CCard* card = sorted[pos - 1];
     if (card->tag > sorted[pos]->tag) RaiseTrap("Sorting problem at index: " + std::to_string(pos));

@@ -86,6 +86,9 @@ class CDupeSearch {
   std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids);
 
   ISearchProgress* progress_;
+  // The tags of the last sort's input, in order, and the order it gave.
+  std::vector<std::string> lastSortTags_;
+  std::vector<int32_t> lastSortOrder_;
   bool stopped_ = false;
   int32_t failedCardId_ = 0;
   SearchTimings timings_;
