@@ -87,6 +87,12 @@ void AddApplyCommand(CLI::App& app) {
       ->required()
       ->check(CLI::IsMember({"remove-exact", "merge-compatible"}));
   cmd->add_flag("--yes", options->yes, "Do not ask for confirmation");
+  cmd->footer(
+      "remove-exact deletes every exact duplicate and keeps each set's primary card; merge-compatible copies the\n"
+      "values a primary lacks from its compatible duplicates, then deletes them. Each dupe set is written in its\n"
+      "own transactions, so the database is sound whenever the command stops; run it again to finish.\n"
+      "Without --yes the command asks on the terminal and refuses to run without one.\n"
+      "Ctrl-C stops before the next dupe set, never inside one (exit code 130).");
   cmd->callback([options] {
     int code = RunApply(*options);
     if (code != 0) throw CLI::RuntimeError(code);

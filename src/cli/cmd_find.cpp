@@ -90,6 +90,13 @@ void AddFindCommand(CLI::App& app) {
       ->check(CLI::IsMember({"exact", "compatible", "conflict", "all"}))
       ->default_str("all");
   cmd->add_flag("--json", options->json, "Print the dupe sets as JSON");
+  cmd->footer(
+      "Each type is searched on a fresh list of the cards that share a name or e-mail key with another card.\n"
+      "Text output: for each type a heading, every dupe set (primary first, then its dupes) and the number of\n"
+      "duplicate cards. JSON output: one array of {\"type\", \"primary\", \"dupes\"} objects with card IDs, exact,\n"
+      "compatible and conflicting sets in that order.\n"
+      "On a terminal a progress line appears when the search is slow; Ctrl-C stops it and prints what was found\n"
+      "so far (exit code 130).");
   cmd->callback([options] {
     int code = RunFind(*options);
     if (code != 0) throw CLI::RuntimeError(code);
