@@ -67,11 +67,16 @@ int RunApply(const ApplyOptions& options) {
   progress.Clear();
 
   const int32_t total = sets.GetNumItems();
-  std::cout << (remove ? "Removed duplicates of " : "Merged duplicates of ") << actions.SetsDone() << " of "
-            << total << " contacts.\n";
-  if (actions.StopRequested() && actions.SetsDone() < total) {
-    std::cerr << "Stopped before the remaining " << (total - actions.SetsDone())
-              << " contacts; run apply again to finish.\n";
+  const int32_t done = actions.SetsDone();
+  if (done == total) {
+    std::cout << (remove ? "Removed " : "Merged ") << cards << " duplicate card" << (cards == 1 ? "" : "s")
+              << (remove ? " of " : " into ") << total << " contact" << (total == 1 ? "" : "s") << ".\n";
+  } else {
+    std::cout << (remove ? "Removed" : "Merged") << " the duplicates of " << done << " of " << total
+              << " contacts.\n";
+  }
+  if (actions.StopRequested() && done < total) {
+    std::cerr << "Stopped before the remaining " << (total - done) << " contacts; run apply again to finish.\n";
     return 130;
   }
   return 0;
