@@ -1,7 +1,6 @@
 // ombrel find: the duplicate search over a card database, printed as text
 // (each set's dump) or as JSON (type, primary and dupes by card ID).
 #include <iostream>
-#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "ombrel/cards/ccard.h"
@@ -38,40 +37,44 @@ int RunFind(const FindOptions& options) {
   LoadInterfaceTexts();
   auto store = ConnectDatabase(options.db);
   InstallStopHandler();
+  // Each type is printed as soon as it is found and then dropped, so a
+  // million-card search never holds more than one type's sets.
+  bool firstType = true, firstSet = true;
+  auto printText = [&](int32_t type, const std::shared_ptr<CList>& sets) {
+    if (!firstType) std::cout << "\n";
+    firstType = false;
+    std::cout << Heading(type) << "\n";
+    if (!sets) {
+      std::cout << "(not searched: stopped)\n";
+      return;
+    }
+    for (int32_t i = 1; i <= sets->GetNumItems(); ++i) std::cout << sets->GetItemAs<CDupeSet>(i)->ToStr() << "\r\n";
+    std::cout << "Duplicate cards: " << CountDuplicateCards(*sets) << "\n";
+  };
+  auto printJson = [&](int32_t type, const std::shared_ptr<CList>& sets) {
+    if (!sets) return;
+    const std::string typeName = TypeName(type);
+    for (int32_t i = 1; i <= sets->GetNumItems(); ++i) {
+      auto set = sets->GetItemAs<CDupeSet>(i);
+      std::cout << (firstSet ? "[\n  " : ",\n  ") << R"({"type": ")" << typeName
+                << R"(", "primary": )" << set->GetPrimaryCard()->GetCardID() << R"(, "dupes": [)";
+      for (int32_t d = 1; d <= set->GetDupes().GetNumItems(); ++d)
+        std::cout << (d > 1 ? ", " : "") << set->GetDupes().GetItemAs<CCard>(d)->GetCardID();
+      std::cout << "]}";
+      firstSet = false;
+    }
+  };
   SearchOutcome outcome;
   {
     TerminalProgress progress;
-    outcome = SearchDupes(TypesFor(options.type), &progress);
+    auto emit = [&](int32_t type, const std::shared_ptr<CList>& sets) {
+      progress.Clear();
+      if (options.json) printJson(type, sets);
+      else printText(type, sets);
+    };
+    outcome = SearchDupes(TypesFor(options.type), &progress, emit);
   }
-
-  if (options.json) {
-    nlohmann::json sets = nlohmann::json::array();
-    for (const auto& typed : outcome.results) {
-      if (!typed.sets) continue;
-      for (int32_t i = 1; i <= typed.sets->GetNumItems(); ++i) {
-        auto set = typed.sets->GetItemAs<CDupeSet>(i);
-        nlohmann::json dupes = nlohmann::json::array();
-        for (int32_t d = 1; d <= set->GetDupes().GetNumItems(); ++d)
-          dupes.push_back(set->GetDupes().GetItemAs<CCard>(d)->GetCardID());
-        sets.push_back({{"type", TypeName(typed.type)}, {"primary", set->GetPrimaryCard()->GetCardID()}, {"dupes", dupes}});
-      }
-    }
-    std::cout << sets.dump(2) << "\n";
-  } else {
-    bool first = true;
-    for (const auto& typed : outcome.results) {
-      if (!first) std::cout << "\n";
-      first = false;
-      std::cout << Heading(typed.type) << "\n";
-      if (!typed.sets) {
-        std::cout << "(not searched: stopped)\n";
-        continue;
-      }
-      for (int32_t i = 1; i <= typed.sets->GetNumItems(); ++i)
-        std::cout << typed.sets->GetItemAs<CDupeSet>(i)->ToStr() << "\r\n";
-      std::cout << "Duplicate cards: " << CountDuplicateCards(*typed.sets) << "\n";
-    }
-  }
+  if (options.json) std::cout << (firstSet ? "[]\n" : "\n]\n");
   std::cout.flush();
   if (outcome.stopped) {
     std::cerr << "Search stopped: the results above are what was found so far.\n";

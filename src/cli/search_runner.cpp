@@ -15,12 +15,17 @@ std::string TypeName(int32_t type) {
   }
 }
 
-SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress) {
+SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress, const EmitSets& emit) {
   SearchOutcome outcome;
+  auto deliver = [&](int32_t type, std::shared_ptr<CList> sets) {
+    if (emit) emit(type, sets);
+    else outcome.results.push_back({type, std::move(sets)});
+  };
   CDupeSearch search(progress);
   try {
     auto suspects = search.GetSuspectCards();
     if (!suspects) {
+      for (int32_t type : types) deliver(type, nullptr);
       outcome.stopped = true;
       outcome.timings = search.Timings();
       return outcome;
@@ -34,7 +39,7 @@ SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* pr
 
     for (int32_t type : types) {
       if (search.IsStopped()) {
-        outcome.results.push_back({type, nullptr});
+        deliver(type, nullptr);
         continue;
       }
       CList cards;
@@ -43,7 +48,7 @@ SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* pr
         card->tag = loadedTags[static_cast<size_t>(i - 1)];
         cards.AddItem(card);
       }
-      outcome.results.push_back({type, search.FindDupes(type, cards)});
+      deliver(type, search.FindDupes(type, cards));
     }
   } catch (const Error& e) {
     if (search.FailedCardId() != 0)

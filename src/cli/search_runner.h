@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,8 +26,13 @@ struct SearchOutcome {
   int32_t suspects = 0;
 };
 
+// Hands each type's sets to emit as soon as they are found (null when the
+// search stopped before that type), so a caller can print and drop them.
+using EmitSets = std::function<void(int32_t type, const std::shared_ptr<CList>& sets)>;
+
 // Raises the search's error with the failing card's ID added when a card could not be read.
-SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress);
+// Without emit, the sets are kept in the outcome's results.
+SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress, const EmitSets& emit = {});
 
 // "EXACT_DUPE", "COMPATIBLE_DUPE", "CONFLICT_DUPE".
 std::string TypeName(int32_t type);
