@@ -14,31 +14,57 @@ void CHashTable::RestrictType(std::string_view className) {
   restrictedClass_ = std::string(className);
 }
 
+CHashTable::CHashTable(const CHashTable& other) : CObject(other), restrictedClass_(other.restrictedClass_) {
+  // The copy leaves the holes behind and indexes its own key strings.
+  entries_.reserve(static_cast<size_t>(other.count_));
+  for (const Entry& e : other.entries_)
+    if (e.key.Alive()) entries_.push_back(e);
+  count_ = other.count_;
+  Reindex();
+}
+
+CHashTable& CHashTable::operator=(const CHashTable& other) {
+  if (this != &other) *this = CHashTable(other);
+  return *this;
+}
+
+CHashTable::StaticKeys::StaticKeys(std::span<const std::string> keys) : keys_(keys) {
+  for (size_t i = 0; i < keys.size(); ++i)
+    for (size_t j = 0; j < i; ++j)
+      if (keys[j] == keys[i]) RaiseTrap("HashTable already contains key: " + keys[i]);
+}
+
+void CHashTable::Reserve(int32_t count) {
+  if (count > 0) entries_.reserve(static_cast<size_t>(count));
+}
+
 int32_t CHashTable::Find(const std::string& key) const {
   if (Indexed()) {
-    auto it = index_.find(key);
-    return it == index_.end() ? -1 : it->second;
+    auto it = index_->slots.find(key);
+    return it == index_->slots.end() ? -1 : it->second;
   }
   for (size_t i = 0; i < entries_.size(); ++i)
-    if (entries_[i].key == key) return static_cast<int32_t>(i);
+    if (*entries_[i].key == key) return static_cast<int32_t>(i);
   return -1;
 }
 
-// The tree is a Fenwick tree over the slots: tree_[i] counts the live entries
+// The tree is a Fenwick tree over the slots: tree[i] counts the live entries
 // among slots (i - LowBit(i), i], 1-based.
 void CHashTable::BuildTree() {
   const int32_t n = static_cast<int32_t>(entries_.size());
-  tree_.assign(static_cast<size_t>(n) + 1, 0);
+  std::vector<int32_t>& tree = index_->tree;
+  tree.assign(static_cast<size_t>(n) + 1, 0);
   for (int32_t i = 1; i <= n; ++i) {
-    tree_[i] += entries_[i - 1].alive ? 1 : 0;
+    tree[i] += entries_[i - 1].key.Alive() ? 1 : 0;
     int32_t parent = i + LowBit(i);
-    if (parent <= n) tree_[parent] += tree_[i];
+    if (parent <= n) tree[parent] += tree[i];
   }
 }
 
 void CHashTable::TreeAdd(int32_t slot, int32_t delta) {
   const int32_t n = static_cast<int32_t>(entries_.size());
-  for (int32_t i = slot + 1; i <= n; i += LowBit(i)) tree_[i] += delta;
+  std::vector<int32_t>& tree = index_->tree;
+  for (int32_t i = slot + 1; i <= n; i += LowBit(i)) tree[i] += delta;
 }
 
 int32_t CHashTable::SlotOf(int32_t position) const {
@@ -49,60 +75,103 @@ int32_t CHashTable::SlotOf(int32_t position) const {
   while (step * 2 <= n) step *= 2;
   int32_t at = 0;
   int32_t remaining = position;
+  const std::vector<int32_t>& tree = index_->tree;
   for (; step > 0; step /= 2) {
-    if (at + step <= n && tree_[at + step] < remaining) {
+    if (at + step <= n && tree[at + step] < remaining) {
       at += step;
-      remaining -= tree_[at];
+      remaining -= tree[at];
     }
   }
   return at;  // 1-based slot at + 1, so 0-based at
 }
 
 void CHashTable::Reindex() {
-  index_.clear();
-  if (count_ <= kIndexThreshold) return;
-  index_.reserve(entries_.size());
+  if (count_ <= kIndexThreshold) {
+    index_.reset();
+    return;
+  }
+  if (!index_) index_ = std::make_unique<Index>();
+  index_->slots.clear();
+  index_->slots.reserve(entries_.size());
   for (size_t i = 0; i < entries_.size(); ++i)
-    if (entries_[i].alive) index_.emplace(entries_[i].key, static_cast<int32_t>(i));
+    if (entries_[i].key.Alive()) index_->slots.emplace(*entries_[i].key, static_cast<int32_t>(i));
 }
 
 // Squeezes the holes out, keeping the order; the index follows the moved entries.
 void CHashTable::Compact() {
   size_t to = 0;
   for (size_t from = 0; from < entries_.size(); ++from) {
-    if (!entries_[from].alive) continue;
+    if (!entries_[from].key.Alive()) continue;
     if (to != from) {
       entries_[to] = std::move(entries_[from]);
-      if (Indexed()) index_[entries_[to].key] = static_cast<int32_t>(to);
+      if (Indexed()) index_->slots.find(*entries_[to].key)->second = static_cast<int32_t>(to);
     }
     ++to;
   }
   entries_.resize(to);
   holes_ = 0;
-  tree_.clear();
+  if (Indexed()) index_->tree.clear();
+}
+
+void CHashTable::CheckClass(const ObjectRef& item) const {
+  if (restrictedClass_.empty()) return;
+  std::string_view cls = item ? item->ClassName() : std::string_view("Nothing");
+  if (cls != restrictedClass_) RaiseTrap("Cannot add a: " + std::string(cls) + " into a hashTable of: " + restrictedClass_);
+}
+
+void CHashTable::CheckNewItem(const std::string& key, const ObjectRef& item) const {
+  CheckClass(item);
+  if (Find(key) >= 0) RaiseTrap("HashTable already contains key: " + key);
 }
 
 void CHashTable::AddItem(const std::string& key, ObjectRef item) {
-  if (!restrictedClass_.empty()) {
-    std::string_view cls = item ? item->ClassName() : std::string_view("Nothing");
-    if (cls != restrictedClass_)
-      RaiseTrap("Cannot add a: " + std::string(cls) + " into a hashTable of: " + restrictedClass_);
+  CheckNewItem(key, item);
+  Add(Key::Own(key), std::move(item));
+}
+
+void CHashTable::AddItemWithStaticKey(const std::string& key, ObjectRef item) {
+  CheckNewItem(key, item);
+  Add(Key::Refer(key), std::move(item));
+}
+
+void CHashTable::AddItemsWithStaticKeys(const StaticKeys& keys, std::span<ObjectRef> items) {
+  std::span<const std::string> names = keys.Keys();
+  if (count_ != 0) RaiseTrap("Cannot add static keys: hashTable is not empty");
+  if (items.size() != names.size())
+    RaiseTrap("Cannot add static keys: " + std::to_string(items.size()) + " items for " +
+              std::to_string(names.size()) + " keys");
+  entries_.reserve(names.size());
+  // The keys are distinct and the table was empty, so only the class is
+  // checked; a class name at the address of one already accepted passes.
+  std::string_view accepted;
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (!restrictedClass_.empty()) {
+      std::string_view cls = items[i] ? items[i]->ClassName() : std::string_view();
+      if (cls.data() != accepted.data() || cls.size() != accepted.size() || !items[i]) {
+        CheckClass(items[i]);
+        accepted = cls;
+      }
+    }
+    Add(Key::Refer(names[i]), std::move(items[i]));
   }
-  if (Find(key) >= 0) RaiseTrap("HashTable already contains key: " + key);
-  entries_.push_back({key, std::move(item), true});
+}
+
+void CHashTable::Add(Key key, ObjectRef item) {
+  entries_.push_back({std::move(key), std::move(item)});
   ++count_;
   const int32_t slot = static_cast<int32_t>(entries_.size()) - 1;
   if (Indexed()) {
-    index_.emplace(key, slot);
+    index_->slots.emplace(*entries_.back().key, slot);
   } else if (count_ > kIndexThreshold) {
     Reindex();
   }
   if (holes_ > 0) {
     // Fenwick append: the new node covers itself and the nodes it absorbs below it.
+    std::vector<int32_t>& tree = index_->tree;
     const int32_t i = slot + 1;
     int32_t covered = 1;
-    for (int32_t j = 1; j < LowBit(i); j *= 2) covered += tree_[i - j];
-    tree_.push_back(covered);
+    for (int32_t j = 1; j < LowBit(i); j *= 2) covered += tree[i - j];
+    tree.push_back(covered);
   }
 }
 
@@ -114,6 +183,7 @@ void CHashTable::SetItem(const std::string& key, ObjectRef item) {
 }
 
 void CHashTable::RemoveItem(const std::string& key) {
+  // key may be the entry's own string: it is not used once the entry goes.
   int32_t at = Find(key);
   if (at < 0) RaiseTrap("HashTable cannot remove item. Key not found: " + key);
   --count_;
@@ -121,30 +191,28 @@ void CHashTable::RemoveItem(const std::string& key) {
     entries_.erase(entries_.begin() + at);
     return;
   }
-  index_.erase(key);
+  index_->slots.erase(key);
   if (at + 1 == static_cast<int32_t>(entries_.size()) && holes_ == 0) {
     entries_.pop_back();
   } else {
     if (holes_ == 0) BuildTree();
     Entry& e = entries_[at];
-    e.alive = false;
     e.item.reset();
-    e.key = std::string();
+    e.key = Key();
     TreeAdd(at, -1);
     ++holes_;
   }
   if (count_ <= kIndexThreshold) {
     Compact();
-    index_.clear();
+    index_.reset();
   } else if (holes_ > count_) {
     Compact();
   }
 }
 
 void CHashTable::RemoveAll() {
+  index_.reset();
   entries_.clear();
-  index_.clear();
-  tree_.clear();
   count_ = holes_ = 0;
 }
 
@@ -161,15 +229,20 @@ ObjectRef CHashTable::GetIndexedItem(int32_t position) const {
 
 const std::string& CHashTable::GetIndexedKey(int32_t position) const {
   if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
-  return entries_[SlotOf(position)].key;
+  return *entries_[SlotOf(position)].key;
+}
+
+const ObjectRef& CHashTable::IndexedItemRef(int32_t position) const {
+  if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
+  return entries_[SlotOf(position)].item;
 }
 
 std::shared_ptr<CList> CHashTable::GetKeys() const {
   // The item index and the ordered entries are the two collections here.
-  Trap(Indexed() && static_cast<int32_t>(index_.size()) != count_, "Internal error in HashTable");
+  Trap(Indexed() && static_cast<int32_t>(index_->slots.size()) != count_, "Internal error in HashTable");
   auto keys = std::make_shared<CList>();
   for (const Entry& e : entries_)
-    if (e.alive) keys->AddItem(std::make_shared<CString>(e.key));
+    if (e.key.Alive()) keys->AddItem(std::make_shared<CString>(*e.key));
   return keys;
 }
 

@@ -132,5 +132,111 @@ TEST(CHashTableTest, LargeTablesStayFastToEmpty) {
   EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(), 20.0);
 }
 
+TEST(CHashTableTest, StaticKeysAreReferredToAndCheckedLikeCopiedOnes) {
+  static const std::string kName = "Name";
+  static const std::string kTitle = "Title";
+  CHashTable table;
+  table.RestrictType("CString");
+  table.AddItemWithStaticKey(kName, Str("n"));
+  table.AddItem("Title", Str("t"));
+  EXPECT_EQ(&table.GetIndexedKey(1), &kName);  // no copy
+  EXPECT_NE(&table.GetIndexedKey(2), &kTitle);
+  EXPECT_EQ(TrapText([&] { table.AddItemWithStaticKey(kTitle, Str("x")); }), "HashTable already contains key: Title");
+  EXPECT_EQ(TrapText([&] { table.AddItemWithStaticKey(kName, Str("x")); }), "HashTable already contains key: Name");
+  EXPECT_EQ(TrapText([&] { table.AddItem("Name", Str("x")); }), "HashTable already contains key: Name");
+  EXPECT_EQ(TrapText([&] { table.AddItemWithStaticKey(kTitle, std::make_shared<FakeCard>()); }),
+            "Cannot add a: CCard into a hashTable of: CString");
+  EXPECT_EQ(Keys(table), (std::vector<std::string>{"Name", "Title"}));
+  table.RemoveItem("Name");
+  EXPECT_FALSE(table.Contains("Name"));
+  EXPECT_EQ(kName, "Name");  // the table never owned it
+}
+
+TEST(CHashTableTest, AStaticKeyListFillsAnEmptyTableInOrder) {
+  static const std::vector<std::string> kNames = {"Name", "Title", "Company"};
+  static const CHashTable::StaticKeys kKeys(kNames);
+  std::vector<ObjectRef> items = {Str("n"), Str("t"), Str("c")};
+  std::vector<ObjectRef> expected = items;
+  CHashTable table;
+  table.RestrictType("CString");
+  table.AddItemsWithStaticKeys(kKeys, items);
+  EXPECT_EQ(Keys(table), kNames);
+  for (int32_t i = 1; i <= 3; ++i) {
+    EXPECT_EQ(&table.GetIndexedKey(i), &kNames[i - 1]);
+    EXPECT_EQ(table.GetIndexedItem(i), expected[i - 1]);
+    EXPECT_EQ(table.IndexedItemRef(i), expected[i - 1]);
+  }
+  EXPECT_EQ(table.GetItem("Company"), expected[2]);
+  EXPECT_EQ(TrapText([&] { table.IndexedItemRef(4); }), "HashTable index out of range: 4");
+
+  std::vector<ObjectRef> more = {Str("a"), Str("b"), Str("c")};
+  EXPECT_EQ(TrapText([&] { table.AddItemsWithStaticKeys(kKeys, more); }),
+            "Cannot add static keys: hashTable is not empty");
+  CHashTable other;
+  std::vector<ObjectRef> two = {Str("a"), Str("b")};
+  EXPECT_EQ(TrapText([&] { other.AddItemsWithStaticKeys(kKeys, two); }), "Cannot add static keys: 2 items for 3 keys");
+  EXPECT_EQ(other.GetNumItems(), 0);
+
+  // The class is checked item by item, as AddItem would check it.
+  std::vector<ObjectRef> mixed = {Str("a"), std::make_shared<FakeCard>(), Str("c")};
+  other.RestrictType("CString");
+  EXPECT_EQ(TrapText([&] { other.AddItemsWithStaticKeys(kKeys, mixed); }),
+            "Cannot add a: CCard into a hashTable of: CString");
+  EXPECT_EQ(Keys(other), std::vector<std::string>{"Name"});
+  CHashTable nothing;
+  nothing.RestrictType("CString");
+  std::vector<ObjectRef> withNull = {Str("a"), Str("b"), nullptr};
+  EXPECT_EQ(TrapText([&] { nothing.AddItemsWithStaticKeys(kKeys, withNull); }),
+            "Cannot add a: Nothing into a hashTable of: CString");
+
+  static const std::vector<std::string> kRepeated = {"Name", "Title", "Name"};
+  EXPECT_EQ(TrapText([&] { CHashTable::StaticKeys keys(kRepeated); }), "HashTable already contains key: Name");
+}
+
+// A copy owns its keys and items list: changing either table leaves the other alone.
+TEST(CHashTableTest, CopiesAreIndependentAtEverySize) {
+  static const std::string kStatic = "static";
+  for (int32_t size : {3, 200}) {
+    CHashTable table;
+    table.AddItemWithStaticKey(kStatic, Str("s"));
+    for (int32_t i = 0; i < size; ++i) table.AddItem("k" + std::to_string(i), Str(std::to_string(i)));
+    for (int32_t i = 0; i < size; i += 3) table.RemoveItem("k" + std::to_string(i));  // holes in a large table
+    std::vector<std::string> keys = Keys(table);
+
+    CHashTable copy(table);
+    CHashTable assigned;
+    assigned.AddItem("old", Str("old"));
+    assigned = table;
+    for (CHashTable* t : {&copy, &assigned}) {
+      ASSERT_EQ(Keys(*t), keys) << size;
+      for (int32_t i = 1; i <= t->GetNumItems(); ++i) {
+        EXPECT_EQ(t->GetIndexedItem(i), table.GetIndexedItem(i));
+        EXPECT_EQ(t->GetItem(keys[i - 1]), table.GetIndexedItem(i));
+      }
+    }
+    copy.RemoveItem("k1");
+    copy.AddItem("new", Str("new"));
+    assigned.RemoveAll();
+    EXPECT_EQ(Keys(table), keys) << size;
+    EXPECT_TRUE(table.Contains("k1"));
+    EXPECT_FALSE(table.Contains("new"));
+    EXPECT_EQ(copy.GetNumItems(), table.GetNumItems());
+    EXPECT_EQ(copy.GetIndexedKey(copy.GetNumItems()), "new");
+  }
+}
+
+// A key passed by reference may be the entry's own; removing by it must not
+// read the key after the entry is gone (the sanitizer build catches that).
+TEST(CHashTableTest, RemovingByTheEntrysOwnKey) {
+  for (int32_t size : {5, 100}) {
+    CHashTable table;
+    for (int32_t i = 0; i < size; ++i) table.AddItem("key " + std::to_string(i), Str(std::to_string(i)));
+    while (table.GetNumItems() > 1) table.RemoveItem(table.GetIndexedKey(table.GetNumItems() / 2 + 1));
+    EXPECT_EQ(table.GetIndexedKey(1), "key 0") << size;
+    table.RemoveItem(table.GetIndexedKey(1));
+    EXPECT_EQ(table.GetNumItems(), 0);
+  }
+}
+
 }  // namespace
 }  // namespace ombrel

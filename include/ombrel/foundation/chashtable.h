@@ -8,12 +8,19 @@
 // removal leaves a hole instead of shifting every later entry; a counting tree
 // over the live entries finds a position among the holes, and the holes are
 // squeezed out once they outnumber the live entries.
+//
+// Entries are kept small, as every card in memory holds a table of some
+// thirty: a key is a string of the entry's own on the heap, or, when added
+// through AddItemWithStaticKey, a static string the entry only refers to.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "ombrel/foundation/error.h"
@@ -25,10 +32,38 @@ class CList;
 
 class CHashTable final : public CObject {
  public:
+  // Distinct strings of static storage duration, checked for repeats once,
+  // when made, so that a table can take them all as keys without checking
+  // them again (the names of a catalogue). Raises "HashTable already
+  // contains key: k" on a repeat.
+  class StaticKeys {
+   public:
+    explicit StaticKeys(std::span<const std::string> keys);
+    std::span<const std::string> Keys() const { return keys_; }
+
+   private:
+    std::span<const std::string> keys_;
+  };
+
+  CHashTable() = default;
+  CHashTable(const CHashTable& other);
+  CHashTable(CHashTable&& other) noexcept = default;
+  CHashTable& operator=(const CHashTable& other);
+  CHashTable& operator=(CHashTable&& other) noexcept = default;
+  ~CHashTable() override = default;
+
   std::string_view ClassName() const override { return "CHashTable"; }
 
   void RestrictType(std::string_view className);
+  // Room for count entries in all, so adding up to that many never reallocates.
+  void Reserve(int32_t count);
   void AddItem(const std::string& key, ObjectRef item);
+  // AddItem without copying the key: the table refers to it, so it must be a
+  // string of static storage duration that never changes (a catalogue name).
+  void AddItemWithStaticKey(const std::string& key, ObjectRef item);
+  // Fills an empty table: items[i] under keys' i-th string, in order, each
+  // checked against the class restriction as AddItem checks it.
+  void AddItemsWithStaticKeys(const StaticKeys& keys, std::span<ObjectRef> items);
   void SetItem(const std::string& key, ObjectRef item);
   void RemoveItem(const std::string& key);
   void RemoveAll();
@@ -39,8 +74,9 @@ class CHashTable final : public CObject {
   int32_t GetNumItems() const { return count_; }
   bool Contains(const std::string& key) const { return Find(key) >= 0; }
 
-  // Direct access for hot loops, without building a key list.
+  // Direct access for hot loops, without building a key list or copying a reference.
   const std::string& GetIndexedKey(int32_t position) const;
+  const ObjectRef& IndexedItemRef(int32_t position) const;
 
   template <class T>
   std::shared_ptr<T> GetItemAs(const std::string& key) const {
@@ -52,10 +88,42 @@ class CHashTable final : public CObject {
   }
 
  private:
+  // An entry's key: a string it owns, or a static one it refers to (the low
+  // bit of the pointer tells which). Empty marks a removed entry.
+  class Key {
+   public:
+    Key() = default;
+    static Key Own(const std::string& key) { return Key(reinterpret_cast<uintptr_t>(new std::string(key))); }
+    static Key Refer(const std::string& key) { return Key(reinterpret_cast<uintptr_t>(&key) | kStatic); }
+    Key(const Key& other) : bits_(other.Owned() ? Own(*other).Release() : other.bits_) {}
+    Key(Key&& other) noexcept : bits_(std::exchange(other.bits_, 0)) {}
+    Key& operator=(Key other) noexcept {
+      std::swap(bits_, other.bits_);
+      return *this;
+    }
+    ~Key() {
+      if (Owned()) delete Get();
+    }
+    bool Alive() const { return bits_ != 0; }
+    const std::string& operator*() const { return *Get(); }
+
+   private:
+    static constexpr uintptr_t kStatic = 1;
+    explicit Key(uintptr_t bits) : bits_(bits) {}
+    bool Owned() const { return bits_ != 0 && (bits_ & kStatic) == 0; }
+    const std::string* Get() const { return reinterpret_cast<const std::string*>(bits_ & ~kStatic); }
+    uintptr_t Release() { return std::exchange(bits_, 0); }
+    uintptr_t bits_ = 0;
+  };
   struct Entry {
-    std::string key;
+    Key key;
     ObjectRef item;
-    bool alive = true;
+  };
+  // What only a large table needs. The index's views point at the entries'
+  // key strings, which never move.
+  struct Index {
+    std::unordered_map<std::string_view, int32_t> slots;  // key -> slot
+    std::vector<int32_t> tree;  // counting tree over live slots, only while there are holes
   };
   static constexpr int32_t kIndexThreshold = 48;
 
@@ -67,7 +135,10 @@ class CHashTable final : public CObject {
   }
   int32_t Find(const std::string& key) const;  // 0-based slot, -1 when absent
   int32_t SlotOf(int32_t position) const;      // 0-based slot of a valid 1-based position
-  bool Indexed() const { return !index_.empty(); }
+  bool Indexed() const { return index_ != nullptr; }
+  void CheckClass(const ObjectRef& item) const;                            // raises as AddItem does
+  void CheckNewItem(const std::string& key, const ObjectRef& item) const;  // raises as AddItem does
+  void Add(Key key, ObjectRef item);
   void Compact();
   void Reindex();
   void BuildTree();
@@ -76,8 +147,7 @@ class CHashTable final : public CObject {
   std::vector<Entry> entries_;  // insertion order; holes (dead entries) only while indexed
   int32_t count_ = 0;           // live entries
   int32_t holes_ = 0;           // dead entries
-  std::unordered_map<std::string, int32_t> index_;  // key -> slot, only past kIndexThreshold
-  std::vector<int32_t> tree_;   // counting tree over live slots, only while there are holes
+  std::unique_ptr<Index> index_;  // only past kIndexThreshold
   std::string restrictedClass_;
 };
 
