@@ -1,5 +1,6 @@
 #include "ombrel/cards/ccardfield.h"
 
+#include "ombrel/cards/field_catalogue.h"
 #include "ombrel/foundation/clist.h"
 #include "ombrel/foundation/error.h"
 
@@ -44,12 +45,55 @@ const CDictionary& ExtraEmailFieldNames() {
 bool IsExtraPhoneFieldName(std::string_view name) { return IsNumberedName(name, "Phone "); }
 bool IsExtraEmailFieldName(std::string_view name) { return IsNumberedName(name, "Email "); }
 
+const std::array<std::string, 29>& CCardField::CatalogueNameStrings() {
+  static const std::array<std::string, 29> names = [] {
+    std::array<std::string, 29> out;
+    for (size_t i = 0; i < kStandardFieldNames.size(); ++i) out[i] = std::string(kStandardFieldNames[i]);
+    return out;  // the last one stays empty
+  }();
+  return names;
+}
+
+CCardField::CCardField(const CCardField& other)
+    : CObject(other),
+      text_(other.text_),
+      extras_(other.extras_ ? std::make_unique<Extras>(*other.extras_) : nullptr),
+      rectTop_(other.rectTop_),
+      rectLeft_(other.rectLeft_),
+      rectWidth_(other.rectWidth_),
+      rectHeight_(other.rectHeight_),
+      nameIndex_(other.nameIndex_),
+      ocrConfLevel_(other.ocrConfLevel_),
+      catConfLevel_(other.catConfLevel_),
+      hasRect_(other.hasRect_),
+      ocrSuspect_(other.ocrSuspect_),
+      catSuspect_(other.catSuspect_),
+      readOnlyType_(other.readOnlyType_) {}
+
+CCardField& CCardField::operator=(const CCardField& other) {
+  if (this != &other) *this = CCardField(other);
+  return *this;
+}
+
+void CCardField::SetName(std::string_view name) {
+  int32_t index = StandardFieldIndex(name);
+  if (index >= 0) {
+    nameIndex_ = static_cast<uint8_t>(index);
+  } else if (name.empty()) {
+    nameIndex_ = kNoName;
+  } else {
+    if (!extras_) extras_ = std::make_unique<Extras>();
+    extras_->name = name;
+    nameIndex_ = kOwnName;
+  }
+}
+
 void CCardField::SetData(const std::string& fieldName, const std::string& text, const std::string& userLabel,
                          const CRectangle* rect, int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect,
                          bool catSuspect) {
   uint8_t ocr = ToLevel(ocrConfLevel);
   uint8_t cat = ToLevel(catConfLevel);
-  name_ = fieldName;
+  SetName(fieldName);
   if (!userLabel.empty() && !IsExtraField()) RaiseTrap(kLabelNotAllowed);
   SetText(text);
   SetUserLabel(userLabel);
@@ -62,9 +106,27 @@ void CCardField::SetData(const std::string& fieldName, const std::string& text, 
   catSuspect_ = catSuspect;
 }
 
+void CCardField::SetValues(std::string&& text, const std::string& userLabel, const CRectangle* rect,
+                           int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect, bool catSuspect) {
+  // The same checks, raising the same first error, as SetData with the
+  // field's own name.
+  uint8_t ocr = ToLevel(ocrConfLevel);
+  uint8_t cat = ToLevel(catConfLevel);
+  if (!userLabel.empty() && !IsExtraField()) RaiseTrap(kLabelNotAllowed);
+  if (ocr > 100) RaiseTrap("OCR confidence level " + std::to_string(ocr) + " is out of expected range 0-100");
+  if (cat > 100) RaiseTrap("CAT confidence level " + std::to_string(cat) + " is out of expected range 0-100");
+  SetText(std::move(text));
+  SetUserLabel(userLabel);
+  SetRect(rect);
+  ocrConfLevel_ = ocr;
+  catConfLevel_ = cat;
+  ocrSuspect_ = ocrSuspect;
+  catSuspect_ = catSuspect;
+}
+
 void CCardField::Copy(const CCardField& field) {
   CRectangle rect = field.GetRect();
-  SetData(field.name_, field.text_, field.label_, field.hasRect_ ? &rect : nullptr, field.ocrConfLevel_,
+  SetData(field.Name(), field.text_, field.Label(), field.hasRect_ ? &rect : nullptr, field.ocrConfLevel_,
           field.catConfLevel_, field.IsOcrSuspect(), field.IsCatSuspect());
   readOnlyType_ = field.readOnlyType_;
 }
@@ -76,17 +138,18 @@ std::shared_ptr<CCardField> CCardField::Clone() const {
 }
 
 void CCardField::SetFieldName(const std::string& fieldName) {
-  name_ = fieldName;
-  if (!label_.empty() && !IsExtraField()) RaiseTrap(kLabelNotAllowed);
+  SetName(fieldName);
+  if (!Label().empty() && !IsExtraField()) RaiseTrap(kLabelNotAllowed);
 }
 
 void CCardField::SetUserLabel(const std::string& userLabel) {
   if (userLabel.empty()) {
-    label_.clear();
+    if (extras_) extras_->label.clear();
     return;
   }
   if (!IsExtraField()) RaiseTrap(kLabelNotAllowed);
-  label_ = userLabel;
+  if (!extras_) extras_ = std::make_unique<Extras>();
+  extras_->label = userLabel;
 }
 
 void CCardField::SetRect(const CRectangle* rect) {
@@ -102,19 +165,26 @@ void CCardField::SetRect(const CRectangle* rect) {
   hasRect_ = true;
 }
 
-void CCardField::SetText(const std::string& text) {
-  // Most texts arrive trimmed already; only copy when something must go.
+namespace {
+
+// Most texts arrive trimmed already; only those with blanks at an end need work.
+bool NeedsTrim(const std::string& text) {
   constexpr std::string_view kBlanks = " \t\r\n";
-  if (text.empty() || (kBlanks.find(text.front()) == std::string_view::npos &&
-                       kBlanks.find(text.back()) == std::string_view::npos)) {
-    text_ = text;
-  } else {
-    text_ = CString::TrimText(text);
-  }
+  return !text.empty() &&
+         (kBlanks.find(text.front()) != std::string_view::npos || kBlanks.find(text.back()) != std::string_view::npos);
+}
+
+}  // namespace
+
+void CCardField::SetText(const std::string& text) { text_ = NeedsTrim(text) ? CString::TrimText(text) : text; }
+
+void CCardField::SetText(std::string&& text) {
+  if (NeedsTrim(text)) text_ = CString::TrimText(text);
+  else text_ = std::move(text);
 }
 
 void CCardField::MergeCategories(const std::string& categories) {
-  if (name_ != "Categories") RaiseTrap("Only the Categories field can merge categories");
+  if (Name() != "Categories") RaiseTrap("Only the Categories field can merge categories");
   std::string merged = ", " + text_ + ", ";
   auto incoming = CString(CString::ReplaceAll(categories, ", ", ",")).GetTokens(",", false);
   for (int32_t i = 1; i <= incoming->GetNumItems(); ++i) {
@@ -132,19 +202,20 @@ CRectangle CCardField::GetRect() const {
 }
 
 bool CCardField::IsOcrSuspect() const {
-  return ocrSuspect_ || (text_.empty() && (name_ == "Name" || name_ == "Company"));
+  return ocrSuspect_ || (text_.empty() && (Name() == "Name" || Name() == "Company"));
 }
 
 bool CCardField::IsReadOnly() const {
-  return readOnlyType_ || name_ == "Creation Date" || name_ == "Modified Date" || name_ == "Solvane Status";
+  const std::string& name = Name();
+  return readOnlyType_ || name == "Creation Date" || name == "Modified Date" || name == "Solvane Status";
 }
 
 void CCardField::AppendDump(std::string& out) const {
   out += "FIELD:";
-  out += name_;
-  if (!label_.empty()) {
+  out += Name();
+  if (extras_ && !extras_->label.empty()) {
     out += " LABEL:";
-    out += label_;
+    out += extras_->label;
   }
   out += " TEXT:";
   out += text_;

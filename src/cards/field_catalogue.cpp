@@ -4,8 +4,11 @@
 
 namespace ombrel {
 
-bool IsStandardFieldName(std::string_view name) {
-  return std::find(kStandardFieldNames.begin(), kStandardFieldNames.end(), name) != kStandardFieldNames.end();
+bool IsStandardFieldName(std::string_view name) { return StandardFieldIndex(name) >= 0; }
+
+int32_t StandardFieldIndex(std::string_view name) {
+  auto it = std::find(kStandardFieldNames.begin(), kStandardFieldNames.end(), name);
+  return it == kStandardFieldNames.end() ? -1 : static_cast<int32_t>(it - kStandardFieldNames.begin());
 }
 
 }  // namespace ombrel

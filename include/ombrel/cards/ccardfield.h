@@ -5,12 +5,16 @@
 // label the user gave the field.
 //
 // The duplicate search keeps a few hundred thousand cards of about thirty
-// fields each in memory, so a field is kept lean: three strings, the
-// rectangle inline with a presence flag, and a few bytes of levels and
-// flags. An empty text or label stands for "none"; the getters never answer
-// none (GetText gives an empty CString, GetRect an empty CRectangle).
+// fields each in memory, so a field is kept lean: its text, the rectangle
+// inline with a presence flag, a few bytes of levels and flags, and a
+// catalogue name as its position in the catalogue. A name outside the
+// catalogue and the user label, which few fields have, live in a separate
+// block made on demand. An empty text or label stands for "none"; the
+// getters never answer none (GetText gives an empty CString, GetRect an
+// empty CRectangle).
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -35,6 +39,11 @@ bool IsExtraEmailFieldName(std::string_view name);
 class CCardField final : public CObject {
  public:
   CCardField() = default;
+  CCardField(const CCardField& other);
+  CCardField(CCardField&& other) noexcept = default;
+  CCardField& operator=(const CCardField& other);
+  CCardField& operator=(CCardField&& other) noexcept = default;
+  ~CCardField() override = default;
 
   std::string_view ClassName() const override { return "CCardField"; }
 
@@ -53,24 +62,27 @@ class CCardField final : public CObject {
   void SetUserLabel(const std::string& userLabel);
   void SetRect(const CRectangle* rect);  // null, or a zero area, means none
   void SetText(const std::string& text);  // trimmed; empty means none
+  void SetText(std::string&& text);       // the same, taking the text over
   // Adds the names of a ", "-joined category list that are not present yet.
   // Merging into an empty field keeps a leading ", " (", A"): that quirk is
   // what the stored data has always looked like, so it stays.
   void MergeCategories(const std::string& categories);
 
   bool IsExtraField() const { return IsExtraPhoneField() || IsExtraEmailField(); }
-  bool IsExtraPhoneField() const { return IsExtraPhoneFieldName(name_); }
-  bool IsExtraEmailField() const { return IsExtraEmailFieldName(name_); }
+  bool IsExtraPhoneField() const { return IsExtraPhoneFieldName(Name()); }
+  bool IsExtraEmailField() const { return IsExtraEmailFieldName(Name()); }
 
-  CString GetFieldName() const { return CString(name_); }
-  CString GetUserLabel() const { return CString(label_); }
+  CString GetFieldName() const { return CString(Name()); }
+  CString GetUserLabel() const { return CString(Label()); }
   CString GetText() const { return CString(text_); }
   CRectangle GetRect() const;
 
   // Allocation-free views for hot loops.
-  const std::string& Name() const { return name_; }
+  const std::string& Name() const {
+    return nameIndex_ == kOwnName ? extras_->name : CatalogueNameStrings()[nameIndex_];
+  }
   const std::string& Text() const { return text_; }
-  const std::string& Label() const { return label_; }
+  const std::string& Label() const { return extras_ ? extras_->label : CatalogueNameStrings()[kNoName]; }
   bool HasRect() const { return hasRect_; }
 
   int32_t GetOcrConfLevel() const { return ocrConfLevel_; }
@@ -96,17 +108,37 @@ class CCardField final : public CObject {
  private:
   friend class CCard;
 
+  // What few fields have; made when first needed and kept from then on, so
+  // the references Name() and Label() hand out stay valid.
+  struct Extras {
+    std::string name;   // a name outside the catalogue
+    std::string label;  // the user label, empty for none
+  };
+  // nameIndex_ is a catalogue position, kNoName for the empty name or
+  // kOwnName for a name kept in extras_.
+  static constexpr uint8_t kNoName = 28;
+  static constexpr uint8_t kOwnName = 0xFF;
+  // The catalogue names followed by the empty name (which doubles as the
+  // empty label), as strings the getters can hand out.
+  static const std::array<std::string, 29>& CatalogueNameStrings();
+
+  void SetName(std::string_view name);
+  // SetData's steps after the name, for a field whose name is right already;
+  // the text is taken over. Every check runs before anything changes.
+  void SetValues(std::string&& text, const std::string& userLabel, const CRectangle* rect, int32_t ocrConfLevel,
+                 int32_t catConfLevel, bool ocrSuspect, bool catSuspect);
+
   // A field stored in a card is always a copy; storing a fresh field in
   // place of a copy must leave it exactly as Copy would (see Copy).
   void NormaliseAsCopy() { ocrSuspect_ = IsOcrSuspect(); }
 
-  std::string name_;
-  std::string label_;
   std::string text_;
+  std::unique_ptr<Extras> extras_;
   int32_t rectTop_ = 0;
   int32_t rectLeft_ = 0;
   int32_t rectWidth_ = 0;
   int32_t rectHeight_ = 0;
+  uint8_t nameIndex_ = kNoName;
   uint8_t ocrConfLevel_ = 100;
   uint8_t catConfLevel_ = 100;
   bool hasRect_ = false;

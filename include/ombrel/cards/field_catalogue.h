@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string_view>
 
 namespace ombrel {
@@ -27,5 +28,7 @@ inline constexpr std::string_view kConfidenceLevelsSuffix = ".Confidence Levels"
 inline constexpr std::string_view kSuspectInfoSuffix = ".Suspect Info";
 
 bool IsStandardFieldName(std::string_view name);
+// The name's position in kStandardFieldNames, or -1.
+int32_t StandardFieldIndex(std::string_view name);
 
 }  // namespace ombrel
