@@ -1,5 +1,6 @@
 #include "ombrel/cards/ccard.h"
 
+#include <array>
 #include <functional>
 #include <string_view>
 
@@ -25,13 +26,55 @@ bool IsStoreBookkeeping(std::string_view name) {
   return name == "Creation Date" || name == "Modified Date" || name == "Solvane Status";
 }
 
+constexpr size_t kCatalogueSize = kStandardFieldNames.size();
+
+// Whether the text contains part once CString::RemoveWhiteSpace has taken the
+// white space out of both, without making those copies.
+bool ContainsIgnoringWhiteSpace(std::string_view text, std::string_view part) {
+  constexpr std::string_view kWhiteSpace = " \t\r\n";
+  auto isSpace = [&](char c) { return kWhiteSpace.find(c) != std::string_view::npos; };
+  // Compare part's kept characters against the text's from every kept start.
+  auto matchesAt = [&](size_t start) {
+    size_t t = start;
+    for (char c : part) {
+      if (isSpace(c)) continue;
+      while (t < text.size() && isSpace(text[t])) ++t;
+      if (t == text.size() || text[t] != c) return false;
+      ++t;
+    }
+    return true;
+  };
+  for (size_t start = 0; start < text.size(); ++start)
+    if (!isSpace(text[start]) && matchesAt(start)) return true;
+  return matchesAt(text.size());  // a part of white space only is found even in an empty text
+}
+
 }  // namespace
 
-CCard::CCard() {
+const CHashTable::StaticKeys& CCard::CatalogueKeys() {
+  static const CHashTable::StaticKeys keys(
+      std::span<const std::string>(CCardField::CatalogueNameStrings().data(), kCatalogueSize));
+  return keys;
+}
+
+CCard::CCard() : CCard(std::span<const CustomField>()) {}
+
+CCard::CCard(std::span<const CustomField> customFields) {
   fields_.RestrictType("CCardField");
-  for (std::string_view name : kStandardFieldNames) {
-    std::string key(name);
-    fields_.AddItem(key, NewEmptyField(key));
+  fields_.Reserve(static_cast<int32_t>(kCatalogueSize + customFields.size()));
+  // One block for every field; each table entry shares its ownership.
+  auto block = std::make_shared<CCardField[]>(kCatalogueSize + customFields.size());
+  std::array<ObjectRef, kCatalogueSize> catalogue;
+  for (size_t i = 0; i < kCatalogueSize; ++i) {
+    block[i].nameIndex_ = static_cast<uint8_t>(i);
+    catalogue[i] = ObjectRef(block, &block[i]);
+  }
+  fields_.AddItemsWithStaticKeys(CatalogueKeys(), catalogue);
+  for (size_t i = 0; i < customFields.size(); ++i) {
+    CCardField& field = block[kCatalogueSize + i];
+    field.SetFieldName(customFields[i].name);
+    if (customFields[i].readOnly) field.MakeReadOnly();
+    fields_.AddItem(customFields[i].name, ObjectRef(block, &field));
   }
 }
 
@@ -75,6 +118,21 @@ void CCard::SetData(const std::string& fieldName, const std::string& text, const
   StoreField(std::move(field), true);
 }
 
+void CCard::SetDataInPlace(int32_t position, std::string&& text, const std::string& userLabel,
+                           const CRectangle* rect, int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect,
+                           bool catSuspect) {
+  const std::string& key = fields_.GetIndexedKey(position);
+  CCardField& field = StoredFieldAt(position);
+  if (field.Name() != key) {
+    // Renamed behind the card's back: SetData makes it right.
+    SetData(key, text, userLabel, rect, ocrConfLevel, catConfLevel, ocrSuspect, catSuspect);
+    return;
+  }
+  field.SetValues(std::move(text), userLabel, rect, ocrConfLevel, catConfLevel, ocrSuspect, catSuspect);
+  field.NormaliseAsCopy();
+  if (key == "Name") lastName_.clear();
+}
+
 void CCard::SetField(const CCardField& field) { StoreField(field.Clone(), false); }
 
 void CCard::StoreField(std::shared_ptr<CCardField> field, bool keepReadOnlyType) {
@@ -91,8 +149,18 @@ void CCard::StoreField(std::shared_ptr<CCardField> field, bool keepReadOnlyType)
   if (key == "Name") lastName_.clear();
 }
 
-std::shared_ptr<CCardField> CCard::FindField(const std::string& name) const {
+const CCardField* CCard::FindFieldPtr(const std::string& name) const {
   // One pass over a card-sized table instead of a lookup followed by a fetch.
+  int32_t count = fields_.GetNumItems();
+  if (count <= kLinearSearchLimit) {
+    for (int32_t i = 1; i <= count; ++i)
+      if (fields_.GetIndexedKey(i) == name) return static_cast<const CCardField*>(fields_.IndexedItemRef(i).get());
+    return nullptr;
+  }
+  return fields_.Contains(name) ? static_cast<const CCardField*>(fields_.GetItem(name).get()) : nullptr;
+}
+
+std::shared_ptr<CCardField> CCard::FindField(const std::string& name) const {
   int32_t count = fields_.GetNumItems();
   if (count <= kLinearSearchLimit) {
     for (int32_t i = 1; i <= count; ++i)
@@ -100,6 +168,10 @@ std::shared_ptr<CCardField> CCard::FindField(const std::string& name) const {
     return nullptr;
   }
   return fields_.Contains(name) ? std::static_pointer_cast<CCardField>(fields_.GetItem(name)) : nullptr;
+}
+
+CCardField& CCard::StoredFieldAt(int32_t position) const {
+  return static_cast<CCardField&>(*fields_.IndexedItemRef(position));
 }
 
 void CCard::SetCardId(int32_t cardId) {
@@ -123,12 +195,8 @@ int32_t CCard::GetStoredCardId() const {
 }
 
 void CCard::SetLastName(const std::string& lastName) {
-  if (!nonStandard_ && !lastName.empty()) {
-    CString name(FieldText("Name"));
-    CString last(lastName);
-    if (!name.RemoveWhiteSpace().Contains(last.RemoveWhiteSpace().Value()))
-      RaiseTrap("Name field does not contain given last name: " + lastName);
-  }
+  if (!nonStandard_ && !lastName.empty() && !ContainsIgnoringWhiteSpace(FieldText("Name"), lastName))
+    RaiseTrap("Name field does not contain given last name: " + lastName);
   lastName_ = lastName;
 }
 
@@ -140,7 +208,7 @@ void CCard::SetVerified(int16_t val) {
 bool CCard::IsVerified() const { return FieldText("Verified") == "Yes"; }
 
 bool CCard::IsFieldEmpty(const std::string& fieldName) const {
-  auto field = FindField(fieldName);
+  const CCardField* field = FindFieldPtr(fieldName);
   if (!field) RaiseTrap("Unknown field name: " + fieldName);
   return !field->HasText();
 }
@@ -152,16 +220,14 @@ std::shared_ptr<CCardField> CCard::GetField(const std::string& fieldName) const 
 }
 
 const std::string& CCard::FieldText(const std::string& fieldName) const {
-  auto field = FindField(fieldName);
+  const CCardField* field = FindFieldPtr(fieldName);
   if (!field) RaiseTrap("Card does not contain unknown field: " + fieldName);
   return field->Text();  // the table keeps the field alive
 }
 
 CString CCard::GetFieldText(const std::string& fieldName) const { return CString(FieldText(fieldName)); }
 
-const CCardField& CCard::FieldAt(int32_t position) const {
-  return static_cast<const CCardField&>(*fields_.GetIndexedItem(position));
-}
+const CCardField& CCard::FieldAt(int32_t position) const { return StoredFieldAt(position); }
 
 std::string CCard::GetFreeExtraPhoneField() const {
   const CDictionary& names = ExtraPhoneFieldNames();

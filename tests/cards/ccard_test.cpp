@@ -153,7 +153,9 @@ TEST(CCardTest, LastNameMustBeInTheNameIgnoringWhiteSpace) {
   const std::vector<Case> cases = {
       {"John  Smith", "Smith", true},   {"John Smyth", "Smith", false}, {"John Smyth", "", true},
       {"", "", true},                   {"Anna Van Dyke", "VanDyke", true}, {"Anna VanDyke", "Van Dyke", true},
-      {"john smith", "Smith", false},
+      {"john smith", "Smith", false},   {"SmSmith", "Smith", true},     {"Sm ith\tJones", "Smith", true},
+      {"", "  ", true},                 {"Ann", "Ann Lee", false},      {"Lee", "Lee\r\n", true},
+      {"Ann Le", "Lee", false},
   };
   for (const Case& c : cases) {
     CCard card;
@@ -268,6 +270,97 @@ TEST(CCardTest, CloneIsDeepAndRechecksTheLastName) {
   EXPECT_FALSE(oddClone->HasStoredCardId());
   SetText(*oddClone, "Other", "grows like its source");
   EXPECT_EQ(oddClone->NumFields(), 2);
+}
+
+TEST(CCardTest, CustomFieldsFollowTheCatalogueAsAddFieldAddsThem) {
+  const std::vector<CCard::CustomField> custom = {{"Nickname", false}, {"Badge", true}, {"Account Manager", true}};
+  CCard card(custom);
+  CCard byHand;
+  for (const auto& field : custom) byHand.AddField(field.name, field.readOnly);
+  EXPECT_EQ(FieldNames(card), FieldNames(byHand));
+  EXPECT_EQ(card.ToStr(), byHand.ToStr());
+  for (int32_t i = 1; i <= card.NumFields(); ++i)
+    EXPECT_EQ(card.FieldAt(i).IsReadOnlyType(), byHand.FieldAt(i).IsReadOnlyType()) << i;
+  SetText(card, "Badge", "B-17");
+  EXPECT_TRUE(card.GetField("Badge")->IsReadOnlyType());
+
+  const std::vector<CCard::CustomField> repeated = {{"Nickname", false}, {"Title", false}};
+  EXPECT_EQ(ErrorText([&] { CCard bad(repeated); }), "HashTable already contains key: Title");
+  const std::vector<CCard::CustomField> twice = {{"Nickname", false}, {"Nickname", true}};
+  EXPECT_EQ(ErrorText([&] { CCard bad(twice); }), "HashTable already contains key: Nickname");
+}
+
+// A field handed out shares the card's block of fields and keeps it alive.
+TEST(CCardTest, AFieldOutlivesItsCard) {
+  const std::vector<CCard::CustomField> custom = {{"Nickname", false}};
+  auto card = std::make_shared<CCard>(custom);
+  SetText(*card, "Title", "CEO");
+  card->GetField("Company")->SetText("Acme");
+  auto title = card->GetField("Title");
+  auto company = card->GetField("Company");
+  auto nickname = card->GetField("Nickname");
+  card.reset();
+  EXPECT_EQ(title->Text() + "|" + company->Text() + "|" + nickname->Name(), "CEO|Acme|Nickname");
+}
+
+TEST(CCardTest, SetDataInPlaceMatchesSetDataOnTheStoredField) {
+  struct Case {
+    std::string name;
+    std::string text;
+    std::string label;
+    int32_t ocr;
+    int32_t cat;
+    bool ocrSuspect;
+  };
+  const std::vector<Case> cases = {
+      {"Title", "  CEO ", "", 70, 80, true},     {"Phone 3", "555", "Home", 100, 0, false},
+      {"Badge", "B-17", "", 90, 90, false},      {"Company", "", "", 100, 100, false},
+      {"Name", "Ann Lee", "", 100, 100, false},  {"Title", "CEO", "", 101, 100, false},
+      {"Title", "CEO", "", 100, 101, false},     {"Title", "CEO", "", 256, 100, false},
+      {"Title", "CEO", "", 100, -1, false},      {"Fax", "555", "Work", 100, 100, false},
+  };
+  CRectangle rect(1, 2, 3, 4);
+  for (const Case& c : cases) {
+    CCard viaSetData, inPlace;
+    for (CCard* card : {&viaSetData, &inPlace}) {
+      card->AddField("Badge", true);
+      SetText(*card, "Name", "Ann Lee");
+      card->SetLastName("Lee");
+      card->GetField("Company")->SetText("kept");
+    }
+    int32_t position = 1;
+    while (inPlace.GetFields().GetIndexedKey(position) != c.name) ++position;
+    auto stored = inPlace.GetField(c.name);
+    std::string before = inPlace.ToStr();
+
+    std::string expected =
+        ErrorText([&] { viaSetData.SetData(c.name, c.text, c.label, &rect, c.ocr, c.cat, c.ocrSuspect, true); });
+    std::string text = c.text;
+    EXPECT_EQ(ErrorText([&] {
+                inPlace.SetDataInPlace(position, std::move(text), c.label, &rect, c.ocr, c.cat, c.ocrSuspect, true);
+              }),
+              expected)
+        << c.name << " " << c.ocr << " " << c.cat;
+    EXPECT_EQ(inPlace.ToStr(), viaSetData.ToStr()) << c.name;
+    EXPECT_EQ(inPlace.GetLastName(), viaSetData.GetLastName()) << c.name;
+    EXPECT_EQ(inPlace.GetField(c.name)->IsReadOnlyType(), viaSetData.GetField(c.name)->IsReadOnlyType());
+    EXPECT_EQ(inPlace.GetField(c.name), stored) << "the stored field itself";
+    if (expected != "<no error>") {
+      EXPECT_EQ(inPlace.ToStr(), before) << c.name;
+    }
+  }
+  CCard card;
+  EXPECT_EQ(ErrorText([&] { card.SetDataInPlace(29, "x", "", nullptr, 100, 100, false, false); }),
+            "HashTable index out of range: 29");
+}
+
+TEST(CCardTest, SetDataInPlaceOnAFieldRenamedBehindTheCardsBackRenamesItBack) {
+  CCard card, expected;
+  card.GetField("Title")->SetFieldName("Job");
+  card.SetDataInPlace(2, "CEO", "", nullptr, 100, 100, false, false);
+  SetText(expected, "Title", "CEO");
+  EXPECT_EQ(card.ToStr(), expected.ToStr());
+  EXPECT_EQ(card.GetField("Title")->Name(), "Title");
 }
 
 // The certainty a card's level comes from is read through the shared manager.

@@ -9,10 +9,15 @@
 //
 // Fields are stored as copies: SetField and SetData never share the caller's
 // object, so nothing outside the card edits a field behind its back.
+//
+// A card's own fields (the catalogue and any custom fields it is made with)
+// share one allocation: the table holds references into that block, and a
+// field handed out keeps the block alive.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "ombrel/cards/ccardfield.h"
@@ -25,7 +30,16 @@ namespace ombrel {
 
 class CCard final : public CObject {
  public:
+  // A field the database declares beyond the catalogue.
+  struct CustomField {
+    std::string name;
+    bool readOnly = false;
+  };
+
   CCard();  // the 28 catalogue fields, empty
+  // The catalogue fields followed by these, added as AddField adds them
+  // (a repeated name raises the same error).
+  explicit CCard(std::span<const CustomField> customFields);
 
   std::string_view ClassName() const override { return "CCard"; }
 
@@ -44,6 +58,12 @@ class CCard final : public CObject {
   // card is unchanged.
   void SetData(const std::string& fieldName, const std::string& text, const std::string& userLabel,
                const CRectangle* rect, int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect, bool catSuspect);
+  // SetData under the key at a position (1-based, table order), with the same
+  // checks, errors and result, but written into the stored field itself and
+  // taking the text over: for a card being built, whose fields nobody else
+  // holds yet. On failure the card is unchanged.
+  void SetDataInPlace(int32_t position, std::string&& text, const std::string& userLabel, const CRectangle* rect,
+                      int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect, bool catSuspect);
   void SetCardId(int32_t cardId);
   int32_t GetCardID() const;  // raises "Missing card ID" when unset
   bool HasCardId() const { return hasCardId_; }
@@ -97,22 +117,28 @@ class CCard final : public CObject {
   void StoreField(std::shared_ptr<CCardField> field, bool keepReadOnlyType);
   // The stored field, or null.
   std::shared_ptr<CCardField> FindField(const std::string& name) const;
+  // The same without copying the reference.
+  const CCardField* FindFieldPtr(const std::string& name) const;
+  CCardField& StoredFieldAt(int32_t position) const;
+
+  // The catalogue names as the table's keys.
+  static const CHashTable::StaticKeys& CatalogueKeys();
 
   // Up to this many fields a scan beats the table's own lookup-then-fetch.
   static constexpr int32_t kLinearSearchLimit = 64;
 
   CHashTable fields_;
   std::string lastName_;
+  // The level is cached against the dump it was computed for; a hash of the
+  // dump stands for the dump itself so cached cards do not carry it.
+  uint64_t cachedDumpHash_ = 0;
   int32_t cardId_ = 0;
   int32_t storedCardId_ = 0;
   bool hasCardId_ = false;
   bool hasStoredCardId_ = false;
   bool nonStandard_ = false;
-  // The level is cached against the dump it was computed for; a hash of the
-  // dump stands for the dump itself so cached cards do not carry it.
   bool hasCachedDump_ = false;
   int32_t cachedConfLevel_ = 0;
-  uint64_t cachedDumpHash_ = 0;
 };
 
 }  // namespace ombrel
