@@ -64,7 +64,16 @@ void TrimInPlace(std::string& text) {
   text.erase(0, text.find_first_not_of(kBlanks));
 }
 
-int32_t ToInt(std::string_view token) { return CString(token).ToLong(); }
+// CString::ToLong's answer; plain digits, the usual case, are read directly.
+int32_t ToInt(std::string_view token) {
+  if (token.empty() || token.size() > 9) return CString(token).ToLong();
+  int32_t n = 0;
+  for (char c : token) {
+    if (c < '0' || c > '9') return CString(token).ToLong();
+    n = n * 10 + (c - '0');
+  }
+  return n;
+}
 
 // Characters, not bytes: a multi-byte middle character still makes three.
 size_t CountCharacters(std::string_view text) {
@@ -74,18 +83,25 @@ size_t CountCharacters(std::string_view text) {
   return n;
 }
 
-FieldData ReadFieldData(const std::string& name,
-                        const std::function<std::string(const std::string& name)>& getValue) {
-  FieldData data;
-  try {
-    data.text = getValue(name);
-    TrimInPlace(data.text);
-    if (SkipsGeometry(name) || data.text.empty()) return data;
+// Reads a value through read into value, which arrives empty as promised.
+template <class Read>
+void ReadValue(const Read& read, const std::string& name, std::string& value) {
+  value.clear();
+  read(name, value);
+}
 
-    std::string key;
-    key.reserve(name.size() + kConfidenceLevelsSuffix.size());
+// Reads one field's data into data (reset first). key and value are buffers
+// kept from field to field.
+template <class Read>
+void ReadFieldData(const std::string& name, const Read& read, FieldData& data, std::string& key, std::string& value) {
+  data = FieldData{std::move(data.text)};
+  try {
+    ReadValue(read, name, data.text);
+    TrimInPlace(data.text);
+    if (SkipsGeometry(name) || data.text.empty()) return;
+
     key.assign(name).append(kRectangleSuffix);
-    std::string value = getValue(key);
+    ReadValue(read, key, value);
     if (!value.empty()) {
       std::array<std::string_view, 4> tokens;
       if (SplitOnBlanks(value, tokens) != 4) RaiseTrap("Incorrect rectangle information: " + value);
@@ -96,7 +112,7 @@ FieldData ReadFieldData(const std::string& name,
     }
 
     key.assign(name).append(kConfidenceLevelsSuffix);
-    value = getValue(key);
+    ReadValue(read, key, value);
     if (!value.empty()) {
       std::array<std::string_view, 2> tokens;
       if (SplitOnBlanks(value, tokens) != 2) RaiseTrap("Incorrect confidence levels: " + value);
@@ -105,7 +121,7 @@ FieldData ReadFieldData(const std::string& name,
     }
 
     key.assign(name).append(kSuspectInfoSuffix);
-    value = getValue(key);
+    ReadValue(read, key, value);
     if (!value.empty()) {
       if (CountCharacters(value) != 3) RaiseTrap("Incorrect suspect info: " + value);
       if (value.front() == '1') data.ocrSuspect = true;
@@ -116,7 +132,6 @@ FieldData ReadFieldData(const std::string& name,
   } catch (const Error& e) {
     RaiseTrap("Failed to get field data for field: " + name + std::string(kCrLf) + e.Description());
   }
-  return data;
 }
 
 int32_t ClampLevel(int32_t level) { return level < 0 || level > 100 ? 100 : level; }
@@ -256,7 +271,10 @@ std::string CCardStoreMgr::GetLastError() { return cardStore_ ? cardStore_->GetL
 
 std::shared_ptr<CCard> CCardStoreMgr::GetCard(int32_t cardId) {
   std::string customFields = GetCustomFields();
-  return BuildCard(cardId, customFields, [this, cardId](const std::string& name) { return GetValue(cardId, name); });
+  // GetValue's leniency, reading into the caller's buffer.
+  return Build(cardId, customFields, [this, cardId](const std::string& name, std::string& value) {
+    if (Store().GetValue(cardId, name, value) != 0) value.clear();
+  });
 }
 
 const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std::string& customFields) {
@@ -271,7 +289,7 @@ const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std:
       const std::string& visibility = tokens->GetItemAs<CString>(3)->Value();
       if (type == "TEXT" && visibility != "HIDDEN") {
         const std::string& access = tokens->GetItemAs<CString>(4)->Value();
-        plan.fields.emplace_back(tokens->GetItemAs<CString>(1)->Value(), access == "READONLY");
+        plan.fields.push_back({tokens->GetItemAs<CString>(1)->Value(), access == "READONLY"});
       }
     }
   } catch (const Error& e) {
@@ -283,34 +301,53 @@ const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std:
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
                                                  const std::function<std::string(const std::string& name)>& getValue) {
-  auto card = std::make_shared<CCard>();
+  return Build(cardId, customFields, [&](const std::string& name, std::string& value) { value = getValue(name); });
+}
+
+std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
+                                                 const ValueReader& readValue) {
+  return Build(cardId, customFields, [&](const std::string& name, std::string& value) { readValue(name, value); });
+}
+
+template <class Read>
+std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const std::string& customFields, const Read& read) {
   const CustomFieldPlan& plan = PlanCustomFields(customFields);
-  for (const auto& [name, readOnly] : plan.fields) card->AddField(name, readOnly);
+  auto card = std::make_shared<CCard>(plan.fields);
   if (plan.error) throw *plan.error;
 
   card->SetCardId(cardId);
   card->SetStoredCardId(cardId);
 
-  std::string labelKey;
+  // Buffers kept from field to field; a field's text moves into the card.
+  FieldData data;
+  std::string key;
+  std::string value;
+  std::string label;
+  key.reserve(32);
+  const CHashTable& fields = card->GetFields();
   for (int32_t i = 1; i <= card->NumFields(); ++i) {
-    const std::string name = card->GetFields().GetIndexedKey(i);
-    FieldData data = ReadFieldData(name, getValue);
+    const std::string& name = fields.GetIndexedKey(i);
+    ReadFieldData(name, read, data, key, value);
     if (data.text.empty()) continue;
 
-    std::string label;
+    label.clear();
     if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) {
-      labelKey.assign(name).append(kLabelSuffix);
-      label = getValue(labelKey);
+      key.assign(name).append(kLabelSuffix);
+      ReadValue(read, key, label);
     }
     int32_t width = CheckedSub(data.right, data.left);
     int32_t height = CheckedSub(data.bottom, data.top);
     if (width < 0 || height < 0) width = height = 0;
     CRectangle rect(data.top, data.left, width, height);
-    card->SetData(name, data.text, label, &rect, ClampLevel(data.ocrLevel), ClampLevel(data.catLevel),
-                  data.ocrSuspect, data.catSuspect);
+    // The card is ours alone until it is returned, so its own field is set.
+    card->SetDataInPlace(i, std::move(data.text), label, &rect, ClampLevel(data.ocrLevel), ClampLevel(data.catLevel),
+                         data.ocrSuspect, data.catSuspect);
   }
 
-  card->SetLastName(CString::TrimText(getValue(std::string(kLastNameValue))));
+  static const std::string kLastName(kLastNameValue);
+  ReadValue(read, kLastName, value);
+  TrimInPlace(value);
+  card->SetLastName(value);
   return card;
 }
 

@@ -114,7 +114,8 @@ std::shared_ptr<CList> CDupeSearch::GetAllCards() {
     Scan(*store, [&](int32_t id, const ICardValues& values) {
       if (++i > total || !UpdateProgress(search_text::kReadingCards, i, total)) return false;
       try {
-        auto card = mgr.BuildCard(id, customFields, [&](const std::string& name) { return values.Get(name); });
+        auto card = mgr.BuildCard(id, customFields,
+                                  [&](std::string_view name, std::string& value) { value = values.Get(name); });
         card->tag = Tag(*card, values.Get("First Name"));
         place(std::move(card));
       } catch (...) {
@@ -221,7 +222,8 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
       if (it == slot.end()) return true;
       if (!UpdateProgress(search_text::kLoadingSuspects, ++loaded, wanted)) return false;
       try {
-        auto card = mgr.BuildCard(id, customFields, [&](const std::string& name) { return values.Get(name); });
+        auto card = mgr.BuildCard(id, customFields,
+                                  [&](std::string_view name, std::string& value) { value = values.Get(name); });
         card->tag = Tag(*card, values.Get("First Name"));
         cards[it->second] = std::move(card);
       } catch (...) {

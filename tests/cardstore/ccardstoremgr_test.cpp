@@ -240,6 +240,13 @@ TEST_F(CardReadingTest, SuffixedValueFormats) {
       {".Rectangle", " 10  20 110 60 ",
        "FIELD:Title TEXT:Manager RECT:T:20,L:10,W:100,H:40 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False"},
       {".Rectangle", "10 20 5 40", plain + "OCR_SUSP:False CAT_SUSP:False"},
+      {".Rectangle", "+10 0020 1e2 60.5",
+       "FIELD:Title TEXT:Manager RECT:T:20,L:10,W:90,H:40 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False"},
+      {".Rectangle", "999999999 0 1000000000 -1.5e0",
+       "FIELD:Title TEXT:Manager RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False"},
+      {".Rectangle", "999999999 0 1000000000 3",
+       "FIELD:Title TEXT:Manager RECT:T:0,L:999999999,W:1,H:3 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False "
+       "CAT_SUSP:False"},
       {".Rectangle", "10 20 30", failed + "Incorrect rectangle information: 10 20 30"},
       {".Rectangle", "a 2 3 4", failed + "Cannot convert string: a to number"},
       {".Rectangle", "99999999999 2 3 4", failed + "Overflow"},
@@ -249,6 +256,11 @@ TEST_F(CardReadingTest, SuffixedValueFormats) {
       {".Confidence Levels", "101 0",
        "FIELD:Title TEXT:Manager RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:0 OCR_SUSP:False CAT_SUSP:False"},
       {".Confidence Levels", "80", failed + "Incorrect confidence levels: 80"},
+      {".Confidence Levels", "099 2147483647",
+       "FIELD:Title TEXT:Manager RECT:T:0,L:0,W:0,H:0 OCR_CONF:99 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False"},
+      {".Confidence Levels", "-0 +7",
+       "FIELD:Title TEXT:Manager RECT:T:0,L:0,W:0,H:0 OCR_CONF:0 CAT_CONF:7 OCR_SUSP:False CAT_SUSP:False"},
+      {".Confidence Levels", "2147483648 1", failed + "Overflow"},
       {".Suspect Info", "1 0", plain + "OCR_SUSP:True CAT_SUSP:False"},
       {".Suspect Info", "0x1", plain + "OCR_SUSP:False CAT_SUSP:True"},
       {".Suspect Info", "10", failed + "Incorrect suspect info: 10"},
@@ -401,6 +413,106 @@ TEST_F(CardReadingTest, BuildCardMatchesGetCardAndFollowsTheCustomFieldText) {
   EXPECT_FALSE(other->IsStandardFieldName("Badge"));
   EXPECT_EQ(ErrorText([&] { mgr_.BuildCard(9, "Room", lookup); }), "List index out of range: 2");
   EXPECT_EQ(ErrorText([&] { mgr_.BuildCard(9, "Room", lookup); }), "List index out of range: 2");
+}
+
+// GetCard and both BuildCards read the same cards and raise the same errors;
+// the value reader gets an empty value to fill every time, so one that
+// appends reads right.
+TEST_F(CardReadingTest, EveryWayOfReadingAgrees) {
+  struct Case {
+    std::string customFields;
+    FakeCardStore::Values values;
+  };
+  const std::vector<Case> cases = {
+      {"Badge\tTEXT\tVISIBLE\tREADONLY\r\nRoom\tTEXT\tVISIBLE\tREADWRITE",
+       {{"Name", " Ann Lee "},
+        {"Name.Rectangle", "10 20 110 60"},
+        {"Name.Confidence Levels", "90 80"},
+        {"Name.Suspect Info", "0 1"},
+        {"Title", "Head of a department with a long name"},
+        {"Title.Rectangle", "+10 0020 1e2 60.5"},
+        {"Title.Confidence Levels", "2147483647 -0"},
+        {"Phone 1", "555"},
+        {"Phone 1.Label", "Work"},
+        {"Email 3", "ann@example.com"},
+        {"Email 3.Label", " Private "},
+        {"Email 3.Rectangle", "1 1 1 1"},
+        {"Notes", "met at fair"},
+        {"Badge", "B-17"},
+        {"Badge.Suspect Info", "1 0"},
+        {"Room", "12"},
+        {"Last Name", " Lee "}}},
+      {"", {{"Name", "John Smyth"}, {"Last Name", "Smith"}}},
+      {"Title\tTEXT\tVISIBLE\tREADWRITE", {}},
+      {"Nickname\tTEXT\tVISIBLE", {}},
+      {"", {{"Fax", "1"}, {"Fax.Rectangle", "1 2 3"}}},
+      {"", {{"Fax", "1"}, {"Fax.Rectangle", "1 2 3 x"}}},
+      {"", {{"Fax", "1"}, {"Fax.Rectangle", "1 2 3 99999999999"}}},
+      {"", {{"Fax", "1"}, {"Fax.Confidence Levels", "1"}}},
+      {"", {{"Fax", "1"}, {"Fax.Suspect Info", "1 2"}}},
+      {"", {{"Phone 6", "1"}, {"Phone 6.Label", "Home"}, {"Phone 6.Suspect Info", "1é0"}}},
+  };
+  auto outcome = [](const std::function<std::shared_ptr<CCard>()>& read) {
+    std::string got;
+    try {
+      auto card = read();
+      got = card->ToStr() + "last name " + card->GetLastName() + "\n";
+      for (int32_t i = 1; i <= card->NumFields(); ++i)
+        if (card->FieldAt(i).IsReadOnlyType()) got += "read-only " + card->FieldAt(i).Name() + "\n";
+    } catch (const Error& e) {
+      got = "error " + e.Description();
+    }
+    return got;
+  };
+  int32_t id = 40;
+  for (const Case& c : cases) {
+    ++id;
+    store_->customFields = c.customFields;
+    store_->AddCard(id, c.values);
+    auto find = [&](std::string_view name) {
+      auto it = c.values.find(std::string(name));
+      return it == c.values.end() ? std::string() : it->second;
+    };
+    std::vector<std::string> askedByGetter, askedByReader;
+    std::string viaGetCard = outcome([&] { return mgr_.GetCard(id); });
+    std::string viaGetter = outcome([&] {
+      return mgr_.BuildCard(id, c.customFields, [&](const std::string& name) {
+        askedByGetter.push_back(name);
+        return find(name);
+      });
+    });
+    std::string viaReader = outcome([&] {
+      return mgr_.BuildCard(id, c.customFields, [&](std::string_view name, std::string& value) {
+        askedByReader.emplace_back(name);
+        value += find(name);
+      });
+    });
+    EXPECT_EQ(viaGetter, viaGetCard) << id;
+    EXPECT_EQ(viaReader, viaGetCard) << id;
+    EXPECT_EQ(askedByReader, askedByGetter) << id;
+  }
+}
+
+TEST_F(CardReadingTest, ErrorsOfTheValueReaderAreWrappedOnlyForFieldData) {
+  struct Case {
+    std::string failingName;
+    std::string expected;
+  };
+  const std::vector<Case> cases = {
+      {"Title", "Failed to get field data for field: Title\r\nno Title"},
+      {"Phone 2.Confidence Levels", "Failed to get field data for field: Phone 2\r\nno Phone 2.Confidence Levels"},
+      {"Phone 2.Label", "no Phone 2.Label"},
+      {"Last Name", "no Last Name"},
+  };
+  for (const Case& c : cases) {
+    auto built = [&] {
+      mgr_.BuildCard(1, "", [&](std::string_view name, std::string& value) {
+        if (name == c.failingName) RaiseTrap("no " + std::string(name));
+        if (name == "Title" || name == "Phone 2") value = "x";
+      });
+    };
+    EXPECT_EQ(ErrorText(built), c.expected);
+  }
 }
 
 }  // namespace
