@@ -2,6 +2,8 @@
 // update brackets, and the caches that make reading a card one query.
 #include "ombrel/cardstore/sqlite_card_store.h"
 
+#include <algorithm>
+
 #include "cardstore/sqlite_card_store_internal.h"
 
 namespace ombrel {
@@ -18,12 +20,61 @@ std::string DescribeCall(std::string_view operation, int32_t cardId, std::string
   return call + ")";
 }
 
+// ---- ID sets ------------------------------------------------------------------
+
+void sqlite_store::IdSet::Clear() {
+  bits_.clear();
+  sparse_.clear();
+  size_ = 0;
+}
+
+void sqlite_store::IdSet::Assign(const std::vector<int32_t>& ids) {
+  Clear();
+  uint32_t top = 0;
+  for (int32_t id : ids) top = std::max(top, static_cast<uint32_t>(id));
+  // Sized once for the whole set, under the budget it will have.
+  bits_.resize(std::min<size_t>((top >> 6) + 1, 1024 + 2 * ids.size()));
+  for (int32_t id : ids) Insert(id);
+}
+
+void sqlite_store::IdSet::Insert(int32_t id) {
+  if (Contains(id)) return;
+  auto u = static_cast<uint32_t>(id);
+  size_t word = u >> 6;
+  if (word >= bits_.size() && word < WordBudget()) bits_.resize(std::max(word + 1, bits_.size() * 2));
+  if (word < bits_.size()) {
+    bits_[word] |= uint64_t{1} << (u & 63);
+  } else {
+    sparse_.insert(id);
+  }
+  ++size_;
+}
+
+void sqlite_store::IdSet::Erase(int32_t id) {
+  auto u = static_cast<uint32_t>(id);
+  size_t word = u >> 6;
+  uint64_t bit = uint64_t{1} << (u & 63);
+  if (word < bits_.size() && (bits_[word] & bit)) {
+    bits_[word] &= ~bit;
+    --size_;
+  } else if (!sparse_.empty() && sparse_.erase(id) > 0) {
+    --size_;
+  }
+}
+
 // ---- caches ---------------------------------------------------------------
 
 void CSqliteCardStore::Impl::InvalidateAll() {
   card_.valid = false;
+  card_.dirty = false;
+  card_.owned.clear();
   orderValid_ = false;
   order_.clear();
+  ids_.Clear();
+  orderHoles_ = 0;
+  imagesValid_ = false;
+  images_[0].Clear();
+  images_[1].Clear();
   handles_.clear();
   namesLoaded_ = false;
   customLoaded_ = false;
@@ -53,12 +104,62 @@ void CSqliteCardStore::Impl::RequireConnected() const {
   if (!db_) Fail(kStatusNotConnected, "not connected to '" + path_ + "' (call Connect)");
 }
 
-void CSqliteCardStore::Impl::EnsureOrderLoaded() {
+void CSqliteCardStore::Impl::EnsureIdsLoaded() {
   if (orderValid_) return;
   order_.clear();
-  StatementUse use(st_->selectOrder);
-  while (use->Step()) order_.push_back(static_cast<int32_t>(use->Int(0)));
+  ids_.Clear();
+  orderHoles_ = 0;
+  std::vector<std::pair<int64_t, int32_t>> rows;
+  {
+    StatementUse use(st_->selectOrder);
+    while (use->Step()) rows.emplace_back(use->Int(0), static_cast<int32_t>(use->Int(1)));
+  }
+  // Read in ID order; IDs usually grow with the insertion order, so this
+  // rarely has anything to sort.
+  if (!std::is_sorted(rows.begin(), rows.end())) std::sort(rows.begin(), rows.end());
+  order_.reserve(rows.size());
+  for (const auto& row : rows) order_.push_back(row.second);
+  ids_.Assign(order_);
   orderValid_ = true;
+}
+
+void CSqliteCardStore::Impl::EnsureOrderLoaded() {
+  EnsureIdsLoaded();
+  if (orderHoles_ == 0) return;
+  // Deletions only mark the set; the order is compacted once, when next asked for.
+  std::erase_if(order_, [&](int32_t id) { return !ids_.Contains(id); });
+  orderHoles_ = 0;
+}
+
+void CSqliteCardStore::Impl::EnsureImagesLoaded() {
+  if (imagesValid_) return;
+  std::vector<int32_t> sides[2];
+  {
+    StatementUse use(st_->selectImageSides);
+    while (use->Step()) {
+      int64_t id = use->Int(0), side = use->Int(1);
+      // Rows no card could own are never asked about.
+      if (id >= 1 && id <= INT32_MAX && (side == 0 || side == 1)) sides[side].push_back(static_cast<int32_t>(id));
+    }
+  }
+  images_[0].Assign(sides[0]);
+  images_[1].Assign(sides[1]);
+  imagesValid_ = true;
+}
+
+void CSqliteCardStore::Impl::ForgetCard(int32_t cardId) {
+  if (card_.id == cardId) {
+    card_.valid = false;
+    card_.dirty = false;
+  }
+  if (orderValid_ && ids_.Contains(cardId)) {
+    ids_.Erase(cardId);
+    ++orderHoles_;
+  }
+  images_[0].Erase(cardId);
+  images_[1].Erase(cardId);
+  handles_.erase({cardId, 0});
+  handles_.erase({cardId, 1});
 }
 
 // ---- value names ------------------------------------------------------------
@@ -174,7 +275,9 @@ void CSqliteCardStore::Impl::Decode(int32_t cardId, std::string_view blob, Decod
 void CSqliteCardStore::Impl::LoadCard(int32_t cardId) {
   Refresh(false);
   if (card_.valid && card_.id == cardId) return;
+  FlushCard();
   card_.valid = false;
+  card_.owned.clear();
   StatementUse use(st_->selectVals);
   use->BindInt(1, cardId);
   if (!use->Step()) Fail(kStatusUnknownCard, "no such card");
@@ -186,9 +289,59 @@ void CSqliteCardStore::Impl::LoadCard(int32_t cardId) {
 bool CSqliteCardStore::Impl::CardRowExists(int32_t cardId) {
   Refresh(false);
   if (card_.valid && card_.id == cardId) return true;
-  StatementUse use(st_->cardExists);
-  use->BindInt(1, cardId);
-  return use->Step();
+  EnsureIdsLoaded();
+  return ids_.Contains(cardId);
+}
+
+void CSqliteCardStore::Impl::ApplyValue(int32_t canon, uint32_t code, const std::string& value) {
+  DecodedCard& c = card_;
+  int32_t pos = canon < static_cast<int32_t>(c.slot.size()) ? c.slot[canon] : -1;
+  if (pos >= 0 ? c.values[pos].text == value : value.empty()) return;
+  if (value.empty()) {
+    c.values.erase(c.values.begin() + pos);
+    c.canonIndex.erase(c.canonIndex.begin() + pos);
+    c.slot[canon] = -1;
+    for (size_t i = pos; i < c.values.size(); ++i) c.slot[c.canonIndex[i]] = static_cast<int32_t>(i);
+  } else {
+    // Everything that allocates comes first, so that running out of memory
+    // leaves the card as it was.
+    if (pos < 0) {
+      if (c.slot.size() <= static_cast<size_t>(canon)) c.slot.resize(canon_.size(), -1);
+      c.values.reserve(c.values.size() + 1);
+      c.canonIndex.reserve(c.values.size() + 1);
+    }
+    std::string_view text = c.owned.emplace_back(value);
+    if (pos >= 0) {
+      c.values[pos].text = text;
+    } else {
+      c.values.push_back({code, text});
+      c.canonIndex.push_back(canon);
+      c.slot[canon] = static_cast<int32_t>(c.values.size() - 1);
+    }
+  }
+  c.dirty = true;
+}
+
+void CSqliteCardStore::Impl::FlushCard() {
+  if (!card_.dirty) return;
+  std::string blob;
+  EncodeValues(card_.values, blob);
+  try {
+    StatementUse use(st_->updateVals);
+    use->BindInt(1, card_.id);
+    use->BindBlob(2, blob);
+    use->Step();
+  } catch (Failure& f) {
+    f.message = "the changes to card " + std::to_string(card_.id) + " could not be written: " + f.message;
+    throw;
+  }
+  card_.dirty = false;
+  // Values given many times over would pile up: keep the texts in the blob.
+  if (card_.owned.size() > card_.values.size() + 16) {
+    card_.blob.swap(blob);
+    DecodeValues(card_.blob, card_.values);  // same codes in the same order: canonIndex and slot hold
+    card_.owned.clear();
+  }
 }
 
 // ---- transactions -----------------------------------------------------------
@@ -230,8 +383,11 @@ void CSqliteCardStore::Impl::AfterFailedWrite(bool ownTransaction) {
     InvalidateAll();
   } else {
     // The bracket goes on; a half-done operation may have left these stale.
-    card_.valid = false;
+    // A card with pending changes stays: those calls succeeded, and no
+    // failing step changes it half-way.
+    if (!card_.dirty) card_.valid = false;
     orderValid_ = false;
+    imagesValid_ = false;
     handles_.clear();
   }
 }
@@ -295,34 +451,9 @@ Status CSqliteCardStore::PutValue(int32_t cardId, const std::string& fieldName, 
     int32_t index = s.ResolveOrFail(fieldName);
     s.LoadCard(cardId);
     uint32_t code = s.EnsureCode(index);
-
-    std::vector<CodedValue> values = s.card_.values;  // views into card_.blob, alive until the swap below
-    int32_t pos = index < static_cast<int32_t>(s.card_.slot.size()) ? s.card_.slot[index] : -1;
-    if (pos >= 0 && values[pos].text == value) {
-      tx.Commit();
-      return;
-    }
-    if (pos >= 0 && value.empty()) {
-      values.erase(values.begin() + pos);
-    } else if (pos >= 0) {
-      values[pos].text = value;
-    } else if (!value.empty()) {
-      values.push_back({code, value});
-    } else {
-      tx.Commit();
-      return;
-    }
-    std::string blob;
-    EncodeValues(values, blob);
-    {
-      StatementUse use(s.st_->updateVals);
-      use->BindInt(1, cardId);
-      use->BindBlob(2, blob);
-      use->Step();
-    }
-    s.card_.blob.swap(blob);
-    s.Decode(cardId, s.card_.blob, s.card_);
-    s.card_.valid = true;
+    s.ApplyValue(index, code, value);
+    // Inside a bracket the row is written once, when the bracket leaves the card.
+    if (!s.inBracket_) s.FlushCard();
     tx.Commit();
   });
 }
@@ -343,10 +474,7 @@ Status CSqliteCardStore::DeleteCard(int32_t cardId) {
       use->BindInt(1, cardId);
       use->Step();
     }
-    if (s.card_.id == cardId) s.card_.valid = false;
-    s.orderValid_ = false;
-    s.handles_.erase({cardId, 0});
-    s.handles_.erase({cardId, 1});
+    s.ForgetCard(cardId);  // pending changes to it go with the row
     tx.Commit();
   });
 }
@@ -377,9 +505,11 @@ Status CSqliteCardStore::CommitUpdate() {
                                                  : "no update in progress");
     }
     try {
+      s.FlushCard();
       s.FinishOwnWrite();
     } catch (const Failure&) {
-      // A failed COMMIT may leave the transaction open (retry or abort) or gone.
+      // A failed write or COMMIT may leave the transaction open (retry or
+      // abort, the pending changes kept) or gone.
       if (sqlite3_get_autocommit(s.db_)) {
         s.inBracket_ = false;
         s.InvalidateAll();

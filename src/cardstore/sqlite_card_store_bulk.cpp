@@ -74,7 +74,11 @@ void CSqliteCardStore::Impl::AddCard(int32_t cardId, const CardValueList& values
   }
   if (front) StoreImage(cardId, ImageSide::kFront, front);
   if (back) StoreImage(cardId, ImageSide::kBack, back);
-  if (orderValid_) order_.push_back(cardId);  // a new row always sorts last
+  if (orderValid_) {
+    EnsureOrderLoaded();  // a deleted ID may come back: its old place must go first
+    order_.push_back(cardId);  // a new row always sorts last
+    ids_.Insert(cardId);
+  }
 }
 
 Status CSqliteCardStore::AddCard(int32_t cardId, const CardValueList& values, const StoredImage* front,
@@ -188,6 +192,7 @@ Status CSqliteCardStore::ScanCards(const std::function<bool(int32_t, const ICard
     Impl& s = *impl_;
     s.RequireConnected();
     s.Refresh(false);
+    s.FlushCard();  // the scan reads the rows
     // Its own statement: the visitor may call back into the store.
     Statement scan(s.db_, "SELECT id, vals FROM cards ORDER BY ord");
     ScanValues values(s);
@@ -204,6 +209,7 @@ Status CSqliteCardStore::ScanRecords(const std::function<bool(const CardRecordVi
     Impl& s = *impl_;
     s.RequireConnected();
     s.Refresh(false);
+    s.FlushCard();
     Statement scan(s.db_,
                    "SELECT c.id, c.vals, "
                    "EXISTS (SELECT 1 FROM images i WHERE i.card_id = c.id AND i.side = 0), "
@@ -234,6 +240,7 @@ Status CSqliteCardStore::GetLabels(const std::string& labelType, std::string& la
       Fail(kStatusBadArgument, "unknown label type \"" + labelType + "\" (Phone or Email)");
     }
     s.Refresh(false);
+    s.FlushCard();
     std::vector<int32_t> wanted;
     for (int n = 1; n <= 6; ++n) {
       wanted.push_back(s.Intern(labelType + " " + std::to_string(n) + std::string(kLabelSuffix)));

@@ -30,6 +30,7 @@ void CSqliteCardStore::Impl::StoreImage(int32_t cardId, ImageSide side, const St
   use->BindText(3, image->format);
   use->BindBlob(4, std::string_view(reinterpret_cast<const char*>(image->bytes.data()), image->bytes.size()));
   use->Step();
+  if (imagesValid_) images_[static_cast<int>(side)].Insert(cardId);
 }
 
 int32_t CSqliteCardStore::Impl::GetImageHandle(int32_t cardId, ImageSide side) {
@@ -42,6 +43,8 @@ int32_t CSqliteCardStore::Impl::GetImageHandle(int32_t cardId, ImageSide side) {
     if (registry.Get(it->second)) return it->second;
     handles_.erase(it);
   }
+  // Not worth loading the image sets for, but they spare a query once there.
+  if (imagesValid_ && !images_[static_cast<int>(side)].Contains(cardId)) return 0;
   StatementUse use(st_->selectImage);
   use->BindInt(1, cardId);
   use->BindInt(2, static_cast<int>(side));
@@ -57,10 +60,8 @@ int32_t CSqliteCardStore::Impl::GetImageHandle(int32_t cardId, ImageSide side) {
 
 bool CSqliteCardStore::Impl::HasImage(int32_t cardId, ImageSide side) {
   RequireCard(*this, cardId);
-  StatementUse use(st_->imageExists);
-  use->BindInt(1, cardId);
-  use->BindInt(2, static_cast<int>(side));
-  return use->Step();
+  EnsureImagesLoaded();
+  return images_[static_cast<int>(side)].Contains(cardId);
 }
 
 void CSqliteCardStore::Impl::SetImageFromHandle(int32_t cardId, ImageSide side, int32_t handle) {
@@ -72,6 +73,7 @@ void CSqliteCardStore::Impl::SetImageFromHandle(int32_t cardId, ImageSide side, 
     use->BindInt(1, cardId);
     use->BindInt(2, static_cast<int>(side));
     use->Step();
+    images_[static_cast<int>(side)].Erase(cardId);
     handles_.erase(key);
   } else {
     auto image = ImageRegistry::Instance().Get(handle);

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -99,10 +100,15 @@ using StringMap = std::unordered_map<std::string, V, StringHash, std::equal_to<>
 struct DecodedCard {
   int32_t id = 0;
   bool valid = false;
+  // Changed by PutValue inside an update bracket and not yet written to the row.
+  bool dirty = false;
   std::string blob;                 // owns the bytes when cached
-  std::vector<CodedValue> values;   // views into blob (or into SQLite's row during a scan)
+  std::vector<CodedValue> values;   // views into blob or owned (or into SQLite's row during a scan)
   std::vector<int32_t> canonIndex;  // canonical-name index of each value
   std::vector<int32_t> slot;        // canonical-name index -> position in values, -1 when absent
+  // Texts given by PutValue since the blob was read; a deque so that
+  // adding one never moves the others that values point into.
+  std::deque<std::string> owned;
 
   std::string_view Find(int32_t canon) const {
     if (canon < 0 || canon >= static_cast<int32_t>(slot.size()) || slot[canon] < 0) return {};
@@ -111,6 +117,31 @@ struct DecodedCard {
   void ClearSlots() {
     for (int32_t c : canonIndex) slot[c] = -1;
   }
+};
+
+// A set of card IDs. IDs are mostly dense (1..N), so a bitmap holds the low
+// range and a hash set the few that lie far beyond it.
+class IdSet {
+ public:
+  void Assign(const std::vector<int32_t>& ids);
+  void Clear();
+  bool Contains(int32_t id) const {
+    auto u = static_cast<uint32_t>(id);
+    if ((u >> 6) < bits_.size() && ((bits_[u >> 6] >> (u & 63)) & 1)) return true;
+    return !sparse_.empty() && sparse_.count(id) > 0;
+  }
+  void Insert(int32_t id);
+  void Erase(int32_t id);
+  size_t Size() const { return size_; }
+
+ private:
+  // Words the bitmap may take for the current size: at most 16 bytes an ID
+  // beyond a small floor, less than a hash set entry costs.
+  size_t WordBudget() const { return 1024 + 2 * size_; }
+
+  std::vector<uint64_t> bits_;
+  std::unordered_set<int32_t> sparse_;
+  size_t size_ = 0;
 };
 
 constexpr int32_t kUnknownName = -1;
@@ -152,7 +183,11 @@ class CSqliteCardStore::Impl {
   void InvalidateAll();
   void EnsureNamesLoaded();
   void EnsureCustomFieldsLoaded();
+  // The card order with the IDs deleted since it was loaded taken out.
   void EnsureOrderLoaded();
+  // The card order and the ID set, possibly with deleted IDs still in order_.
+  void EnsureIdsLoaded();
+  void EnsureImagesLoaded();
 
   // ---- names ----
   int32_t Intern(const std::string& canonical);
@@ -166,8 +201,14 @@ class CSqliteCardStore::Impl {
   void Decode(int32_t cardId, std::string_view blob, sqlite_store::DecodedCard& card);
 
   // ---- cards ----
-  void LoadCard(int32_t cardId);  // fills card_ or fails with unknown card
+  void LoadCard(int32_t cardId);  // fills card_ (writing pending changes first) or fails with unknown card
   bool CardRowExists(int32_t cardId);
+  // Sets one value of card_ in memory, marking it dirty when it changes.
+  void ApplyValue(int32_t canon, uint32_t code, const std::string& value);
+  // Writes card_'s pending changes to its row (inside the current transaction).
+  void FlushCard();
+  // The card's row and images are gone: drop it from every cache.
+  void ForgetCard(int32_t cardId);
   void AddCard(int32_t cardId, const CardValueList& values, const StoredImage* front, const StoredImage* back);
   void StoreImage(int32_t cardId, ImageSide side, const StoredImage* image);
   int32_t GetImageHandle(int32_t cardId, ImageSide side);
@@ -206,9 +247,13 @@ class CSqliteCardStore::Impl {
   std::unordered_set<std::string> customFields_;
   bool customLoaded_ = false;
 
-  sqlite_store::DecodedCard card_;  // the last card read
-  std::vector<int32_t> order_;      // card IDs in order
+  sqlite_store::DecodedCard card_;  // the last card read, or written inside a bracket
+  std::vector<int32_t> order_;      // card IDs in order; IDs not in ids_ are deleted ones still to drop
+  sqlite_store::IdSet ids_;         // every card ID, valid with order_
+  size_t orderHoles_ = 0;           // deletions not yet taken out of order_
   bool orderValid_ = false;
+  sqlite_store::IdSet images_[2];  // IDs of cards with a front / back image
+  bool imagesValid_ = false;
   std::map<std::pair<int32_t, int>, int32_t> handles_;  // (card, side) -> registered image handle
 };
 
@@ -237,9 +282,9 @@ class WriteTransaction {
 // The statements prepared once per connection.
 struct CSqliteCardStore::Impl::Statements {
   explicit Statements(sqlite3* db);
-  Statement selectVals, cardExists, insertCard, updateVals, deleteCard, deleteImages, maxId;
-  Statement selectOrder, countCards;
-  Statement selectImage, imageExists, upsertImage, deleteImage;
+  Statement selectVals, insertCard, updateVals, deleteCard, deleteImages, maxId;
+  Statement selectOrder;
+  Statement selectImage, selectImageSides, upsertImage, deleteImage;
   Statement insertName, selectName, selectNames;
   Statement selectCustom, selectCategories;
   Statement begin, commit, rollback, dataVersion;

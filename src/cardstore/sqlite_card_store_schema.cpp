@@ -88,16 +88,16 @@ void CheckOurs(const FileIdentity& id, const std::string& path) {
 
 CSqliteCardStore::Impl::Statements::Statements(sqlite3* db)
     : selectVals(db, "SELECT vals FROM cards WHERE id = ?1"),
-      cardExists(db, "SELECT 1 FROM cards WHERE id = ?1"),
       insertCard(db, "INSERT INTO cards (id, vals) VALUES (?1, ?2)"),
       updateVals(db, "UPDATE cards SET vals = ?2 WHERE id = ?1"),
       deleteCard(db, "DELETE FROM cards WHERE id = ?1"),
       deleteImages(db, "DELETE FROM images WHERE card_id = ?1"),
       maxId(db, "SELECT max(id) FROM cards"),
-      selectOrder(db, "SELECT id FROM cards ORDER BY ord"),
-      countCards(db, "SELECT count(*) FROM cards"),
+      // The (id, ord) index answers this without reading the card rows.
+      selectOrder(db, "SELECT ord, id FROM cards"),
       selectImage(db, "SELECT format, data FROM images WHERE card_id = ?1 AND side = ?2"),
-      imageExists(db, "SELECT 1 FROM images WHERE card_id = ?1 AND side = ?2"),
+      // The primary key index answers this without reading image data.
+      selectImageSides(db, "SELECT card_id, side FROM images"),
       upsertImage(db, "INSERT OR REPLACE INTO images (card_id, side, format, data) VALUES (?1, ?2, ?3, ?4)"),
       deleteImage(db, "DELETE FROM images WHERE card_id = ?1 AND side = ?2"),
       insertName(db, "INSERT OR IGNORE INTO value_names (name) VALUES (?1)"),

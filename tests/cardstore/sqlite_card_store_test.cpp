@@ -7,6 +7,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <random>
 
 #include "ombrel/foundation/error.h"
@@ -501,6 +502,338 @@ TEST_F(SqliteStoreTest, DisconnectClosesAndConnectReopens) {
   ASSERT_EQ(store_->Connect(), 0);
   ASSERT_EQ(store_->Connect(), 0);
   EXPECT_EQ(Get(*store_, 1, "Name"), "One");
+}
+
+// Counts the UPDATEs of card rows, and refuses to write a card holding
+// "FORBIDDEN", so that tests see when rows are written and what a failing
+// write does.
+void InstallWriteProbe(const fs::path& path) {
+  RawExec(path,
+          "CREATE TABLE row_writes (n INTEGER NOT NULL); INSERT INTO row_writes VALUES (0);"
+          "CREATE TRIGGER count_row_writes AFTER UPDATE ON cards BEGIN UPDATE row_writes SET n = n + 1; END;"
+          "CREATE TRIGGER refuse_row BEFORE UPDATE ON cards WHEN instr(NEW.vals, 'FORBIDDEN') > 0 "
+          "BEGIN SELECT RAISE(ABORT, 'row refused'); END;");
+}
+
+int64_t RowWrites(const fs::path& path) {
+  sqlite3* db = nullptr;
+  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* st = nullptr;
+  EXPECT_EQ(sqlite3_prepare_v2(db, "SELECT n FROM row_writes", -1, &st, nullptr), SQLITE_OK);
+  int64_t n = sqlite3_step(st) == SQLITE_ROW ? sqlite3_column_int64(st, 0) : -1;
+  sqlite3_finalize(st);
+  sqlite3_close(db);
+  return n;
+}
+
+bool Has(S& s, int32_t id, ImageSide side) {
+  bool answer = !false;
+  Status status = side == ImageSide::kFront ? s.HasFrontImage(id, answer) : s.HasBackImage(id, answer);
+  EXPECT_EQ(status, 0) << id << ": " << s.GetLastError();
+  return answer;
+}
+
+bool Exists(S& s, int32_t id) {
+  bool answer = !false;
+  EXPECT_EQ(s.CardExists(id, answer), 0) << s.GetLastError();
+  return answer;
+}
+
+TEST_F(SqliteStoreTest, ExistenceAndImageAnswersFollowThisConnectionsWrites) {
+  auto png = FakePng(1);
+  auto jpeg = FakeJpeg(2);
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}, &png), 0);
+  ASSERT_EQ(store_->AddCard(2, {{"Name", "Two"}}, nullptr, &jpeg), 0);
+  ASSERT_EQ(store_->AddCard(3, {{"Name", "Three"}}), 0);
+  // First answers load the sets; everything after must keep them exact.
+  EXPECT_TRUE(Has(*store_, 1, ImageSide::kFront));
+  EXPECT_FALSE(Has(*store_, 1, ImageSide::kBack));
+  EXPECT_FALSE(Has(*store_, 2, ImageSide::kFront));
+  EXPECT_TRUE(Has(*store_, 2, ImageSide::kBack));
+  EXPECT_TRUE(Exists(*store_, 3));
+  EXPECT_FALSE(Exists(*store_, 4));
+
+  ASSERT_EQ(store_->SetCardDIB(1, 0), 0);
+  EXPECT_FALSE(Has(*store_, 1, ImageSide::kFront));
+  int32_t handle = ImageRegistry::Instance().Register(FakePng(3));
+  ASSERT_EQ(store_->SetCardDIB(3, handle), 0);
+  ASSERT_EQ(store_->SetBackDIB(3, handle), 0);
+  EXPECT_TRUE(Has(*store_, 3, ImageSide::kFront));
+  EXPECT_TRUE(Has(*store_, 3, ImageSide::kBack));
+  ASSERT_EQ(store_->AddCard(4, {{"Name", "Four"}}, &png, &jpeg), 0);
+  EXPECT_TRUE(Exists(*store_, 4));
+  EXPECT_TRUE(Has(*store_, 4, ImageSide::kFront));
+  EXPECT_TRUE(Has(*store_, 4, ImageSide::kBack));
+
+  ASSERT_EQ(store_->DeleteCard(3), 0);
+  EXPECT_FALSE(Exists(*store_, 3));
+  bool answer = true;
+  EXPECT_EQ(store_->HasFrontImage(3, answer), S::kStatusUnknownCard);
+  EXPECT_FALSE(answer);
+  EXPECT_EQ(store_->SetCardDIB(3, handle), S::kStatusUnknownCard);
+  // The ID comes back as a new card without images, at the end of the order.
+  ASSERT_EQ(store_->AddCard(3, {{"Name", "Three again"}}), 0);
+  EXPECT_TRUE(Exists(*store_, 3));
+  EXPECT_FALSE(Has(*store_, 3, ImageSide::kFront));
+  EXPECT_FALSE(Has(*store_, 3, ImageSide::kBack));
+  EXPECT_EQ(Order(*store_), (std::vector<int32_t>{1, 2, 4, 3}));
+
+  // An aborted bracket leaves no trace in the answers.
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->DeleteCard(2), 0);
+  ASSERT_EQ(store_->SetCardDIB(1, handle), 0);
+  ASSERT_EQ(store_->SetBackDIB(4, 0), 0);
+  ASSERT_EQ(store_->AddCard(9, {{"Name", "Nine"}}, &png), 0);
+  EXPECT_FALSE(Exists(*store_, 2));
+  EXPECT_TRUE(Has(*store_, 1, ImageSide::kFront));
+  EXPECT_FALSE(Has(*store_, 4, ImageSide::kBack));
+  EXPECT_TRUE(Has(*store_, 9, ImageSide::kFront));
+  EXPECT_EQ(Order(*store_), (std::vector<int32_t>{1, 4, 3, 9}));
+  ASSERT_EQ(store_->AbortUpdate(), 0);
+  EXPECT_TRUE(Exists(*store_, 2));
+  EXPECT_TRUE(Has(*store_, 2, ImageSide::kBack));
+  EXPECT_FALSE(Has(*store_, 1, ImageSide::kFront));
+  EXPECT_TRUE(Has(*store_, 4, ImageSide::kBack));
+  EXPECT_FALSE(Exists(*store_, 9));
+  EXPECT_EQ(Order(*store_), (std::vector<int32_t>{1, 2, 4, 3}));
+
+  // A fresh connection reads the same from the file.
+  auto fresh = Open();
+  for (int32_t id : {1, 2, 3, 4}) {
+    EXPECT_EQ(Has(*fresh, id, ImageSide::kFront), Has(*store_, id, ImageSide::kFront)) << id;
+    EXPECT_EQ(Has(*fresh, id, ImageSide::kBack), Has(*store_, id, ImageSide::kBack)) << id;
+  }
+}
+
+TEST_F(SqliteStoreTest, ExistenceAndImageAnswersFollowOtherConnectionsCommits) {
+  auto png = FakePng(1);
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}), 0);
+  ASSERT_EQ(store_->AddCard(2, {{"Name", "Two"}}, &png), 0);
+  auto slow = S::Open(path_, OpenMode::kOpenExisting, {1000, 3600 * 1000});  // reads may lag an hour
+  for (S* s : {store_.get(), slow.get()}) {
+    EXPECT_FALSE(Has(*s, 1, ImageSide::kFront));
+    EXPECT_TRUE(Has(*s, 2, ImageSide::kFront));
+    EXPECT_FALSE(Exists(*s, 3));
+  }
+
+  auto other = Open();
+  int32_t handle = ImageRegistry::Instance().Register(FakePng(5));
+  ASSERT_EQ(other->SetCardDIB(1, handle), 0);
+  ASSERT_EQ(other->DeleteCard(2), 0);
+  ASSERT_EQ(other->AddCard(3, {{"Name", "Three"}}, nullptr, &png), 0);
+
+  EXPECT_TRUE(Has(*store_, 1, ImageSide::kFront));
+  EXPECT_FALSE(Exists(*store_, 2));
+  EXPECT_TRUE(Exists(*store_, 3));
+  EXPECT_TRUE(Has(*store_, 3, ImageSide::kBack));
+  EXPECT_EQ(Order(*store_), (std::vector<int32_t>{1, 3}));
+
+  // Taking the write lock brings even a lagging reader up to date.
+  ASSERT_EQ(slow->BeginUpdate(), 0);
+  EXPECT_TRUE(Has(*slow, 1, ImageSide::kFront));
+  EXPECT_FALSE(Exists(*slow, 2));
+  EXPECT_TRUE(Has(*slow, 3, ImageSide::kBack));
+  EXPECT_EQ(slow->DeleteCard(2), S::kStatusUnknownCard);
+  ASSERT_EQ(slow->DeleteCard(3), 0);
+  ASSERT_EQ(slow->CommitUpdate(), 0);
+  EXPECT_FALSE(Exists(*store_, 3));
+  EXPECT_EQ(Order(*store_), std::vector<int32_t>{1});
+}
+
+TEST_F(SqliteStoreTest, CardExistsIsExactForSparseIds) {
+  const std::vector<int32_t> ids = {2147483647, 1, 64, 63, 65, 5000000, 2147483000, 128};
+  for (int32_t id : ids) ASSERT_EQ(store_->AddCard(id, {{"Name", std::to_string(id)}}), 0);
+  auto reader = Open();  // loads the set from the file rather than building it
+  for (S* s : {store_.get(), reader.get()}) {
+    for (int32_t id : ids) EXPECT_TRUE(Exists(*s, id)) << id;
+    for (int32_t id : {0, -1, -2147483647 - 1, 2, 62, 66, 127, 129, 4999999, 5000001, 2147483646}) {
+      EXPECT_FALSE(Exists(*s, id)) << id;
+    }
+  }
+  ASSERT_EQ(reader->DeleteCard(2147483647), 0);
+  ASSERT_EQ(reader->DeleteCard(64), 0);
+  ASSERT_EQ(reader->AddCard(64, {{"Name", "back"}}), 0);  // moves to the end, once
+  ASSERT_EQ(reader->DeleteCard(5000000), 0);
+  ASSERT_EQ(reader->DeleteCard(63), 0);
+  for (S* s : {store_.get(), reader.get()}) {
+    EXPECT_FALSE(Exists(*s, 2147483647));
+    EXPECT_FALSE(Exists(*s, 5000000));
+    EXPECT_FALSE(Exists(*s, 63));
+    EXPECT_TRUE(Exists(*s, 64));
+    EXPECT_TRUE(Exists(*s, 2147483000));
+    EXPECT_TRUE(Exists(*s, 65));
+    EXPECT_EQ(Order(*s), (std::vector<int32_t>{1, 65, 2147483000, 128, 64}));
+  }
+}
+
+TEST_F(SqliteStoreTest, PutValuesInABracketWriteTheRowOnceAndReadBackAtOnce) {
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}, {"Title", "Boss"}, {"Fax", "1"}}), 0);
+  ASSERT_EQ(store_->AddCard(2, {{"Name", "Two"}}), 0);
+  store_.reset();
+  InstallWriteProbe(path_);
+  store_ = Open();
+  auto other = Open();
+
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(store_->PutValue(1, "Notes", "note " + std::to_string(i)), 0);
+  ASSERT_EQ(store_->PutValue(1, "Title", ""), 0);  // removed
+  ASSERT_EQ(store_->PutValue(1, "Phone 1.label", "Mobile"), 0);
+  ASSERT_EQ(store_->PutValue(1, "Phone 1.Label", "Home"), 0);
+  ASSERT_EQ(store_->PutValue(1, "Name", "Uno"), 0);
+  ASSERT_EQ(store_->PutValue(1, "Fax", "1"), 0);  // unchanged
+  EXPECT_EQ(Get(*store_, 1, "Notes"), "note 99");
+  EXPECT_EQ(Get(*store_, 1, "Title"), "");
+  EXPECT_EQ(Get(*store_, 1, "Phone 1.Label"), "Home");
+  EXPECT_EQ(RowWrites(path_), 0);
+  EXPECT_EQ(Get(*other, 1, "Name"), "One");  // nothing committed yet
+  ASSERT_EQ(store_->CommitUpdate(), 0);
+  EXPECT_EQ(RowWrites(path_), 1);
+  EXPECT_EQ(Get(*store_, 1, "Notes"), "note 99");  // still cached after the write
+  EXPECT_EQ(Get(*store_, 1, "Phone 1.Label"), "Home");
+
+  // Stored exactly as value-by-value writes would have stored them.
+  std::vector<std::pair<std::string, std::string>> stored;
+  ASSERT_EQ(other->ScanRecords([&](const CardRecordView& c) {
+    if (c.id == 1) {
+      for (auto& [n, v] : c.values) stored.emplace_back(n, v);
+    }
+    return true;
+  }),
+            0);
+  EXPECT_EQ(stored, (std::vector<std::pair<std::string, std::string>>{
+                        {"Name", "Uno"}, {"Fax", "1"}, {"Notes", "note 99"}, {"Phone 1.Label", "Home"}}));
+
+  // Each card of a bracket is written once; reads that must see the rows
+  // get them written first, and see the changes.
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(1, "Title", "Chief"), 0);
+  ASSERT_EQ(store_->PutValue(1, "Phone 1.Label", "Car"), 0);
+  ASSERT_EQ(store_->PutValue(2, "Title", "Second"), 0);  // card 1 is written here
+  EXPECT_EQ(RowWrites(path_), 1);                        // the probe reads committed data only
+  EXPECT_EQ(Get(*store_, 1, "Title"), "Chief");          // read back from the row
+  ASSERT_EQ(store_->PutValue(1, "Verified", "Yes"), 0);
+  std::string labels;
+  ASSERT_EQ(store_->GetLabels("Phone", labels), 0);
+  EXPECT_EQ(labels, "Car");
+  std::map<int32_t, std::string> titles;
+  ASSERT_EQ(store_->ScanCards([&](int32_t id, const ICardValues& v) {
+    titles[id] = v.Get("Title") + "/" + v.Get("Verified");
+    return true;
+  }),
+            0);
+  EXPECT_EQ(titles, (std::map<int32_t, std::string>{{1, "Chief/Yes"}, {2, "Second/"}}));
+  ASSERT_EQ(store_->CommitUpdate(), 0);
+  EXPECT_EQ(RowWrites(path_), 4);  // 1, 2, 1 again after the scan needed it
+  EXPECT_EQ(Get(*other, 1, "Verified"), "Yes");
+  EXPECT_EQ(Get(*other, 2, "Title"), "Second");
+
+  // Outside a bracket every PutValue is its own committed write.
+  ASSERT_EQ(store_->PutValue(2, "Fax", "22"), 0);
+  EXPECT_EQ(RowWrites(path_), 5);
+  EXPECT_EQ(Get(*other, 2, "Fax"), "22");
+}
+
+TEST_F(SqliteStoreTest, PendingChangesAreDiscardedByAbortAndByDeletingTheCard) {
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}, {"Title", "Boss"}}), 0);
+  ASSERT_EQ(store_->AddCard(2, {{"Name", "Two"}}), 0);
+  EXPECT_EQ(Get(*store_, 1, "Title"), "Boss");
+
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(1, "Title", "Janitor"), 0);
+  ASSERT_EQ(store_->PutValue(1, "Fax", "555"), 0);
+  ASSERT_EQ(store_->AbortUpdate(), 0);
+  EXPECT_EQ(Get(*store_, 1, "Title"), "Boss");
+  EXPECT_EQ(Get(*store_, 1, "Fax"), "");
+  // Nothing left over for a later bracket to write.
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(2, "Title", "Second"), 0);
+  ASSERT_EQ(store_->CommitUpdate(), 0);
+  auto other = Open();
+  EXPECT_EQ(Get(*other, 1, "Title"), "Boss");
+  EXPECT_EQ(Get(*other, 1, "Fax"), "");
+
+  // Deleting the card drops its pending changes; a new card under the same
+  // ID must not receive them.
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(1, "Title", "Ghost"), 0);
+  ASSERT_EQ(store_->DeleteCard(1), 0);
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "New One"}}), 0);
+  ASSERT_EQ(store_->CommitUpdate(), 0);
+  EXPECT_EQ(Get(*other, 1, "Name"), "New One");
+  EXPECT_EQ(Get(*other, 1, "Title"), "");
+  EXPECT_EQ(Order(*other), (std::vector<int32_t>{2, 1}));
+
+  // Disconnecting abandons the bracket and its pending changes.
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(2, "Title", "Lost"), 0);
+  ASSERT_EQ(store_->Disconnect(), 0);
+  ASSERT_EQ(store_->Connect(), 0);
+  EXPECT_EQ(Get(*store_, 2, "Title"), "Second");
+}
+
+TEST_F(SqliteStoreTest, AFailedCallInABracketLosesNoPendingChange) {
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}), 0);
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(1, "Fax", "555"), 0);
+  EXPECT_EQ(store_->DeleteCard(99), S::kStatusUnknownCard);
+  EXPECT_EQ(store_->SetCardDIB(1, 987654321), S::kStatusBadArgument);
+  EXPECT_EQ(store_->PutValue(1, "Shoe Size", "44"), S::kStatusUnknownValueName);
+  EXPECT_EQ(store_->PutValue(99, "Fax", "1"), S::kStatusUnknownCard);
+  EXPECT_EQ(Get(*store_, 1, "Fax"), "555");
+  ASSERT_EQ(store_->CommitUpdate(), 0);
+  auto other = Open();
+  EXPECT_EQ(Get(*other, 1, "Fax"), "555");
+}
+
+TEST_F(SqliteStoreTest, ARowThatCannotBeWrittenFailsTheCallThatWritesItAndBlocksTheCommit) {
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}), 0);
+  ASSERT_EQ(store_->AddCard(2, {{"Name", "Two"}}), 0);
+  store_.reset();
+  InstallWriteProbe(path_);
+  store_ = Open();
+  auto other = Open();
+
+  // Outside a bracket the failure is PutValue's own, and nothing changes.
+  EXPECT_EQ(store_->PutValue(1, "Notes", "FORBIDDEN"), S::kStatusDatabase);
+  EXPECT_THAT(store_->GetLastError(), HasSubstr("PutValue(card 1, \"Notes\")"));
+  EXPECT_THAT(store_->GetLastError(), HasSubstr("row refused"));
+  EXPECT_FALSE(store_->InUpdate());
+  EXPECT_EQ(Get(*store_, 1, "Notes"), "");
+
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(1, "Fax", "555"), 0);
+  ASSERT_EQ(store_->PutValue(1, "Notes", "FORBIDDEN"), 0);  // only checked when written
+  // Turning to card 2 writes card 1, which fails that call and leaves card 2 alone.
+  EXPECT_EQ(store_->PutValue(2, "Title", "Second"), S::kStatusDatabase);
+  EXPECT_THAT(store_->GetLastError(),
+              HasSubstr("PutValue(card 2, \"Title\"): the changes to card 1 could not be written"));
+  EXPECT_THAT(store_->GetLastError(), HasSubstr("row refused"));
+  EXPECT_EQ(Get(*store_, 1, "Fax"), "555");  // still pending
+  EXPECT_EQ(store_->CommitUpdate(), S::kStatusDatabase);
+  EXPECT_THAT(store_->GetLastError(), HasSubstr("CommitUpdate: the changes to card 1 could not be written"));
+  EXPECT_TRUE(store_->InUpdate());
+  EXPECT_EQ(Get(*other, 1, "Fax"), "");  // nothing committed
+
+  // Fixed up, the same bracket commits every change made before.
+  ASSERT_EQ(store_->PutValue(1, "Notes", "allowed"), 0);
+  ASSERT_EQ(store_->PutValue(2, "Title", "Second"), 0);
+  ASSERT_EQ(store_->CommitUpdate(), 0);
+  EXPECT_FALSE(store_->InUpdate());
+  EXPECT_EQ(Get(*other, 1, "Fax"), "555");
+  EXPECT_EQ(Get(*other, 1, "Notes"), "allowed");
+  EXPECT_EQ(Get(*other, 2, "Title"), "Second");
+
+  // Or the caller gives up: the abort takes everything back.
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(2, "Fax", "222"), 0);
+  ASSERT_EQ(store_->PutValue(1, "Notes", "FORBIDDEN"), 0);
+  std::string labels;
+  EXPECT_EQ(store_->GetLabels("Phone", labels), S::kStatusDatabase);
+  EXPECT_EQ(store_->CommitUpdate(), S::kStatusDatabase);
+  ASSERT_EQ(store_->AbortUpdate(), 0);
+  EXPECT_EQ(Get(*store_, 1, "Notes"), "allowed");
+  EXPECT_EQ(Get(*store_, 2, "Fax"), "");
+  EXPECT_EQ(Get(*other, 2, "Fax"), "");
 }
 
 TEST_F(SqliteStoreTest, DamagedValueBlobIsReportedNotMisread) {

@@ -16,7 +16,10 @@
 //
 // Each card is one row holding all its values in a compact encoding, so a
 // card costs one query however many of its values are read; the last card
-// read stays decoded in memory. Several connections may share the file (the
+// read stays decoded in memory. CardExists, HasFrontImage and HasBackImage
+// answer from the card IDs and image sides kept in memory, each set read in
+// one query when first needed and kept current by this store's own writes.
+// Several connections may share the file (the
 // host application, a second ombrel process, another store object): the file
 // runs in WAL mode, readers never wait for a writer, and a writer that cannot
 // get the write lock within the busy timeout gets a failing status instead of
@@ -28,6 +31,20 @@
 // own message). Writes outside BeginUpdate/CommitUpdate are each their own
 // transaction. Connect re-opens the file after Disconnect; the store is
 // connected when Open returns. Not thread-safe: one store object per thread.
+//
+// PutValue inside a bracket: the value name and the card are checked (and a
+// new value name registered) at once, so those failures come from PutValue
+// itself; the value then changes the card kept in memory, and the card's row
+// is written once: when a call turns to another card (GetValue, PutValue),
+// before a read of the whole database (ScanCards, ScanRecords, GetLabels),
+// and at CommitUpdate. If that write fails, the call that made it fails
+// naming the card ("the changes to card 7 could not be written: ..."); the
+// changes stay pending and are written again at the next such point, so a
+// bracket never commits without them: a CommitUpdate that fails so leaves
+// the bracket open (retry it or AbortUpdate), unless SQLite itself ended the
+// transaction. AbortUpdate discards pending changes, DeleteCard drops those
+// of the card it deletes. Outside a bracket each PutValue writes its row at
+// once, in its own transaction.
 #pragma once
 
 #include <cstdint>
