@@ -3,6 +3,8 @@
 #include "ombrel/cardstore/sqlite_card_store.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 
 #include "cardstore/sqlite_card_store_internal.h"
 
@@ -197,16 +199,46 @@ void CSqliteCardStore::Impl::EnsureCustomFieldsLoaded() {
   while (use->Step()) customFields_.emplace(use->Text(0));
   customLoaded_ = true;
   resolved_.clear();
+  recentNames_.assign(kRecentNames, {});
 }
+
+namespace {
+
+// Hashes the length and the first and last eight bytes: value names differ
+// there ("Phone 1.Label", "Phone 2.Label", "Email.Rectangle").
+size_t RecentSlot(std::string_view name) {
+  uint64_t head = 0, tail = 0;
+  if (name.size() >= 8) {
+    std::memcpy(&head, name.data(), 8);
+    std::memcpy(&tail, name.data() + name.size() - 8, 8);
+  } else {
+    std::memcpy(&head, name.data(), name.size());
+  }
+  uint64_t h = head * 0x9E3779B97F4A7C15ULL ^ std::rotl(tail * 0xC2B2AE3D27D4EB4FULL, 31) ^ name.size();
+  h ^= h >> 29;
+  h *= 0xBF58476D1CE4E5B9ULL;
+  static_assert(std::has_single_bit(kRecentNames));
+  return static_cast<size_t>(h >> (64 - std::countr_zero(kRecentNames)));
+}
+
+}  // namespace
 
 int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {
   EnsureCustomFieldsLoaded();
-  auto it = resolved_.find(name);
-  if (it != resolved_.end()) return it->second;
-  std::string canonical;
-  int32_t index = CanonicalName(name, customFields_, canonical) ? Intern(canonical) : kUnknownName;
-  if (resolved_.size() > 100000) resolved_.clear();  // names asked for are few; bound a misuse
-  resolved_.emplace(std::string(name), index);
+  RecentName& recent = recentNames_[RecentSlot(name)];
+  if (recent.used && recent.name == name) return recent.index;
+  int32_t index;
+  if (auto it = resolved_.find(name); it != resolved_.end()) {
+    index = it->second;
+  } else {
+    std::string canonical;
+    index = CanonicalName(name, customFields_, canonical) ? Intern(canonical) : kUnknownName;
+    if (resolved_.size() > 100000) resolved_.clear();  // names asked for are few; bound a misuse
+    resolved_.emplace(std::string(name), index);
+  }
+  recent.name.assign(name);
+  recent.index = index;
+  recent.used = true;
   return index;
 }
 
@@ -492,6 +524,7 @@ Status CSqliteCardStore::BeginUpdate() {
     if (impl_->inBracket_) sqlite_store::Fail(kStatusTransaction, "an update is already in progress");
     impl_->BeginImmediate();
     impl_->inBracket_ = true;
+    impl_->bracketWrote_ = false;
   });
 }
 
@@ -526,7 +559,8 @@ Status CSqliteCardStore::AbortUpdate() {
     s.RequireConnected();
     if (!s.inBracket_) sqlite_store::Fail(kStatusTransaction, "no update in progress");
     s.inBracket_ = false;
-    s.InvalidateAll();
+    // A bracket that wrote nothing leaves the caches as true as before.
+    if (s.bracketWrote_) s.InvalidateAll();
     StatementUse use(s.st_->rollback);
     use->Step();
   });

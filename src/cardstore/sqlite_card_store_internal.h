@@ -145,6 +145,7 @@ class IdSet {
 };
 
 constexpr int32_t kUnknownName = -1;
+constexpr size_t kRecentNames = 1024;  // slots of the resolved-name cache
 constexpr int64_t kSchemaVersion = 1;
 constexpr int32_t kApplicationId = 0x4F6D6272;  // "Ombr"
 
@@ -225,6 +226,7 @@ class CSqliteCardStore::Impl {
   SqliteStoreOptions options_;
   sqlite3* db_ = nullptr;
   bool inBracket_ = false;
+  bool bracketWrote_ = false;  // a write was tried inside the current bracket
   std::string lastError_;
 
   struct Statements;
@@ -242,6 +244,14 @@ class CSqliteCardStore::Impl {
   std::vector<CanonName> canon_;
   sqlite_store::StringMap<int32_t> canonByName_;
   sqlite_store::StringMap<int32_t> resolved_;  // name as asked -> canonical index or kUnknownName
+  // In front of resolved_: a scan asks for the same hundred-odd names on
+  // every card, and a cheap hash and one compare answer most of them.
+  struct RecentName {
+    std::string name;
+    int32_t index = sqlite_store::kUnknownName;
+    bool used = false;
+  };
+  std::vector<RecentName> recentNames_;
   std::vector<int32_t> canonByCode_;           // code -> canonical index, -1 when unknown
   bool namesLoaded_ = false;
   std::unordered_set<std::string> customFields_;
@@ -262,6 +272,7 @@ class WriteTransaction {
  public:
   explicit WriteTransaction(CSqliteCardStore::Impl& s) : s_(s), own_(!s.inBracket_) {
     if (own_) s_.BeginImmediate();
+    s_.bracketWrote_ = true;
   }
   ~WriteTransaction() {
     if (!done_) s_.AfterFailedWrite(own_);

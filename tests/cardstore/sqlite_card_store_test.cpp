@@ -281,6 +281,15 @@ TEST_F(SqliteStoreTest, CachesFollowOtherConnectionsCommits) {
   EXPECT_EQ(Get(*store_, 1, "Title"), "New");
   EXPECT_EQ(Order(*store_), (std::vector<int32_t>{1, 2}));
   EXPECT_EQ(Get(*store_, 2, "Nickname"), "Twoey");
+
+  // A bracket that only read leaves the caches to notice later commits too.
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  EXPECT_EQ(Get(*store_, 2, "Nickname"), "Twoey");
+  ASSERT_EQ(store_->AbortUpdate(), 0);
+  ASSERT_EQ(other->PutValue(2, "Nickname", "Deuce"), 0);
+  ASSERT_EQ(other->DeleteCard(1), 0);
+  EXPECT_EQ(Get(*store_, 2, "Nickname"), "Deuce");
+  EXPECT_EQ(Order(*store_), std::vector<int32_t>{2});
 }
 
 TEST_F(SqliteStoreTest, AWriteNeverUndoesAnotherConnectionsCommit) {
@@ -487,6 +496,30 @@ TEST_F(SqliteStoreTest, ScanCardsSeesExactlyWhatGetValueReads) {
   int seen = 0;
   ASSERT_EQ(store_->ScanCards([&](int32_t, const ICardValues&) { return ++seen < 3; }), 0);
   EXPECT_EQ(seen, 3);
+
+  // A name that was no value name becomes one when the field is declared,
+  // here or by another connection.
+  auto scanFirst = [&](S& s, const std::string& name) {
+    std::string value = "not visited";
+    EXPECT_EQ(s.ScanCards([&](int32_t, const ICardValues& v) {
+      value = v.Get(name);
+      return false;
+    }),
+              0);
+    return value;
+  };
+  const int32_t first = Order(*store_).front();
+  auto other = Open();
+  EXPECT_EQ(scanFirst(*store_, "Birthday"), "");
+  EXPECT_EQ(scanFirst(*store_, "Birthday.Label"), "");
+  EXPECT_EQ(scanFirst(*other, "Alias"), "");
+  ASSERT_EQ(store_->DefineCustomFields({{"Birthday"}, {"Alias"}}), 0);
+  ASSERT_EQ(store_->PutValue(first, "Birthday", "1 May"), 0);
+  ASSERT_EQ(store_->PutValue(first, "Birthday.label", "born"), 0);
+  ASSERT_EQ(store_->PutValue(first, "Alias", "Al"), 0);
+  EXPECT_EQ(scanFirst(*store_, "Birthday"), "1 May");
+  EXPECT_EQ(scanFirst(*store_, "Birthday.Label"), "born");
+  EXPECT_EQ(scanFirst(*other, "Alias"), "Al");
 }
 
 TEST_F(SqliteStoreTest, DisconnectClosesAndConnectReopens) {
