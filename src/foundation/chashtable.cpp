@@ -14,7 +14,8 @@ void CHashTable::RestrictType(std::string_view className) {
   restrictedClass_ = std::string(className);
 }
 
-CHashTable::CHashTable(const CHashTable& other) : CObject(other), restrictedClass_(other.restrictedClass_) {
+CHashTable::CHashTable(const CHashTable& other)
+    : CObject(other), staticKeysBase_(other.staticKeysBase_), restrictedClass_(other.restrictedClass_) {
   // The copy leaves the holes behind and indexes its own key strings.
   entries_.reserve(static_cast<size_t>(other.count_));
   for (const Entry& e : other.entries_)
@@ -39,6 +40,13 @@ void CHashTable::Reserve(int32_t count) {
 }
 
 int32_t CHashTable::Find(const std::string& key) const {
+  if (staticKeysBase_ != 0) {
+    // Found when that slot's entry refers to this very string.
+    uintptr_t offset = reinterpret_cast<uintptr_t>(&key) - staticKeysBase_;
+    size_t slot = offset / sizeof(std::string);
+    if (offset % sizeof(std::string) == 0 && slot < entries_.size() && entries_[slot].key.Is(key))
+      return static_cast<int32_t>(slot);
+  }
   if (Indexed()) {
     auto it = index_->slots.find(key);
     return it == index_->slots.end() ? -1 : it->second;
@@ -141,6 +149,7 @@ void CHashTable::AddItemsWithStaticKeys(const StaticKeys& keys, std::span<Object
     RaiseTrap("Cannot add static keys: " + std::to_string(items.size()) + " items for " +
               std::to_string(names.size()) + " keys");
   entries_.reserve(names.size());
+  staticKeysBase_ = reinterpret_cast<uintptr_t>(names.data());
   // The keys are distinct and the table was empty, so only the class is
   // checked; a class name at the address of one already accepted passes.
   std::string_view accepted;
@@ -230,6 +239,11 @@ ObjectRef CHashTable::GetIndexedItem(int32_t position) const {
 const std::string& CHashTable::GetIndexedKey(int32_t position) const {
   if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
   return *entries_[SlotOf(position)].key;
+}
+
+const ObjectRef* CHashTable::FindItem(const std::string& key) const {
+  int32_t at = Find(key);
+  return at < 0 ? nullptr : &entries_[at].item;
 }
 
 const ObjectRef& CHashTable::IndexedItemRef(int32_t position) const {

@@ -193,6 +193,35 @@ TEST(CHashTableTest, AStaticKeyListFillsAnEmptyTableInOrder) {
   EXPECT_EQ(TrapText([&] { CHashTable::StaticKeys keys(kRepeated); }), "HashTable already contains key: Name");
 }
 
+// A static key is looked for at its list position first; whatever the table
+// went through since, every lookup must still find exactly what is there.
+TEST(CHashTableTest, LookupsByTheStaticStringsThemselvesFollowChanges) {
+  static const std::vector<std::string> kNames = {"a", "b", "c", "d"};
+  static const CHashTable::StaticKeys kKeys(kNames);
+  std::vector<ObjectRef> items = {Str("1"), Str("2"), Str("3"), Str("4")};
+  CHashTable table;
+  table.AddItemsWithStaticKeys(kKeys, items);
+  EXPECT_EQ(*table.FindItem(kNames[2]), table.GetIndexedItem(3));
+  EXPECT_EQ(table.FindItem(std::string("c")), table.FindItem(kNames[2]));
+
+  table.RemoveItem("a");  // every later entry moves down a slot
+  for (const std::string& name : {kNames[1], kNames[2], kNames[3]}) {
+    ASSERT_NE(table.FindItem(name), nullptr) << name;
+    EXPECT_EQ((*table.FindItem(name))->ToStr(), std::to_string(name[0] - 'a' + 1));
+  }
+  EXPECT_EQ(table.FindItem(kNames[0]), nullptr);
+  EXPECT_FALSE(table.Contains(kNames[0]));
+
+  table.RemoveItem("c");
+  auto again = Str("c again");
+  table.AddItem("c", again);  // an owned copy where the static string was
+  EXPECT_EQ(*table.FindItem(kNames[2]), again);
+  EXPECT_EQ(table.GetItem(kNames[2]), again);
+  CHashTable copy(table);
+  EXPECT_EQ(copy.GetItem(kNames[3])->ToStr(), "4");
+  EXPECT_EQ(copy.FindItem(kNames[0]), nullptr);
+}
+
 // A copy owns its keys and items list: changing either table leaves the other alone.
 TEST(CHashTableTest, CopiesAreIndependentAtEverySize) {
   static const std::string kStatic = "static";

@@ -73,6 +73,8 @@ class CHashTable final : public CObject {
   std::shared_ptr<CList> GetKeys() const;
   int32_t GetNumItems() const { return count_; }
   bool Contains(const std::string& key) const { return Find(key) >= 0; }
+  // The item under key without copying the reference; null when absent.
+  const ObjectRef* FindItem(const std::string& key) const;
 
   // Direct access for hot loops, without building a key list or copying a reference.
   const std::string& GetIndexedKey(int32_t position) const;
@@ -105,6 +107,7 @@ class CHashTable final : public CObject {
       if (Owned()) delete Get();
     }
     bool Alive() const { return bits_ != 0; }
+    bool Is(const std::string& key) const { return Get() == &key; }
     const std::string& operator*() const { return *Get(); }
 
    private:
@@ -148,6 +151,10 @@ class CHashTable final : public CObject {
   int32_t count_ = 0;           // live entries
   int32_t holes_ = 0;           // dead entries
   std::unique_ptr<Index> index_;  // only past kIndexThreshold
+  // Where the static key list the table was filled with starts: a key at
+  // that list's i-th string is looked for in slot i first. Only compared,
+  // never followed.
+  uintptr_t staticKeysBase_ = 0;
   std::string restrictedClass_;
 };
 
