@@ -31,8 +31,7 @@ constexpr size_t kCatalogueSize = kStandardFieldNames.size();
 // Whether the text contains part once CString::RemoveWhiteSpace has taken the
 // white space out of both, without making those copies.
 bool ContainsIgnoringWhiteSpace(std::string_view text, std::string_view part) {
-  constexpr std::string_view kWhiteSpace = " \t\r\n";
-  auto isSpace = [&](char c) { return kWhiteSpace.find(c) != std::string_view::npos; };
+  auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
   // Compare part's kept characters against the text's from every kept start.
   auto matchesAt = [&](size_t start) {
     size_t t = start;
@@ -123,7 +122,7 @@ void CCard::SetDataInPlace(int32_t position, std::string&& text, const std::stri
                            bool catSuspect) {
   const std::string& key = fields_.GetIndexedKey(position);
   CCardField& field = StoredFieldAt(position);
-  if (field.Name() != key) {
+  if (&field.Name() != &key && field.Name() != key) {  // a catalogue field shares its key's string
     // Renamed behind the card's back: SetData makes it right.
     SetData(key, text, userLabel, rect, ocrConfLevel, catConfLevel, ocrSuspect, catSuspect);
     return;
@@ -149,25 +148,19 @@ void CCard::StoreField(std::shared_ptr<CCardField> field, bool keepReadOnlyType)
   if (key == "Name") lastName_.clear();
 }
 
+const std::string& CCard::TableKey(const std::string& name) {
+  int32_t position = StandardFieldIndex(name);
+  return position < 0 ? name : CCardField::CatalogueNameStrings()[position];
+}
+
 const CCardField* CCard::FindFieldPtr(const std::string& name) const {
-  // One pass over a card-sized table instead of a lookup followed by a fetch.
-  int32_t count = fields_.GetNumItems();
-  if (count <= kLinearSearchLimit) {
-    for (int32_t i = 1; i <= count; ++i)
-      if (fields_.GetIndexedKey(i) == name) return static_cast<const CCardField*>(fields_.IndexedItemRef(i).get());
-    return nullptr;
-  }
-  return fields_.Contains(name) ? static_cast<const CCardField*>(fields_.GetItem(name).get()) : nullptr;
+  const ObjectRef* item = fields_.FindItem(TableKey(name));
+  return item ? static_cast<const CCardField*>(item->get()) : nullptr;
 }
 
 std::shared_ptr<CCardField> CCard::FindField(const std::string& name) const {
-  int32_t count = fields_.GetNumItems();
-  if (count <= kLinearSearchLimit) {
-    for (int32_t i = 1; i <= count; ++i)
-      if (fields_.GetIndexedKey(i) == name) return std::static_pointer_cast<CCardField>(fields_.GetIndexedItem(i));
-    return nullptr;
-  }
-  return fields_.Contains(name) ? std::static_pointer_cast<CCardField>(fields_.GetItem(name)) : nullptr;
+  const ObjectRef* item = fields_.FindItem(TableKey(name));
+  return item ? std::static_pointer_cast<CCardField>(*item) : nullptr;
 }
 
 CCardField& CCard::StoredFieldAt(int32_t position) const {

@@ -272,6 +272,40 @@ TEST(CCardTest, CloneIsDeepAndRechecksTheLastName) {
   EXPECT_EQ(oddClone->NumFields(), 2);
 }
 
+TEST(CCardTest, CatalogueNamesAndTheirPositions) {
+  for (size_t i = 0; i < kStandardFieldNames.size(); ++i) {
+    EXPECT_EQ(StandardFieldIndex(kStandardFieldNames[i]), static_cast<int32_t>(i)) << kStandardFieldNames[i];
+    EXPECT_TRUE(IsStandardFieldName(kStandardFieldNames[i]));
+  }
+  for (std::string_view other : {"", "name", "Phone 7", "Phone 0", "Fax ", "Web page", "Email 12", "Nickname", "N",
+                                 "Solvane Statuz", "Creation  Date", "Phone1", "Emaiz 1"}) {
+    EXPECT_EQ(StandardFieldIndex(other), -1) << other;
+    EXPECT_FALSE(IsStandardFieldName(other)) << other;
+  }
+}
+
+TEST(CCardTest, FieldsAreFoundByAnyStringOfTheirName) {
+  const std::vector<CCard::CustomField> custom = {{"Nickname", false}};
+  CCard card(custom);
+  SetText(card, "Email", "a@b.c");
+  SetText(card, "Nickname", "Bo");
+  const std::string email = "Email";
+  EXPECT_EQ(card.FieldText(email), "a@b.c");
+  EXPECT_EQ(card.FieldText(card.FieldAt(14).Name()), "a@b.c");
+  EXPECT_EQ(card.GetField(std::string("Nickname"))->Text(), "Bo");
+  EXPECT_FALSE(card.IsFieldEmpty("Nickname"));
+  // A table rearranged by hand is still searched right.
+  card.GetFields().RemoveItem("Name");
+  card.GetFields().RemoveItem("Title");
+  EXPECT_EQ(card.FieldText(card.FieldAt(12).Name()), "a@b.c");
+  EXPECT_EQ(ErrorText([&] { card.FieldText("Name"); }), "Card does not contain unknown field: Name");
+  auto moved = card.GetField("Phone");
+  card.GetFields().RemoveItem("Phone");
+  card.GetFields().AddItem("Phone", moved);
+  EXPECT_EQ(card.GetField("Phone"), moved);
+  EXPECT_EQ(card.FieldAt(card.NumFields()).Name(), "Phone");
+}
+
 TEST(CCardTest, CustomFieldsFollowTheCatalogueAsAddFieldAddsThem) {
   const std::vector<CCard::CustomField> custom = {{"Nickname", false}, {"Badge", true}, {"Account Manager", true}};
   CCard card(custom);

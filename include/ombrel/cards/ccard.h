@@ -123,9 +123,9 @@ class CCard final : public CObject {
 
   // The catalogue names as the table's keys.
   static const CHashTable::StaticKeys& CatalogueKeys();
-
-  // Up to this many fields a scan beats the table's own lookup-then-fetch.
-  static constexpr int32_t kLinearSearchLimit = 64;
+  // The catalogue's own string for a catalogue name, which the table finds
+  // at once, else the name itself.
+  static const std::string& TableKey(const std::string& name);
 
   CHashTable fields_;
   std::string lastName_;
