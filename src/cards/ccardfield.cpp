@@ -54,10 +54,14 @@ const std::array<std::string, 29>& CCardField::CatalogueNameStrings() {
   return names;
 }
 
+CCardField::Extras CCardField::CopyOf(const Extras& extras) {
+  return {extras.label, extras.name ? std::make_unique<std::string>(*extras.name) : nullptr};
+}
+
 CCardField::CCardField(const CCardField& other)
     : CObject(other),
       text_(other.text_),
-      extras_(other.extras_ ? std::make_unique<Extras>(*other.extras_) : nullptr),
+      extras_(other.extras_ ? std::make_unique<Extras>(CopyOf(*other.extras_)) : nullptr),
       rectTop_(other.rectTop_),
       rectLeft_(other.rectLeft_),
       rectWidth_(other.rectWidth_),
@@ -83,7 +87,8 @@ void CCardField::SetName(std::string_view name) {
     nameIndex_ = kNoName;
   } else {
     if (!extras_) extras_ = std::make_unique<Extras>();
-    extras_->name = name;
+    if (extras_->name) extras_->name->assign(name);
+    else extras_->name = std::make_unique<std::string>(name);
     nameIndex_ = kOwnName;
   }
 }
@@ -168,11 +173,9 @@ void CCardField::SetRect(const CRectangle* rect) {
 namespace {
 
 // Most texts arrive trimmed already; only those with blanks at an end need work.
-bool NeedsTrim(const std::string& text) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  return !text.empty() &&
-         (kBlanks.find(text.front()) != std::string_view::npos || kBlanks.find(text.back()) != std::string_view::npos);
-}
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+bool NeedsTrim(const std::string& text) { return !text.empty() && (IsBlank(text.front()) || IsBlank(text.back())); }
 
 }  // namespace
 

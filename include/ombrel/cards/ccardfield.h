@@ -79,7 +79,7 @@ class CCardField final : public CObject {
 
   // Allocation-free views for hot loops.
   const std::string& Name() const {
-    return nameIndex_ == kOwnName ? extras_->name : CatalogueNameStrings()[nameIndex_];
+    return nameIndex_ == kOwnName ? *extras_->name : CatalogueNameStrings()[nameIndex_];
   }
   const std::string& Text() const { return text_; }
   const std::string& Label() const { return extras_ ? extras_->label : CatalogueNameStrings()[kNoName]; }
@@ -111,8 +111,8 @@ class CCardField final : public CObject {
   // What few fields have; made when first needed and kept from then on, so
   // the references Name() and Label() hand out stay valid.
   struct Extras {
-    std::string name;   // a name outside the catalogue
-    std::string label;  // the user label, empty for none
+    std::string label;                  // the user label, empty for none
+    std::unique_ptr<std::string> name;  // a name outside the catalogue
   };
   // nameIndex_ is a catalogue position, kNoName for the empty name or
   // kOwnName for a name kept in extras_.
@@ -122,6 +122,7 @@ class CCardField final : public CObject {
   // empty label), as strings the getters can hand out.
   static const std::array<std::string, 29>& CatalogueNameStrings();
 
+  static Extras CopyOf(const Extras& extras);
   void SetName(std::string_view name);
   // SetData's steps after the name, for a field whose name is right already;
   // the text is taken over. Every check runs before anything changes.
