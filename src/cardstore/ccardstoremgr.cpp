@@ -40,28 +40,28 @@ template <size_t N>
 size_t SplitOnBlanks(std::string_view text, std::array<std::string_view, N>& tokens) {
   size_t count = 0;
   size_t pos = 0;
-  while (pos < text.size()) {
-    size_t start = text.find_first_not_of(' ', pos);
-    if (start == std::string_view::npos) break;
-    size_t end = text.find(' ', start);
-    if (end == std::string_view::npos) end = text.size();
-    if (count < N) tokens[count] = text.substr(start, end - start);
+  const size_t size = text.size();
+  while (pos < size) {
+    while (pos < size && text[pos] == ' ') ++pos;
+    if (pos == size) break;
+    size_t start = pos;
+    while (pos < size && text[pos] != ' ') ++pos;
+    if (count < N) tokens[count] = text.substr(start, pos - start);
     ++count;
-    pos = end;
   }
   return count;
 }
 
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
 // Trims blanks, tabs, CRs and LFs as CString::Trim does, without a copy.
 void TrimInPlace(std::string& text) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  size_t end = text.find_last_not_of(kBlanks);
-  if (end == std::string::npos) {
-    text.clear();
-    return;
-  }
-  text.erase(end + 1);
-  text.erase(0, text.find_first_not_of(kBlanks));
+  size_t end = text.size();
+  while (end > 0 && IsBlank(text[end - 1])) --end;
+  size_t begin = 0;
+  while (begin < end && IsBlank(text[begin])) ++begin;
+  if (end < text.size()) text.erase(end);
+  if (begin > 0) text.erase(0, begin);
 }
 
 // CString::ToLong's answer; plain digits, the usual case, are read directly.
@@ -98,7 +98,7 @@ void ReadFieldData(const std::string& name, const Read& read, FieldData& data, s
   try {
     ReadValue(read, name, data.text);
     TrimInPlace(data.text);
-    if (SkipsGeometry(name) || data.text.empty()) return;
+    if (data.text.empty() || SkipsGeometry(name)) return;
 
     key.assign(name).append(kRectangleSuffix);
     ReadValue(read, key, value);
