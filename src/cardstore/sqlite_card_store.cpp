@@ -79,8 +79,7 @@ void CSqliteCardStore::Impl::InvalidateAll() {
   images_[1].Clear();
   handles_.clear();
   namesLoaded_ = false;
-  customLoaded_ = false;
-  resolved_.clear();
+  customLoaded_ = false;  // and with them the resolved names
 }
 
 // Other connections' commits show in PRAGMA data_version; our own do not,
@@ -198,47 +197,50 @@ void CSqliteCardStore::Impl::EnsureCustomFieldsLoaded() {
   StatementUse use(st_->selectCustom);
   while (use->Step()) customFields_.emplace(use->Text(0));
   customLoaded_ = true;
-  resolved_.clear();
-  recentNames_.assign(kRecentNames, {});
+  ForgetResolvedNames();
+}
+
+void CSqliteCardStore::Impl::ForgetResolvedNames() {
+  if (resolved_.size() != kResolvedSlots) resolved_.assign(kResolvedSlots, {});
+  for (auto& r : resolved_) r.used = false;
+  resolvedCount_ = 0;
 }
 
 namespace {
 
-// Hashes the length and the first and last eight bytes: value names differ
-// there ("Phone 1.Label", "Phone 2.Label", "Email.Rectangle").
-size_t RecentSlot(std::string_view name) {
+// Mixes the length and the first and last eight bytes, where value names
+// differ ("Phone 1.Label", "Phone 2.Label", "Email.Rectangle").
+size_t NameHash(std::string_view name) {
   uint64_t head = 0, tail = 0;
   if (name.size() >= 8) {
     std::memcpy(&head, name.data(), 8);
     std::memcpy(&tail, name.data() + name.size() - 8, 8);
-  } else {
+  } else if (!name.empty()) {
     std::memcpy(&head, name.data(), name.size());
   }
   uint64_t h = head * 0x9E3779B97F4A7C15ULL ^ std::rotl(tail * 0xC2B2AE3D27D4EB4FULL, 31) ^ name.size();
   h ^= h >> 29;
   h *= 0xBF58476D1CE4E5B9ULL;
-  static_assert(std::has_single_bit(kRecentNames));
-  return static_cast<size_t>(h >> (64 - std::countr_zero(kRecentNames)));
+  return static_cast<size_t>(h >> 32);
 }
 
 }  // namespace
 
 int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {
   EnsureCustomFieldsLoaded();
-  RecentName& recent = recentNames_[RecentSlot(name)];
-  if (recent.used && recent.name == name) return recent.index;
-  int32_t index;
-  if (auto it = resolved_.find(name); it != resolved_.end()) {
-    index = it->second;
-  } else {
-    std::string canonical;
-    index = CanonicalName(name, customFields_, canonical) ? Intern(canonical) : kUnknownName;
-    if (resolved_.size() > 100000) resolved_.clear();  // names asked for are few; bound a misuse
-    resolved_.emplace(std::string(name), index);
+  static_assert(std::has_single_bit(kResolvedSlots));
+  const size_t mask = kResolvedSlots - 1;
+  size_t slot = NameHash(name) & mask;
+  for (; resolved_[slot].used; slot = (slot + 1) & mask) {
+    if (resolved_[slot].name == name) return resolved_[slot].index;
   }
-  recent.name.assign(name);
-  recent.index = index;
-  recent.used = true;
+  std::string canonical;
+  int32_t index = CanonicalName(name, customFields_, canonical) ? Intern(canonical) : kUnknownName;
+  // Names asked for are few; this bounds a misuse and keeps probes short.
+  // Emptied, the table still has slot free.
+  if (resolvedCount_ >= kResolvedSlots / 2) ForgetResolvedNames();
+  resolved_[slot] = {std::string(name), index, true};
+  ++resolvedCount_;
   return index;
 }
 

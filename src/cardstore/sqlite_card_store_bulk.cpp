@@ -139,8 +139,7 @@ Status CSqliteCardStore::DefineCustomFields(const std::vector<CustomFieldDef>& f
       use->BindText(4, f.access);
       use->Step();
     }
-    s.customLoaded_ = false;
-    s.resolved_.clear();
+    s.customLoaded_ = false;  // names resolve anew once the fields are read back
     tx.Commit();
   });
 }

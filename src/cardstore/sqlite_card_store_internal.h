@@ -145,7 +145,7 @@ class IdSet {
 };
 
 constexpr int32_t kUnknownName = -1;
-constexpr size_t kRecentNames = 1024;  // slots of the resolved-name cache
+constexpr size_t kResolvedSlots = 1024;  // a power of two; emptied when half full
 constexpr int64_t kSchemaVersion = 1;
 constexpr int32_t kApplicationId = 0x4F6D6272;  // "Ombr"
 
@@ -243,15 +243,17 @@ class CSqliteCardStore::Impl {
   };
   std::vector<CanonName> canon_;
   sqlite_store::StringMap<int32_t> canonByName_;
-  sqlite_store::StringMap<int32_t> resolved_;  // name as asked -> canonical index or kUnknownName
-  // In front of resolved_: a scan asks for the same hundred-odd names on
-  // every card, and a cheap hash and one compare answer most of them.
-  struct RecentName {
+  // Names as asked -> canonical index or kUnknownName, by open addressing
+  // with a cheap hash: a scan asks for the same hundred-odd names on every
+  // card, in whatever spelling the caller uses.
+  struct ResolvedName {
     std::string name;
     int32_t index = sqlite_store::kUnknownName;
     bool used = false;
   };
-  std::vector<RecentName> recentNames_;
+  std::vector<ResolvedName> resolved_;
+  size_t resolvedCount_ = 0;
+  void ForgetResolvedNames();
   std::vector<int32_t> canonByCode_;           // code -> canonical index, -1 when unknown
   bool namesLoaded_ = false;
   std::unordered_set<std::string> customFields_;

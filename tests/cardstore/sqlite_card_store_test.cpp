@@ -155,6 +155,20 @@ TEST_F(SqliteStoreTest, UnknownNamesAndCardsFailWithClearErrors) {
   EXPECT_EQ(store_->PutValue(1, "Nickname.Label", "nick"), 0);
 }
 
+TEST_F(SqliteStoreTest, NamesResolveTheSameHoweverManyAreAsked) {
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "A"}, {"Phone 1.Label", "Mobile"}}), 0);
+  std::string v;
+  for (int i = 0; i < 3000; ++i) {
+    ASSERT_EQ(store_->GetValue(1, "Nope " + std::to_string(i), v), S::kStatusUnknownValueName) << i;
+    if (i % 97 == 0) {
+      EXPECT_EQ(Get(*store_, 1, "Name"), "A") << i;
+      EXPECT_EQ(Get(*store_, 1, "Phone 1.LABEL"), "Mobile") << i;
+      EXPECT_EQ(Get(*store_, 1, "Phone 2.Label"), "") << i;
+    }
+  }
+  EXPECT_EQ(store_->GetValue(1, "Nope 7", v), S::kStatusUnknownValueName);
+}
+
 TEST_F(SqliteStoreTest, CardsEnumerateInInsertionOrder) {
   for (int32_t id : {30, 10, 20}) ASSERT_EQ(store_->AddCard(id, {{"Name", "N" + std::to_string(id)}}), 0);
   EXPECT_EQ(Order(*store_), (std::vector<int32_t>{30, 10, 20}));
