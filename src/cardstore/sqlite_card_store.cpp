@@ -274,17 +274,27 @@ uint32_t CSqliteCardStore::Impl::EnsureCode(int32_t canon) {
   return static_cast<uint32_t>(code);
 }
 
+// One pass over the blob, straight into the card's index: every card of a
+// scan comes through here.
 void CSqliteCardStore::Impl::Decode(int32_t cardId, std::string_view blob, DecodedCard& card) {
   EnsureNamesLoaded();
   card.ClearSlots();
   card.canonIndex.clear();
+  card.values.clear();
   card.valid = false;
-  if (!DecodeValues(blob, card.values)) {
-    Fail(kStatusDatabase, "the stored values of card " + std::to_string(cardId) + " are damaged");
-  }
+  if (card.slot.size() < canon_.size()) card.slot.resize(canon_.size(), -1);
+  auto* p = reinterpret_cast<const unsigned char*>(blob.data());
+  auto* end = p + blob.size();
   bool reloaded = false;
-  for (size_t i = 0; i < card.values.size(); ++i) {
-    uint32_t code = card.values[i].code;
+  int64_t unknown = -1;  // the first code no name has; damage is reported before it
+  while (p != end) {
+    uint64_t code = 0, length = 0;
+    if (!ReadVarint(p, end, code) || !ReadVarint(p, end, length) || code == 0 || code > UINT32_MAX ||
+        length > static_cast<uint64_t>(end - p)) {
+      Fail(kStatusDatabase, "the stored values of card " + std::to_string(cardId) + " are damaged");
+    }
+    std::string_view text(reinterpret_cast<const char*>(p), length);
+    p += length;
     auto lookup = [&] { return code < canonByCode_.size() ? canonByCode_[code] : -1; };
     int32_t index = lookup();
     if (index < 0 && !reloaded) {
@@ -292,14 +302,17 @@ void CSqliteCardStore::Impl::Decode(int32_t cardId, std::string_view blob, Decod
       namesLoaded_ = false;
       EnsureNamesLoaded();
       reloaded = true;
+      if (card.slot.size() < canon_.size()) card.slot.resize(canon_.size(), -1);
       index = lookup();
     }
-    if (index < 0) {
-      Fail(kStatusDatabase, "card " + std::to_string(cardId) + " holds unknown value code " + std::to_string(code));
-    }
-    if (card.slot.size() < canon_.size()) card.slot.resize(canon_.size(), -1);
+    if (index < 0 && unknown < 0) unknown = static_cast<int64_t>(code);
+    if (unknown >= 0) continue;  // failing anyway; read on only to find damage
+    card.values.push_back({static_cast<uint32_t>(code), text});
     card.canonIndex.push_back(index);
-    card.slot[index] = static_cast<int32_t>(i);
+    card.slot[index] = static_cast<int32_t>(card.values.size() - 1);
+  }
+  if (unknown >= 0) {
+    Fail(kStatusDatabase, "card " + std::to_string(cardId) + " holds unknown value code " + std::to_string(unknown));
   }
   card.id = cardId;
 }

@@ -15,17 +15,6 @@ void AppendVarint(std::string& out, uint64_t value) {
   out.push_back(static_cast<char>(value));
 }
 
-static bool ReadVarint(const unsigned char*& p, const unsigned char* end, uint64_t& value) {
-  value = 0;
-  for (int shift = 0; shift < 64; shift += 7) {
-    if (p == end) return false;
-    unsigned char byte = *p++;
-    value |= static_cast<uint64_t>(byte & 0x7F) << shift;
-    if (!(byte & 0x80)) return true;
-  }
-  return false;
-}
-
 bool DecodeValues(std::string_view blob, std::vector<CodedValue>& out) {
   out.clear();
   auto* p = reinterpret_cast<const unsigned char*>(blob.data());

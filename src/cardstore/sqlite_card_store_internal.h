@@ -80,6 +80,21 @@ struct CodedValue {
   std::string_view text;
 };
 void AppendVarint(std::string& out, uint64_t value);
+// Reads one varint at p, moving p past it; false when it runs past end.
+inline bool ReadVarint(const unsigned char*& p, const unsigned char* end, uint64_t& value) {
+  if (p != end && *p < 0x80) {  // codes and most lengths fit one byte
+    value = *p++;
+    return true;
+  }
+  value = 0;
+  for (int shift = 0; shift < 64; shift += 7) {
+    if (p == end) return false;
+    unsigned char byte = *p++;
+    value |= static_cast<uint64_t>(byte & 0x7F) << shift;
+    if (!(byte & 0x80)) return true;
+  }
+  return false;
+}
 // False when the blob is damaged.
 bool DecodeValues(std::string_view blob, std::vector<CodedValue>& out);
 void EncodeValues(const std::vector<CodedValue>& values, std::string& out);

@@ -893,6 +893,40 @@ TEST_F(SqliteStoreTest, DamagedValueBlobIsReportedNotMisread) {
   EXPECT_THAT(store_->GetLastError(), HasSubstr("damaged"));
   EXPECT_EQ(store_->GetValue(2, "Name", v), S::kStatusDatabase);
   EXPECT_THAT(store_->GetLastError(), HasSubstr("unknown value code 99"));
+  // Damage is reported even behind an unknown code; a scan fails on either.
+  ASSERT_EQ(store_->AddCard(3, {{"Name", "Three"}}), 0);
+  RawExec(path_, "UPDATE cards SET vals = x'6301410105' WHERE id = 3;");
+  EXPECT_EQ(store_->GetValue(3, "Name", v), S::kStatusDatabase);
+  EXPECT_THAT(store_->GetLastError(), HasSubstr("damaged"));
+  RawExec(path_, "UPDATE cards SET vals = x'010141630141010142' WHERE id = 3;");  // good, unknown, good
+  EXPECT_EQ(store_->GetValue(3, "Name", v), S::kStatusDatabase);
+  EXPECT_THAT(store_->GetLastError(), HasSubstr("unknown value code 99"));
+  EXPECT_EQ(store_->ScanCards([](int32_t, const ICardValues&) { return true; }), S::kStatusDatabase);
+  RawExec(path_, "DELETE FROM cards WHERE id IN (1, 2);");
+  EXPECT_EQ(store_->ScanCards([](int32_t, const ICardValues&) { return true; }), S::kStatusDatabase);
+  RawExec(path_, "UPDATE cards SET vals = x'010141' WHERE id = 3;");
+  EXPECT_EQ(Get(*store_, 3, "Name"), "A");
+}
+
+TEST_F(SqliteStoreTest, ValueNamesRegisteredElsewhereReadBeforeTheCachesRefresh) {
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}), 0);
+  ASSERT_EQ(store_->AddCard(2, {{"Name", "Two"}}), 0);
+  auto slow = S::Open(path_, OpenMode::kOpenExisting, {1000, 3600 * 1000});
+  EXPECT_EQ(Get(*slow, 1, "Name"), "One");
+  for (const char* name : {"Fax", "Title", "Notes", "Email 3.Label", "Phone 6.Rectangle"}) {
+    ASSERT_EQ(store_->PutValue(2, name, std::string("new ") + name), 0);
+  }
+  // slow has not looked for commits, but a card it reads holds codes it does not know.
+  for (const char* name : {"Fax", "Title", "Notes", "Email 3.Label", "Phone 6.Rectangle"}) {
+    EXPECT_EQ(Get(*slow, 2, name), std::string("new ") + name);
+  }
+  std::string seen;
+  ASSERT_EQ(slow->ScanCards([&](int32_t id, const ICardValues& values) {
+    seen += std::to_string(id) + ":" + values.Get("Name") + "/" + values.Get("Phone 6.Rectangle") + " ";
+    return true;
+  }),
+            0);
+  EXPECT_EQ(seen, "1:One/ 2:Two/new Phone 6.Rectangle ");
 }
 
 }  // namespace
