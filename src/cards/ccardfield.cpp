@@ -179,7 +179,10 @@ bool NeedsTrim(const std::string& text) { return !text.empty() && (IsBlank(text.
 
 }  // namespace
 
-void CCardField::SetText(const std::string& text) { text_ = NeedsTrim(text) ? CString::TrimText(text) : text; }
+void CCardField::SetText(const std::string& text) {
+  if (NeedsTrim(text)) text_ = CString::TrimText(text);
+  else text_ = text;
+}
 
 void CCardField::SetText(std::string&& text) {
   if (NeedsTrim(text)) text_ = CString::TrimText(text);

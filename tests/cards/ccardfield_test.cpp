@@ -208,8 +208,8 @@ TEST(CCardFieldTest, DumpShowsStoredFlagsAndOptionalLabel) {
 TEST(CCardFieldTest, NamesInAndOutOfTheCatalogue) {
   CCardField field;
   EXPECT_EQ(field.Name(), "");
-  const std::vector<std::string> names = {"Badge",   "Title",   "", "Solvane Status",
-                                          "Phone 6", "phone 6", "A much longer custom field name"};
+  const std::vector<std::string> names = {
+      "Badge", "Title", "", "Solvane Status", "Phone 6", "phone 6", "A much longer custom field name"};
   for (const std::string& name : names) {
     field.SetFieldName(name);
     EXPECT_EQ(field.Name(), name);
@@ -250,6 +250,7 @@ TEST(CCardFieldTest, CopiesOwnTheirNameAndLabel) {
   EXPECT_EQ(phone.Label(), "");
   CCardField moved(std::move(badge));
   EXPECT_EQ(moved.Name(), "Room");
+  EXPECT_EQ(badge.Name() + badge.Label(), "");  // a moved-from field still answers
 }
 
 TEST(CCardFieldTest, SetTextTakesOverAMovedText) {

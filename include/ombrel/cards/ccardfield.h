@@ -79,7 +79,8 @@ class CCardField final : public CObject {
 
   // Allocation-free views for hot loops.
   const std::string& Name() const {
-    return nameIndex_ == kOwnName ? *extras_->name : CatalogueNameStrings()[nameIndex_];
+    if (nameIndex_ != kOwnName) return CatalogueNameStrings()[nameIndex_];
+    return extras_ ? *extras_->name : CatalogueNameStrings()[kNoName];  // a moved-from field has no extras
   }
   const std::string& Text() const { return text_; }
   const std::string& Label() const { return extras_ ? extras_->label : CatalogueNameStrings()[kNoName]; }
