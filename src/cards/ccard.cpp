@@ -88,6 +88,12 @@ std::shared_ptr<CCard> CCard::Clone() const {
   if (nonStandard_) card->MakeNonStandardCard();
   for (int32_t i = 1; i <= fields_.GetNumItems(); ++i) {
     const std::string& name = fields_.GetIndexedKey(i);
+    if (i <= card->NumFields() && &card->fields_.GetIndexedKey(i) == &name) {
+      // The same catalogue slot: the new card's own field, which nobody holds
+      // yet, becomes the copy.
+      card->StoredFieldAt(i).Copy(FieldAt(i));
+      continue;
+    }
     auto clone = FieldAt(i).Clone();
     if (card->fields_.Contains(name)) card->fields_.SetItem(name, std::move(clone));
     else card->fields_.AddItem(name, std::move(clone));
@@ -117,9 +123,8 @@ void CCard::SetData(const std::string& fieldName, const std::string& text, const
   StoreField(std::move(field), true);
 }
 
-void CCard::SetDataInPlace(int32_t position, std::string&& text, const std::string& userLabel,
-                           const CRectangle* rect, int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect,
-                           bool catSuspect) {
+void CCard::SetDataInPlace(int32_t position, std::string&& text, const std::string& userLabel, const CRectangle* rect,
+                           int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect, bool catSuspect) {
   const std::string& key = fields_.GetIndexedKey(position);
   CCardField& field = StoredFieldAt(position);
   if (&field.Name() != &key && field.Name() != key) {  // a catalogue field shares its key's string

@@ -151,10 +151,12 @@ TEST(CCardTest, LastNameMustBeInTheNameIgnoringWhiteSpace) {
     bool ok;
   };
   const std::vector<Case> cases = {
-      {"John  Smith", "Smith", true},   {"John Smyth", "Smith", false}, {"John Smyth", "", true},
-      {"", "", true},                   {"Anna Van Dyke", "VanDyke", true}, {"Anna VanDyke", "Van Dyke", true},
-      {"john smith", "Smith", false},   {"SmSmith", "Smith", true},     {"Sm ith\tJones", "Smith", true},
-      {"", "  ", true},                 {"Ann", "Ann Lee", false},      {"Lee", "Lee\r\n", true},
+      {"John  Smith", "Smith", true},     {"John Smyth", "Smith", false},
+      {"John Smyth", "", true},           {"", "", true},
+      {"Anna Van Dyke", "VanDyke", true}, {"Anna VanDyke", "Van Dyke", true},
+      {"john smith", "Smith", false},     {"SmSmith", "Smith", true},
+      {"Sm ith\tJones", "Smith", true},   {"", "  ", true},
+      {"Ann", "Ann Lee", false},          {"Lee", "Lee\r\n", true},
       {"Ann Le", "Lee", false},
   };
   for (const Case& c : cases) {
@@ -347,11 +349,11 @@ TEST(CCardTest, SetDataInPlaceMatchesSetDataOnTheStoredField) {
     bool ocrSuspect;
   };
   const std::vector<Case> cases = {
-      {"Title", "  CEO ", "", 70, 80, true},     {"Phone 3", "555", "Home", 100, 0, false},
-      {"Badge", "B-17", "", 90, 90, false},      {"Company", "", "", 100, 100, false},
-      {"Name", "Ann Lee", "", 100, 100, false},  {"Title", "CEO", "", 101, 100, false},
-      {"Title", "CEO", "", 100, 101, false},     {"Title", "CEO", "", 256, 100, false},
-      {"Title", "CEO", "", 100, -1, false},      {"Fax", "555", "Work", 100, 100, false},
+      {"Title", "  CEO ", "", 70, 80, true},    {"Phone 3", "555", "Home", 100, 0, false},
+      {"Badge", "B-17", "", 90, 90, false},     {"Company", "", "", 100, 100, false},
+      {"Name", "Ann Lee", "", 100, 100, false}, {"Title", "CEO", "", 101, 100, false},
+      {"Title", "CEO", "", 100, 101, false},    {"Title", "CEO", "", 256, 100, false},
+      {"Title", "CEO", "", 100, -1, false},     {"Fax", "555", "Work", 100, 100, false},
   };
   CRectangle rect(1, 2, 3, 4);
   for (const Case& c : cases) {
