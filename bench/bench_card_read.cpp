@@ -319,9 +319,8 @@ BuildResult BuildAll(const ValueSets& sets, int32_t count, Getter getter) {
         value = std::string(values[next++].second);  // a new string, as ICardValues::Get answers
       }));
     } else if (getter == Getter::kValueReader) {
-      cards.push_back(mgr.BuildCard(id, customFields, [&](std::string_view name, std::string& value) {
-        value = sets.Get(set, name);
-      }));
+      cards.push_back(mgr.BuildCard(id, customFields,
+                                    [&](std::string_view name, std::string& value) { value = sets.Get(set, name); }));
     } else {
       cards.push_back(mgr.BuildCard(id, customFields, [&](const std::string& name) { return sets.Get(set, name); }));
     }

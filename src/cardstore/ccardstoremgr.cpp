@@ -300,12 +300,12 @@ const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std:
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
-                                                 const std::function<std::string(const std::string& name)>& getValue) {
+                                                const std::function<std::string(const std::string& name)>& getValue) {
   return Build(cardId, customFields, [&](const std::string& name, std::string& value) { value = getValue(name); });
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
-                                                 const ValueReader& readValue) {
+                                                const ValueReader& readValue) {
   return Build(cardId, customFields, [&](const std::string& name, std::string& value) { readValue(name, value); });
 }
 

@@ -124,7 +124,8 @@ void CHashTable::Compact() {
 void CHashTable::CheckClass(const ObjectRef& item) const {
   if (restrictedClass_.empty()) return;
   std::string_view cls = item ? item->ClassName() : std::string_view("Nothing");
-  if (cls != restrictedClass_) RaiseTrap("Cannot add a: " + std::string(cls) + " into a hashTable of: " + restrictedClass_);
+  if (cls != restrictedClass_)
+    RaiseTrap("Cannot add a: " + std::string(cls) + " into a hashTable of: " + restrictedClass_);
 }
 
 void CHashTable::CheckNewItem(const std::string& key, const ObjectRef& item) const {
@@ -146,17 +147,18 @@ void CHashTable::AddItemsWithStaticKeys(const StaticKeys& keys, std::span<Object
   std::span<const std::string> names = keys.Keys();
   if (count_ != 0) RaiseTrap("Cannot add static keys: hashTable is not empty");
   if (items.size() != names.size())
-    RaiseTrap("Cannot add static keys: " + std::to_string(items.size()) + " items for " +
-              std::to_string(names.size()) + " keys");
+    RaiseTrap("Cannot add static keys: " + std::to_string(items.size()) + " items for " + std::to_string(names.size()) +
+              " keys");
   entries_.reserve(names.size());
   staticKeysBase_ = reinterpret_cast<uintptr_t>(names.data());
   // The keys are distinct and the table was empty, so only the class is
-  // checked; a class name at the address of one already accepted passes.
+  // checked, and a class name at the address of the last one accepted passes.
   std::string_view accepted;
   for (size_t i = 0; i < names.size(); ++i) {
     if (!restrictedClass_.empty()) {
       std::string_view cls = items[i] ? items[i]->ClassName() : std::string_view();
-      if (cls.data() != accepted.data() || cls.size() != accepted.size() || !items[i]) {
+      bool sameAsAccepted = items[i] && cls.data() == accepted.data() && cls.size() == accepted.size();
+      if (!sameAsAccepted) {
         CheckClass(items[i]);
         accepted = cls;
       }

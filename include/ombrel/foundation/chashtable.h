@@ -126,7 +126,7 @@ class CHashTable final : public CObject {
   // key strings, which never move.
   struct Index {
     std::unordered_map<std::string_view, int32_t> slots;  // key -> slot
-    std::vector<int32_t> tree;  // counting tree over live slots, only while there are holes
+    std::vector<int32_t> tree;                            // counting tree over live slots, only while there are holes
   };
   static constexpr int32_t kIndexThreshold = 48;
 
@@ -147,9 +147,9 @@ class CHashTable final : public CObject {
   void BuildTree();
   void TreeAdd(int32_t slot, int32_t delta);
 
-  std::vector<Entry> entries_;  // insertion order; holes (dead entries) only while indexed
-  int32_t count_ = 0;           // live entries
-  int32_t holes_ = 0;           // dead entries
+  std::vector<Entry> entries_;    // insertion order; holes (dead entries) only while indexed
+  int32_t count_ = 0;             // live entries
+  int32_t holes_ = 0;             // dead entries
   std::unique_ptr<Index> index_;  // only past kIndexThreshold
   // Where the static key list the table was filled with starts: a key at
   // that list's i-th string is looked for in slot i first. Only compared,
