@@ -154,8 +154,12 @@ void CCard::StoreField(std::shared_ptr<CCardField> field, bool keepReadOnlyType)
 }
 
 const std::string& CCard::TableKey(const std::string& name) {
+  const auto& catalogue = CCardField::CatalogueNameStrings();
+  // A field's own Name() is often the catalogue's string already.
+  uintptr_t offset = reinterpret_cast<uintptr_t>(&name) - reinterpret_cast<uintptr_t>(catalogue.data());
+  if (offset < kCatalogueSize * sizeof(std::string)) return name;
   int32_t position = StandardFieldIndex(name);
-  return position < 0 ? name : CCardField::CatalogueNameStrings()[position];
+  return position < 0 ? name : catalogue[position];
 }
 
 const CCardField* CCard::FindFieldPtr(const std::string& name) const {
