@@ -431,10 +431,10 @@ void CSqliteCardStore::Impl::AfterFailedWrite(bool ownTransaction) {
   } else {
     // The bracket goes on; a half-done operation may have left these stale.
     // A card with pending changes stays: those calls succeeded, and no
-    // failing step changes it half-way.
+    // failing step changes it half-way. The image sets follow each
+    // statement that succeeds, so they stay too.
     if (!card_.dirty) card_.valid = false;
     orderValid_ = false;
-    imagesValid_ = false;
     handles_.clear();
   }
 }
