@@ -1,5 +1,6 @@
 #include "ombrel/dupes/dupe_search.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <unordered_map>
@@ -11,6 +12,7 @@
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/cstring.h"
 #include "ombrel/foundation/error.h"
+#include "dupes/key_table.h"
 
 namespace ombrel {
 
@@ -136,10 +138,8 @@ std::shared_ptr<CList> CDupeSearch::GetAllCards() {
 
 std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
   // The three key tables hold the first card seen with each key.
-  std::unordered_map<std::string, int32_t> byName, byEmail, byLastEmail;
-  byName.reserve(static_cast<size_t>(total));
-  byEmail.reserve(static_cast<size_t>(total));
-  byLastEmail.reserve(static_cast<size_t>(total));
+  const size_t expected = static_cast<size_t>(std::max(total, 0));
+  KeyTable byName(expected), byEmail(expected), byLastEmail(expected);
   std::vector<int32_t> suspects;
   std::unordered_set<int32_t> present;
 
@@ -161,10 +161,10 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
 
     bool suspect = false;
     int32_t partner = 0;
-    auto lookup = [&](const std::unordered_map<std::string, int32_t>& table, const std::string& key) {
-      auto it = table.find(key);
-      if (it == table.end()) return false;
-      partner = it->second;
+    auto lookup = [&](const KeyTable& table, const std::string& key) {
+      const int32_t* found = table.Find(key);
+      if (!found) return false;
+      partner = *found;
       return true;
     };
     if (!fullName.empty()) {
@@ -173,9 +173,9 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
       // No name and no e-mail: nothing to pair it by, so it is always looked at.
       suspect = email.empty() || lookup(byEmail, email);
     }
-    if (!fullName.empty()) byName.emplace(fullName, id);
-    if (!email.empty()) byEmail.emplace(email, id);
-    if (!lastEmail.empty()) byLastEmail.emplace(lastEmail, id);
+    if (!fullName.empty()) byName.Emplace(fullName, id);
+    if (!email.empty()) byEmail.Emplace(email, id);
+    if (!lastEmail.empty()) byLastEmail.Emplace(lastEmail, id);
 
     if (suspect) {
       add(id);

@@ -139,7 +139,7 @@ void CDupeSearch::SortCards(CList& cards) {
   input.reserve(static_cast<size_t>(n));
   for (int32_t i = 1; i <= n; ++i) input.push_back(cards.GetItemAs<CCard>(i));
   for (auto& card : input)
-    if (card->tag.empty()) card->tag = ",";
+    if (card->tag.empty()) card->tag.assign(1, ',');
 
   std::vector<int32_t> result;
   // The order depends on nothing but the sequence of tags: sorting the same
@@ -188,13 +188,22 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
     tag[p] = &card[p]->tag;
   }
 
-  // Indexes for the cards without a last name, built on first need.
+  // A card without a last name is offered the later cards with the same tag
+  // or the same e-mail text. Equal tags sit together in the sorted list; the
+  // e-mails are indexed, but only those that such a card carries.
   bool indexed = false;
-  std::unordered_map<std::string, std::vector<int32_t>> byEmail, byTag;
-  auto buildIndexes = [&] {
+  std::unordered_map<std::string_view, std::vector<int32_t>> byEmail;
+  std::vector<int32_t> tagRunEnd;  // one past the last position with the same tag
+  auto buildIndex = [&] {
+    tagRunEnd.resize(static_cast<size_t>(total));
+    for (int32_t p = total - 1; p >= 0; --p)
+      tagRunEnd[p] = (p + 1 < total && *tag[p + 1] == *tag[p]) ? tagRunEnd[p + 1] : p + 1;
+    for (int32_t p = 0; p < total; ++p)
+      if (last[p]->empty() && !email[p]->empty()) byEmail.try_emplace(*email[p]);
     for (int32_t p = 0; p < total; ++p) {
-      if (!email[p]->empty()) byEmail[*email[p]].push_back(p);
-      byTag[*tag[p]].push_back(p);
+      if (email[p]->empty()) continue;
+      auto it = byEmail.find(*email[p]);
+      if (it != byEmail.end()) it->second.push_back(p);
     }
     indexed = true;
   };
@@ -231,18 +240,28 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
         if (wanted(q)) offer(q);
       }
     } else {
-      if (!indexed) buildIndexes();
+      if (!indexed) buildIndex();
       static const std::vector<int32_t> kNone;
-      const std::vector<int32_t>& a = email[p]->empty() ? kNone : byEmail[*email[p]];
-      const std::vector<int32_t>& b = byTag[*tag[p]];
-      auto ia = std::upper_bound(a.begin(), a.end(), p);
-      auto ib = std::upper_bound(b.begin(), b.end(), p);
-      while (go && (ia != a.end() || ib != b.end())) {
+      const std::vector<int32_t>* byMail = &kNone;
+      if (!email[p]->empty()) byMail = &byEmail.find(*email[p])->second;
+      auto ia = std::upper_bound(byMail->begin(), byMail->end(), p);
+      // The run of equal tags after p, then merged with the e-mail candidates in list order.
+      const int32_t tagEnd = tagRunEnd[p];
+      int32_t qt = present.Next(p + 1);
+      while (go) {
+        bool tagLeft = qt < tagEnd;
+        bool mailLeft = ia != byMail->end();
+        if (!tagLeft && !mailLeft) break;
         int32_t q;
-        if (ib == b.end() || (ia != a.end() && *ia < *ib)) q = *ia++;
-        else if (ia == a.end() || *ib < *ia) q = *ib++;
-        else q = (++ia, *ib++);
-        if (present.Present(q)) offer(q);
+        if (tagLeft && (!mailLeft || qt <= *ia)) {
+          q = qt;
+          if (mailLeft && *ia == qt) ++ia;
+          qt = present.Next(qt + 1);
+        } else {
+          q = *ia++;
+          if (!present.Present(q)) continue;
+        }
+        offer(q);
       }
     }
     if (!go) break;  // stopped while the set was still growing: it is not finished
