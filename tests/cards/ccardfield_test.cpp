@@ -205,49 +205,25 @@ TEST(CCardFieldTest, DumpShowsStoredFlagsAndOptionalLabel) {
             "FIELD:Name TEXT: RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False");
 }
 
-TEST(CCardFieldTest, NamesInAndOutOfTheCatalogue) {
+// Catalogue names, other names and the empty one read back alike, and a copy
+// owns its name and label.
+TEST(CCardFieldTest, NamesAndLabelsOfFieldsAndTheirCopies) {
   CCardField field;
-  EXPECT_EQ(field.Name(), "");
-  const std::vector<std::string> names = {
-      "Badge", "Title", "", "Solvane Status", "Phone 6", "phone 6", "A much longer custom field name"};
-  for (const std::string& name : names) {
+  for (const std::string name : {"Badge", "Phone 6", "", "phone 6", "A much longer custom field name", "Title"}) {
     field.SetFieldName(name);
-    EXPECT_EQ(field.Name(), name);
-    EXPECT_EQ(field.GetFieldName().Value(), name);
-    EXPECT_EQ(field.IsExtraPhoneField(), name == "Phone 6") << name;
-    EXPECT_EQ(field.ToStr().substr(0, 6 + name.size() + 1), "FIELD:" + name + " ") << name;
+    EXPECT_EQ(field.Name() + "|" + std::to_string(field.IsExtraPhoneField()),
+              name + "|" + std::to_string(name == "Phone 6"));
   }
-  field.SetData("Nickname", "Bo", "", nullptr, 100, 100, false, false);
-  auto copy = field.Clone();
-  field.SetFieldName("Other");
-  EXPECT_EQ(copy->Name(), "Nickname");
-  EXPECT_EQ(field.Name(), "Other");
-}
-
-TEST(CCardFieldTest, CopiesOwnTheirNameAndLabel) {
   CCardField phone;
   phone.SetData("Phone 2", "555", "Home", nullptr, 10, 20, true, false);
-  phone.MakeReadOnly();
-  CCardField copy(phone);
-  EXPECT_EQ(copy.ToStr(), phone.ToStr());
-  EXPECT_TRUE(copy.IsReadOnlyType());
-  copy.SetUserLabel("Work");
-  EXPECT_EQ(phone.Label(), "Home");
-
-  CCardField custom;
-  custom.SetFieldName("Badge");
-  custom = phone;
-  EXPECT_EQ(custom.ToStr(), phone.ToStr());
-  custom.SetUserLabel("");
-  EXPECT_EQ(custom.Label(), "");
-  EXPECT_EQ(phone.Label(), "Home");
-
   CCardField badge;
   badge.SetData("Badge", "B-1", "", nullptr, 100, 100, false, false);
-  phone = badge;
+  CCardField copy(phone);
+  copy.SetUserLabel("Work");
+  CCardField assigned;
+  assigned = badge;
   badge.SetFieldName("Room");
-  EXPECT_EQ(phone.Name(), "Badge");
-  EXPECT_EQ(phone.Label(), "");
+  EXPECT_EQ(phone.Label() + "|" + copy.Label() + "|" + assigned.Name() + "|" + assigned.Label(), "Home|Work|Badge|");
   CCardField moved(std::move(badge));
   EXPECT_EQ(moved.Name(), "Room");
   EXPECT_EQ(badge.Name() + badge.Label(), "");  // a moved-from field still answers
@@ -258,14 +234,9 @@ TEST(CCardFieldTest, SetTextTakesOverAMovedText) {
   std::string text = "a text long enough to live on the heap";
   const char* storage = text.data();
   field.SetText(std::move(text));
-  EXPECT_EQ(field.Text(), "a text long enough to live on the heap");
   EXPECT_EQ(field.Text().data(), storage);
-
-  std::string padded = " \t padded text, trimmed as any other\r\n";
-  field.SetText(std::move(padded));
+  field.SetText(std::string(" \t padded text, trimmed as any other\r\n"));
   EXPECT_EQ(field.Text(), "padded text, trimmed as any other");
-  field.SetText(std::string("   "));
-  EXPECT_FALSE(field.HasText());
 }
 
 }  // namespace
