@@ -75,6 +75,10 @@ int RunFind(const FindOptions& options) {
     outcome = SearchDupes(TypesFor(options.type), &progress, emit);
   }
   if (options.json) std::cout << (firstSet ? "[]\n" : "\n]\n");
+  // The process ends right after: handing hundreds of thousands of cards back
+  // to the allocator one by one would only add to the wait.
+  static auto* keptUntilExit = new std::vector<std::shared_ptr<CList>>();
+  keptUntilExit->push_back(std::move(outcome.cards));
   std::cout.flush();
   if (outcome.stopped) {
     std::cerr << "Search stopped: the results above are what was found so far.\n";

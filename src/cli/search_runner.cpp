@@ -31,6 +31,7 @@ SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* pr
       return outcome;
     }
     outcome.suspects = suspects->GetNumItems();
+    outcome.cards = suspects;
     // Grouping rewrites tags (an empty one becomes "," and back), so each type
     // starts from the tags the cards had when they were loaded.
     std::vector<std::string> loadedTags;

@@ -24,6 +24,8 @@ struct SearchOutcome {
   bool stopped = false;
   SearchTimings timings;
   int32_t suspects = 0;
+  // The cards read, which the sets refer to.
+  std::shared_ptr<CList> cards;
 };
 
 // Hands each type's sets to emit as soon as they are found (null when the

@@ -44,8 +44,18 @@ void InUpdate(Body body) {
 CDupeSet::CDupeSet() : dupes_(std::make_shared<CList>()) { dupes_->RestrictType("CCard"); }
 
 std::string CDupeSet::DataSignature(const CCard& card) {
-  std::string sig = std::to_string(card.GetCardID()) + "\r\n";
-  for (int32_t i = 1; i <= card.NumFields(); ++i) {
+  // Sized first: one allocation per signature, and a set is made per candidate primary.
+  const int32_t n = card.NumFields();
+  size_t size = 16;
+  for (int32_t i = 1; i <= n; ++i) {
+    const CCardField& f = card.FieldAt(i);
+    size += 3 + f.Text().size() + (f.Text().empty() ? 0 : f.Label().size());
+  }
+  std::string sig;
+  sig.reserve(size);
+  sig += std::to_string(card.GetCardID());
+  sig += "\r\n";
+  for (int32_t i = 1; i <= n; ++i) {
     const CCardField& f = card.FieldAt(i);
     if (IsBookkeepingField(f.Name())) continue;
     if (!f.Text().empty()) sig += f.Label();
