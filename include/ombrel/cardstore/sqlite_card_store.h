@@ -19,12 +19,12 @@
 // read stays decoded in memory. CardExists, HasFrontImage and HasBackImage
 // answer from the card IDs and image sides kept in memory, each set read in
 // one query when first needed and kept current by this store's own writes.
-// Several connections may share the file (the
-// host application, a second ombrel process, another store object): the file
-// runs in WAL mode, readers never wait for a writer, and a writer that cannot
-// get the write lock within the busy timeout gets a failing status instead of
-// blocking forever. Reads outside an update bracket notice commits by other
-// connections at most refreshIntervalMs late.
+// Several connections may share the file (the host application, a second
+// ombrel process, another store object): the file runs in WAL mode, readers
+// never wait for a writer, and a writer that cannot get the write lock within
+// the busy timeout gets a failing status instead of blocking forever. Reads
+// outside an update bracket notice commits by other connections at most
+// refreshIntervalMs late; inside one every answer is exact.
 //
 // Status values: 0 success; otherwise one of the kStatus* codes below, and
 // GetLastError names what failed (operation, card ID, value name, SQLite's
@@ -68,8 +68,9 @@ enum class OpenMode {
 struct SqliteStoreOptions {
   // How long a statement waits for another connection's lock before failing.
   int busyTimeoutMs = 5000;
-  // Outside an update bracket, how often cached cards and the card order are
-  // checked against commits of other connections. 0 checks on every read.
+  // Outside an update bracket, how often the cached card, the card order and
+  // the ID and image sets are checked against commits of other connections.
+  // 0 checks on every read.
   int refreshIntervalMs = 20;
 };
 
