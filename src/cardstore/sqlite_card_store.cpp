@@ -236,8 +236,8 @@ int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {
   }
   std::string canonical;
   int32_t index = CanonicalName(name, customFields_, canonical) ? Intern(canonical) : kUnknownName;
-  // Names asked for are few; this bounds a misuse and keeps probes short.
-  // Emptied, the table still has slot free.
+  // Names asked for are few; emptying the table when half full bounds a
+  // misuse and keeps probes short (slot, free before, stays free).
   if (resolvedCount_ >= kResolvedSlots / 2) ForgetResolvedNames();
   resolved_[slot] = {std::string(name), index, true};
   ++resolvedCount_;
