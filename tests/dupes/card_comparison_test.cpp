@@ -13,21 +13,13 @@
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/error.h"
+#include "support/error_text.h"
 #include "support/fake_card_store.h"
 
 namespace ombrel {
 namespace {
 
 using Texts = std::vector<std::pair<std::string, std::string>>;
-
-std::string ErrorText(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Description();
-  }
-  return "<no error>";
-}
 
 struct CardShape {
   std::string last;

@@ -15,21 +15,13 @@
 #include "ombrel/foundation/crectangle.h"
 #include "ombrel/foundation/error.h"
 #include "ombrel/foundation/messages.h"
+#include "support/error_text.h"
 #include "support/fake_card_store.h"
 
 namespace ombrel {
 namespace {
 
 using Texts = std::vector<std::pair<std::string, std::string>>;
-
-std::string ErrorText(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Description();
-  }
-  return "<no error>";
-}
 
 std::shared_ptr<CCard> Card(int32_t id, const Texts& texts = {}) {
   auto card = std::make_shared<CCard>();

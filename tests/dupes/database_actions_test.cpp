@@ -12,19 +12,11 @@
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/error.h"
 #include "ombrel/foundation/messages.h"
+#include "support/error_text.h"
 #include "support/fake_card_store.h"
 
 namespace ombrel {
 namespace {
-
-std::string ErrorText(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Description();
-  }
-  return "<no error>";
-}
 
 // Everything the worker shows, one line per call.
 class RecordingProgress final : public IActionProgress {

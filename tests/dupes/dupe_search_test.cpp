@@ -18,6 +18,7 @@
 #include "ombrel/cardstore/sqlite_card_store.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/error.h"
+#include "support/error_text.h"
 #include "support/fake_card_store.h"
 
 namespace ombrel {
@@ -64,15 +65,6 @@ std::string Sets(const CList& sets) {
   model::Sets list;
   for (int32_t i = 1; i <= sets.GetNumItems(); ++i) list.push_back(sets.GetItemAs<CDupeSet>(i));
   return model::DumpSets(list);
-}
-
-std::string ErrorText(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Description();
-  }
-  return "<no error>";
 }
 
 // Records what the search shows; answers false (stop) when stopAt says so.

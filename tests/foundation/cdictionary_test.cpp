@@ -4,20 +4,10 @@
 
 #include <limits>
 #include <string>
+#include "support/error_text.h"
 
 namespace ombrel {
 namespace {
-
-// The description of the trap f raises, or why it is not one.
-template <class F>
-std::string TrapText(F f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number() == kTrapErrorNumber && e.Source() == "TRAP" ? e.Description() : "not a trap: " + e.Description();
-  }
-  return "no trap";
-}
 
 TEST(CDictionaryTest, KeepsTextsInOrderWithExactErrors) {
   CDictionary dict;

@@ -11,20 +11,10 @@
 
 #include "ombrel/foundation/cdictionary.h"
 #include "ombrel/foundation/cstring.h"
+#include "support/error_text.h"
 
 namespace ombrel {
 namespace {
-
-// The description of the trap f raises, or why it is not one.
-template <class F>
-std::string TrapText(F f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number() == kTrapErrorNumber && e.Source() == "TRAP" ? e.Description() : "not a trap: " + e.Description();
-  }
-  return "no trap";
-}
 
 // Stands in for the card class, which lives in another subsystem.
 class FakeCard final : public CObject {

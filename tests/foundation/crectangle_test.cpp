@@ -6,20 +6,10 @@
 #include <string>
 
 #include "ombrel/foundation/error.h"
+#include "support/error_text.h"
 
 namespace ombrel {
 namespace {
-
-// The description of the trap f raises, or why it is not one.
-template <class F>
-std::string TrapText(F f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number() == kTrapErrorNumber && e.Source() == "TRAP" ? e.Description() : "not a trap: " + e.Description();
-  }
-  return "no trap";
-}
 
 TEST(CRectangleTest, TextFormAndParseStrAreInverse) {
   constexpr int32_t kMax = std::numeric_limits<int32_t>::max(), kMin = std::numeric_limits<int32_t>::min();

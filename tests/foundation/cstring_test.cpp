@@ -8,20 +8,10 @@
 #include <vector>
 
 #include "ombrel/foundation/clist.h"
+#include "support/error_text.h"
 
 namespace ombrel {
 namespace {
-
-// The description of the trap f raises, or why it is not one.
-template <class F>
-std::string TrapText(F f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number() == kTrapErrorNumber && e.Source() == "TRAP" ? e.Description() : "not a trap: " + e.Description();
-  }
-  return "no trap";
-}
 
 using Transform = std::function<CString&(CString&)>;
 const Transform kSingleLine = [](CString& s) -> CString& { return s.SingleLine(); };

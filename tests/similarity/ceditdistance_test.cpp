@@ -11,20 +11,10 @@
 #include "foundation/utf8.h"
 #include "ombrel/foundation/clist.h"
 #include "ombrel/foundation/error.h"
+#include "support/error_text.h"
 
 namespace ombrel {
 namespace {
-
-// The description of the trap f raises, or why it is not one.
-template <class F>
-std::string TrapText(F f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number() == kTrapErrorNumber && e.Source() == "TRAP" ? e.Description() : "not a trap: " + e.Description();
-  }
-  return "no trap";
-}
 
 std::shared_ptr<CString> Ops(const std::string& s) { return std::make_shared<CString>(s); }
 
