@@ -11,7 +11,9 @@
 //
 // Entries are kept small, as every card in memory holds a table of some
 // thirty: a key is a string of the entry's own on the heap, or, when added
-// through AddItemWithStaticKey, a static string the entry only refers to.
+// with a static key, a static string the entry only refers to. A table filled
+// from a static key list finds a key given as one of that list's very
+// strings without searching.
 #pragma once
 
 #include <cstdint>
