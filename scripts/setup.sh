@@ -3,6 +3,7 @@
 # Idempotent: packages already present are skipped, the build is incremental.
 #   scripts/setup.sh                 release build in build/
 #   OMBREL_SANITIZE=ON scripts/setup.sh   ASan+UBSan build in build-asan/
+#   OMBREL_BUILD_BENCH=OFF                leaves the benchmarks out
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -31,5 +32,6 @@ BUILD_DIR="${OMBREL_BUILD_DIR:-build}"
 [ "$SANITIZE" = "ON" ] && BUILD_DIR="${OMBREL_BUILD_DIR:-build-asan}"
 BUILD_TYPE=Release; [ "$SANITIZE" = "ON" ] && BUILD_TYPE=RelWithDebInfo
 
-cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE="$BUILD_TYPE" -DOMBREL_SANITIZE="$SANITIZE" >/dev/null
+BENCH="${OMBREL_BUILD_BENCH:-ON}"
+cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE="$BUILD_TYPE" -DOMBREL_SANITIZE="$SANITIZE" -DOMBREL_BUILD_BENCH="$BENCH" >/dev/null
 cmake --build "$BUILD_DIR" -j"$(nproc)"

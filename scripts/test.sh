@@ -5,6 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 export OMBREL_SANITIZE="${OMBREL_SANITIZE:-ON}"
+export OMBREL_BUILD_BENCH="${OMBREL_BUILD_BENCH:-OFF}"  # benchmarks are not tests
 scripts/setup.sh
 BUILD_DIR="${OMBREL_BUILD_DIR:-build}"
 [ "$OMBREL_SANITIZE" = "ON" ] && BUILD_DIR="${OMBREL_BUILD_DIR:-build-asan}"
