@@ -64,7 +64,10 @@ std::shared_ptr<CSqliteCardStore> ConnectDatabase(const std::string& path) {
 }
 
 TerminalProgress::TerminalProgress()
-    : enabled_(StderrIsTerminal()), start_(std::chrono::steady_clock::now()), lastDraw_(start_) {}
+    : enabled_(StderrIsTerminal()),
+      action_(GetResString(search_text::kActionOther)),
+      start_(std::chrono::steady_clock::now()),
+      lastDraw_(start_) {}
 
 TerminalProgress::~TerminalProgress() { Clear(); }
 
