@@ -10,19 +10,11 @@
 #include "ombrel/cards/field_catalogue.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/foundation/error.h"
+#include "support/error_text.h"
 #include "support/fake_card_store.h"
 
 namespace ombrel {
 namespace {
-
-std::string ErrorText(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Description();
-  }
-  return "<no error>";
-}
 
 void SetText(CCard& card, const std::string& name, const std::string& text) {
   card.SetData(name, text, "", nullptr, 100, 100, false, false);
@@ -132,18 +124,6 @@ TEST(CCardTest, SetFieldStoresACopyAndGetFieldHandsOutTheStoredOne) {
   EXPECT_TRUE(card.GetField("Name")->OcrSuspectFlag());
 }
 
-TEST(CCardTest, SettingTheNameForgetsTheLastName) {
-  CCard card;
-  SetText(card, "Name", "John Smith");
-  card.SetLastName("Smith");
-  SetText(card, "Title", "CEO");
-  EXPECT_EQ(card.GetLastName(), "Smith");
-  CCardField name;
-  name.SetData("Name", "John Smith", "", nullptr, 100, 100, false, false);
-  card.SetField(name);
-  EXPECT_EQ(card.GetLastName(), "");
-}
-
 TEST(CCardTest, LastNameMustBeInTheNameIgnoringWhiteSpace) {
   struct Case {
     std::string name;
@@ -213,18 +193,6 @@ TEST(CCardTest, TextsOfTheCard) {
   EXPECT_EQ(card.GetText(), "Ann Lee\r\nAcme\r\n555\r\nmet at fair\r\nAnnie\r\n");
 }
 
-TEST(CCardTest, UserModifiableDataSkipsOnlyTheStoresBookkeeping) {
-  CCard card;
-  card.MakeNonStandardCard();
-  SetText(card, "Name", "Ann");
-  SetText(card, "Creation Date", "2001-01-01");
-  card.SetData("Phone 1", "555", "Work", nullptr, 100, 100, false, false);
-  SetText(card, "Notes", "");
-  SetText(card, "Solvane Status", "OK");
-  SetText(card, "Modified Date", "2002-02-02");
-  EXPECT_EQ(card.GetAllUserModifiableData(), "\tAnn\r\nWork\t555\r\n\t\r\n");
-}
-
 TEST(CCardTest, CloneIsDeepAndRechecksTheLastName) {
   CCard card;
   card.AddField("Badge", true);
@@ -272,14 +240,6 @@ TEST(CCardTest, CloneIsDeepAndRechecksTheLastName) {
   EXPECT_FALSE(oddClone->HasStoredCardId());
   SetText(*oddClone, "Other", "grows like its source");
   EXPECT_EQ(oddClone->NumFields(), 2);
-}
-
-TEST(CCardTest, CatalogueNamesAndTheirPositions) {
-  for (size_t i = 0; i < kStandardFieldNames.size(); ++i)
-    EXPECT_EQ(StandardFieldIndex(kStandardFieldNames[i]), static_cast<int32_t>(i)) << kStandardFieldNames[i];
-  for (std::string_view other : {"", "name", "Phone 7", "Phone 0", "Fax ", "Web page", "Email 12", "Nickname", "N",
-                                 "Solvane Statuz", "Creation  Date", "Phone1", "Emaiz 1"})
-    EXPECT_FALSE(IsStandardFieldName(other)) << other;
 }
 
 // Custom fields follow the catalogue as AddField adds them; a field handed
@@ -408,17 +368,6 @@ TEST_F(CCardConfidenceTest, SuspectCountsAddToTheCountersUnlessVerified) {
   card->GetSuspectInfo(ocr, cat, level);
   EXPECT_EQ(std::to_string(ocr) + " " + std::to_string(cat) + " " + std::to_string(level), "0 0 5");
   EXPECT_EQ(store_->CallCount("GetValue"), 1);
-}
-
-TEST_F(CCardConfidenceTest, WithoutAManagerTheCertaintyCannotBeRead) {
-  auto card = CardWithCertainty("50");
-  CardStoreMgr().reset();
-  try {
-    card->GetConfLevel();
-    ADD_FAILURE() << "no error";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), kObjectNotSetErrorNumber);
-  }
 }
 
 TEST_F(CCardConfidenceTest, LevelIsCachedAgainstTheCardDump) {

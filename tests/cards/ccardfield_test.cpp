@@ -7,19 +7,10 @@
 #include <vector>
 
 #include "ombrel/foundation/error.h"
+#include "support/error_text.h"
 
 namespace ombrel {
 namespace {
-
-// The description of the error f raises, or "<no error>".
-std::string ErrorText(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Description();
-  }
-  return "<no error>";
-}
 
 const std::string kLabelRule = "Only additional Email or Phone fields may contain user labels";
 
@@ -191,52 +182,6 @@ TEST(CCardFieldTest, ReadOnlyByTypeOrByName) {
     EXPECT_EQ(field.IsReadOnly(), c.readOnly) << c.name;
     EXPECT_EQ(field.IsReadOnlyType(), c.madeReadOnly) << c.name;
   }
-}
-
-TEST(CCardFieldTest, DumpShowsStoredFlagsAndOptionalLabel) {
-  CCardField field;
-  CRectangle rect(10, 20, 300, 40);
-  field.SetData("Email 2", " ann@example.com ", "Work", &rect, 0, 99, false, true);
-  CCardField name;
-  name.SetFieldName("Name");
-  EXPECT_EQ(field.ToStr() + "\n" + name.ToStr(),
-            "FIELD:Email 2 LABEL:Work TEXT:ann@example.com RECT:T:10,L:20,W:300,H:40 OCR_CONF:0 CAT_CONF:99 "
-            "OCR_SUSP:False CAT_SUSP:True\n"
-            "FIELD:Name TEXT: RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False");
-}
-
-// Catalogue names, other names and the empty one read back alike, and a copy
-// owns its name and label.
-TEST(CCardFieldTest, NamesAndLabelsOfFieldsAndTheirCopies) {
-  CCardField field;
-  for (const std::string name : {"Badge", "Phone 6", "", "phone 6", "A much longer custom field name", "Title"}) {
-    field.SetFieldName(name);
-    EXPECT_EQ(field.Name() + "|" + std::to_string(field.IsExtraPhoneField()),
-              name + "|" + std::to_string(name == "Phone 6"));
-  }
-  CCardField phone;
-  phone.SetData("Phone 2", "555", "Home", nullptr, 10, 20, true, false);
-  CCardField badge;
-  badge.SetData("Badge", "B-1", "", nullptr, 100, 100, false, false);
-  CCardField copy(phone);
-  copy.SetUserLabel("Work");
-  CCardField assigned;
-  assigned = badge;
-  badge.SetFieldName("Room");
-  EXPECT_EQ(phone.Label() + "|" + copy.Label() + "|" + assigned.Name() + "|" + assigned.Label(), "Home|Work|Badge|");
-  CCardField moved(std::move(badge));
-  EXPECT_EQ(moved.Name(), "Room");
-  EXPECT_EQ(badge.Name() + badge.Label(), "");  // a moved-from field still answers
-}
-
-TEST(CCardFieldTest, SetTextTakesOverAMovedText) {
-  CCardField field;
-  std::string text = "a text long enough to live on the heap";
-  const char* storage = text.data();
-  field.SetText(std::move(text));
-  EXPECT_EQ(field.Text().data(), storage);
-  field.SetText(std::string(" \t padded text, trimmed as any other\r\n"));
-  EXPECT_EQ(field.Text(), "padded text, trimmed as any other");
 }
 
 }  // namespace

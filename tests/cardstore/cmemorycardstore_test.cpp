@@ -58,16 +58,6 @@ TEST_F(CMemoryCardStoreTest, CardsInInsertionOrder) {
   }
 }
 
-TEST_F(CMemoryCardStoreTest, HoldsTheCallersCardItself) {
-  auto card = Card(40, "Dee");
-  store_.AddCard(card);
-  EXPECT_EQ(store_.GetCard(4), card);
-  card->SetData("Title", "CEO", "", nullptr, 100, 100, false, false);
-  std::string title;
-  EXPECT_EQ(store_.GetValue(40, "Title", title), 0);
-  EXPECT_EQ(title, "CEO");
-}
-
 // An unexpected error inside an operation reports the status set so far.
 TEST_F(CMemoryCardStoreTest, UnexpectedErrorsReadAsTheStatusSoFar) {
   EXPECT_EQ(store_.AddCard(std::make_shared<CCard>()), 0);  // no ID: GetCardID raises
@@ -186,21 +176,6 @@ TEST_F(CMemoryCardStoreTest, TheRestAnswersSuccessWithEmptyResults) {
                     store_.GetCapabilities(caps) + store_.Connect() + store_.BeginUpdate() + store_.CommitUpdate() +
                     store_.AbortUpdate() + store_.Disconnect();
   EXPECT_EQ(std::to_string(statuses) + labels + categories + std::to_string(caps), "00");
-}
-
-TEST_F(CMemoryCardStoreTest, OffersNoErrorTextAndNoCustomFields) {
-  ICardStore& asStore = store_;
-  std::string fields;
-  for (const std::string member : {"GetLastError", "GetCustomFields"}) {
-    try {
-      if (member == "GetLastError") asStore.GetLastError();
-      else asStore.GetCustomFields(fields);
-      ADD_FAILURE() << member;
-    } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), kMissingMemberErrorNumber);
-      EXPECT_NE(e.Description().find(member), std::string::npos) << e.Description();
-    }
-  }
 }
 
 }  // namespace

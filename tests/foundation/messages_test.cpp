@@ -157,16 +157,5 @@ TEST(ValueUtilitiesTest, SortLongsSortsOnlyTheGivenRange) {
   EXPECT_THROW(SortLongs(values, -1, 2), Error);
 }
 
-TEST(ValueUtilitiesTest, CutAtNulMaxOfMinOf) {
-  using namespace std::string_literals;
-  EXPECT_EQ(CutAtNul("abc\0def"s), "abc");
-  EXPECT_EQ(CutAtNul("abc"), "abc");
-  EXPECT_EQ(CutAtNul("\0abc"s), "");
-  EXPECT_EQ(MaxOf(3, -4), 3);
-  EXPECT_EQ(MinOf(2.5, 2.25), 2.25);
-  EXPECT_EQ(MaxOf<std::string>("B", "a"), "a");  // character codes, not dictionary order
-  EXPECT_EQ(MinOf<std::string>("ab", "a"), "a");
-}
-
 }  // namespace
 }  // namespace ombrel
