@@ -207,34 +207,6 @@ TEST(CardComparisonTest, WordTestCountsWordsWithItsQuirks) {
             "4-character words are long: pass\n");
 }
 
-// The shorter list of n words allows n - max(3, 0.8 n) unmatched words of
-// the longer one, rounded to the nearest integer.
-TEST(CardComparisonTest, WordTestAllowsUnmatchedWordsByTheShorterListsLength) {
-  std::string dump;
-  for (int n : {1, 3, 4, 5, 7, 8, 9, 11, 12, 13, 17, 18, 20}) {
-    std::string shorter, longer;
-    for (int i = 0; i < n; ++i) shorter += "word" + std::string(1, char('a' + i)) + " ";
-    int most = -1;
-    for (int extra = 0; extra <= 6; ++extra) {
-      longer = shorter;
-      for (int i = 0; i < extra; ++i) longer += "extra" + std::string(1, char('a' + i)) + " ";
-      if (Compare(CONFLICT_DUPE, {"", "", {{"Address", longer}}}, {"", "", {{"Notes", shorter}}})) most = extra;
-    }
-    dump += std::to_string(n) + ":" + (most < 0 ? "none" : std::to_string(most)) + " ";
-  }
-  EXPECT_EQ(dump, "1:none 3:none 4:1 5:1 7:1 8:2 9:2 11:2 12:2 13:3 17:3 18:4 20:4 ");
-}
-
-TEST(CardComparisonTest, ComparingWithAMissingCardFails) {
-  auto card = MakeCard(1, kJohn);
-  CDupeSet set;
-  set.Init(card, CONFLICT_DUPE);
-  EXPECT_EQ(ErrorText([&] { set.CompareCards(nullptr, card.get()); }),
-            "Cannot compare cards: one of the given cards is empty");
-  EXPECT_EQ(ErrorText([&] { set.CompareCards(card.get(), nullptr); }),
-            "Cannot compare cards: one of the given cards is empty");
-}
-
 // Offering no card must fail like comparing with one; run apart so that a
 // crash shows as a failure of this test alone.
 TEST(CardComparisonTest, OfferingAMissingCardFailsWithoutChangingTheSet) {
@@ -375,15 +347,6 @@ TEST_F(CardComparisonStoreTest, AddCardIfDupeMakesACandidateWithAnImageThePrimar
   EXPECT_EQ(layout, "6 | 2 1 4 5");
   // The new primary's snapshot is taken when it is made primary.
   EXPECT_FALSE(set.DupeSetNeedsSaving());
-}
-
-TEST_F(CardComparisonStoreTest, AnExactSetKeepsItsFirstCardAsPrimary) {
-  const CardShape ann{"Lee", "Lee,Ann", {{"Name", "Ann Lee"}}};
-  CDupeSet set;
-  set.Init(StoredCard(1, ann, false), EXACT_DUPE);
-  EXPECT_TRUE(set.AddCardIfDupe(StoredCard(2, ann, true)));
-  EXPECT_EQ(set.GetPrimaryCard()->GetCardID(), 1);
-  EXPECT_EQ(set.GetDupes().GetItemAs<CCard>(1)->GetCardID(), 2);
 }
 
 TEST_F(CardComparisonStoreTest, AStoreFailureWhileChoosingThePrimaryLeavesTheSetUnchanged) {

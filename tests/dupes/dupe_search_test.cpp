@@ -205,28 +205,6 @@ TEST_P(DupeSearchTest, SuspectsShareAKeyWithAnEarlierCardAndComeWithTheirPartner
             "50 ',Ann'\n");
 }
 
-TEST_P(DupeSearchTest, AnEmptyStoreHasNoSuspectsAndNoSets) {
-  Use({});
-  RecordingProgress progress;
-  CDupeSearch search(&progress);
-  auto suspects = search.GetSuspectCards();
-  ASSERT_TRUE(suspects);
-  EXPECT_EQ(suspects->GetNumItems(), 0);
-  EXPECT_EQ(search.FindDupes(CONFLICT_DUPE, *suspects)->GetNumItems(), 0);
-  // Nothing to show: no action text, no report.
-  EXPECT_TRUE(progress.log.empty());
-}
-
-TEST_P(DupeSearchTest, LoadCardTagsTheCardWithLastAndFirstName) {
-  Use({Person(1, "John", "Smith", ""), Person(2, "John", "", ""), Person(3, "", "Smith", ""),
-       Person(4, "", "", ""), Person(5, " John ", "Smith", ""), {6, {{"Name", "Eva  Lind "}, {"Last Name", " Lind "},
-                                                                    {"First Name", "\tEva"}}}});
-  CDupeSearch search;
-  std::string tags;
-  for (int32_t id = 1; id <= 6; ++id) tags += "'" + search.LoadCard(id)->tag + "' ";
-  EXPECT_EQ(tags, "'Smith,John' ',John' 'Smith,' ',' 'Smith, John' 'Lind,\tEva' ");
-}
-
 TEST_P(DupeSearchTest, GetAllCardsPutsTheNamelessFirstEachGroupInStoreOrder) {
   Use({Person(5, "Ann", "Lee", ""), Nameless(3, "a@x.com"), Person(9, "Bob", "Ng", ""),
        {4, {{"First Name", "Cy"}}}, Person(1, "", "Wu", ""), Nameless(2, "")});
@@ -398,20 +376,6 @@ TEST_P(DupeSearchTest, ProgressCountsCardsReadThenCardsTakenIntoSets) {
   EXPECT_LT(std::find(progress.log.begin(), progress.log.end(), "705 6/6"), action);
 }
 
-TEST(DupeSearchActionTextTest, NamesTheTypeThenResetsTheCount) {
-  RecordingProgress progress;
-  CDupeSearch search(&progress);
-  for (int32_t type : {1, 2, 3, 0, 4}) search.SetActionText(type);
-  std::string log;
-  for (const auto& line : progress.log) log += line + "\n";
-  EXPECT_EQ(log,
-            "action 702\n705 0/0\n"
-            "action 703\n705 0/0\n"
-            "action 704\n705 0/0\n"
-            "action 701\n705 0/0\n"
-            "action 701\n705 0/0\n");
-}
-
 TEST_P(DupeSearchTest, AStopWhileReadingMakesGetSuspectCardsAnswerNothing) {
   Use(PairsStore());
   // Every report of a full run, then a run stopped at each of them.
@@ -483,23 +447,6 @@ TEST_P(DupeSearchTest, AnUnreadableSuspectRaisesTheManagersError) {
   EXPECT_EQ(ErrorText([&] { search.GetSuspectCards(); }),
             "Failed to get field data for field: Title\r\nIncorrect rectangle information: 1 2 3");
   EXPECT_EQ(search.FailedCardId(), 4);
-}
-
-TEST(DupeSearchShowTest, TheProgressShowsOnlyForSlowWork) {
-  std::string dump;
-  for (auto [elapsed, done] : std::vector<std::pair<int64_t, int32_t>>{
-           {0, 0}, {1, 0}, {2, 0}, {2, 79}, {2, 80}, {2, 100}, {3, 100}, {9, 0}})
-    dump += std::to_string(elapsed) + "s " + std::to_string(done) + "/100: " +
-            (ShouldShowProgress(elapsed, done, 100) ? "show" : "hide") + "\n";
-  EXPECT_EQ(dump,
-            "0s 0/100: hide\n"
-            "1s 0/100: hide\n"
-            "2s 0/100: show\n"
-            "2s 79/100: show\n"
-            "2s 80/100: hide\n"
-            "2s 100/100: hide\n"
-            "3s 100/100: show\n"
-            "9s 0/100: show\n");
 }
 
 }  // namespace
