@@ -77,12 +77,8 @@ TEST(CardComparisonTest, CompareCardsStepByStepForEveryType) {
       {"identical named cards", kJohn, kJohn},
       {"last names Smith and Smyth", kJohn,
        {"Smyth", "Smith,John", {{"Name", "John Smyth"}, {"Email", "john@x.com"}, {"Title", "CEO"}}}},
-      {"last names differ, empty tags", {"Smith", "", {{"Name", "Smith"}, {"Company", "Smith Smyth"}}},
-       {"Smyth", "", {{"Name", "Smyth"}, {"Company", "Smith Smyth"}}}},
       {"same family, other first name, other e-mail", kJohn,
        {"Smith", "Smith,Jane", {{"Name", "John Smith"}, {"Email", "jane@x.com"}, {"Title", "CEO"}}}},
-      {"same family, other first name, no e-mails", {"Smith", "Smith,John", {{"Name", "Smith"}}},
-       {"Smith", "Smith,Jane", {{"Name", "Smith"}}}},
       {"same family, other first name, same e-mail", kJohn, {"Smith", "Smith,Jon", kJohn.texts}},
       {"same family, other first name, e-mail in other case", kJohn,
        {"Smith", "Smith,Jon", With(kJohn, "Email", "  JOHN@X.com ").texts}},
@@ -107,8 +103,6 @@ TEST(CardComparisonTest, CompareCardsStepByStepForEveryType) {
       {"search-loaded nameless cards, compatible values", nameless1, {"", ",", {{"Company", "Acme"}}}},
       {"empty tags, same text and data, status differs", acme1, acme2},
       {"the same two cards with tags ','", {"", ",", acme1.texts}, {"", ",", acme2.texts}},
-      {"empty tags, text in other case, no e-mail", {"", "", {{"Company", "ACME Corp"}}},
-       {"", "", {{"Company", "acme corp"}}}},
       {"empty tags, text in other case, same e-mail", {"", "", {{"Company", "ACME Corp"}, {"Email", "a@acme.com"}}},
        {"", "", {{"Company", "acme corp"}, {"Email", "A@acme.com"}}}},
       {"empty tags, other text, same e-mail", {"", "", {{"Company", "Acme"}, {"Email", "a@acme.com"}}},
@@ -126,9 +120,7 @@ TEST(CardComparisonTest, CompareCardsStepByStepForEveryType) {
   EXPECT_EQ(dump,
             "identical named cards: E=yes C=yes X=yes\n"
             "last names Smith and Smyth: E=no C=no X=no\n"
-            "last names differ, empty tags: E=no C=no X=no\n"
             "same family, other first name, other e-mail: E=no C=no X=no\n"
-            "same family, other first name, no e-mails: E=no C=no X=no\n"
             "same family, other first name, same e-mail: E=no C=yes X=yes\n"
             "same family, other first name, e-mail in other case: E=no C=no X=yes\n"
             "one last name missing, tags differ: E=no C=yes X=yes\n"
@@ -146,7 +138,6 @@ TEST(CardComparisonTest, CompareCardsStepByStepForEveryType) {
             "search-loaded nameless cards, compatible values: E=no C=yes X=yes\n"
             "empty tags, same text and data, status differs: E=yes C=yes X=yes\n"
             "the same two cards with tags ',': E=no C=no X=yes\n"
-            "empty tags, text in other case, no e-mail: E=no C=no X=no\n"
             "empty tags, text in other case, same e-mail: E=no C=no X=yes\n"
             "empty tags, other text, same e-mail: E=no C=yes X=yes\n"
             "empty tags, other text, other e-mail, enough words: E=no C=no X=yes\n"
@@ -162,10 +153,8 @@ TEST(CardComparisonTest, WordTestCountsWordsWithItsQuirks) {
     Texts a, b;
   };
   const std::vector<Case> cases = {
-      {"3 long words each, all equal", {{"Address", "alpha bravo charlie"}}, {{"Notes", "alpha bravo charlie"}}},
       {"4 long words each, all equal", {{"Address", "alpha bravo charlie delta"}},
        {{"Notes", "alpha bravo charlie delta"}}},
-      {"case is ignored", {{"Address", "ALPHA Bravo charlie delta"}}, {{"Notes", "alpha bravo CHARLIE delta"}}},
       {"5 against 7 words, 2 unmatched", {{"Address", "alpha bravo charlie delta echo"}},
        {{"Notes", "alpha bravo charlie delta echo foxtrot golf"}}},
       {"5 against 6 words, 1 unmatched", {{"Address", "alpha bravo charlie delta echo"}},
@@ -175,8 +164,6 @@ TEST(CardComparisonTest, WordTestCountsWordsWithItsQuirks) {
       {"a short word inside is dropped", {{"Address", "alpha of bravo charlie"}},
        {{"Notes", "alpha bravo charlie delta"}}},
       {"a short final word is kept", {{"Address", "alpha bravo charlie ab"}}, {{"Notes", "alpha bravo charlie xy"}}},
-      {"a short first word is dropped", {{"Address", "ab alpha bravo charlie"}},
-       {{"Notes", "xy alpha bravo charlie"}}},
       {"a short word ending a field is dropped", {{"Company", "alpha bravo ab"}, {"Address", "charlie"}},
        {{"Notes", "alpha bravo charlie delta"}}},
       {"words split on tabs and line breaks", {{"Address", "alpha\tbravo"}, {"Other", "charlie delta"}},
@@ -191,15 +178,12 @@ TEST(CardComparisonTest, WordTestCountsWordsWithItsQuirks) {
   for (const Case& c : cases)
     dump += c.what + ": " + (Compare(CONFLICT_DUPE, {"", "", c.a}, {"", "", c.b}) ? "pass" : "fail") + "\n";
   EXPECT_EQ(dump,
-            "3 long words each, all equal: fail\n"
             "4 long words each, all equal: pass\n"
-            "case is ignored: pass\n"
             "5 against 7 words, 2 unmatched: fail\n"
             "5 against 6 words, 1 unmatched: pass\n"
             "5 against 5 words, 2 unmatched: fail\n"
             "a short word inside is dropped: fail\n"
             "a short final word is kept: pass\n"
-            "a short first word is dropped: fail\n"
             "a short word ending a field is dropped: fail\n"
             "words split on tabs and line breaks: pass\n"
             "a repeated word matches once: fail\n"
@@ -227,7 +211,7 @@ TEST(CardComparisonTest, IsDupeErrors) {
   EXPECT_EQ(ErrorText([&] { empty.IsDupe(*MakeCard(1, kJohn)); }), "DupeSet is empty");
   EXPECT_EQ(ErrorText([&] { empty.ShouldBecomePrimary(*MakeCard(1, kJohn)); }),
             "Dupe set does not have primary card");
-  for (int32_t type : {0, 4, -1}) {
+  for (int32_t type : {0, 4}) {
     CDupeSet set;
     set.Init(MakeCard(1, kJohn), type);
     EXPECT_EQ(ErrorText([&] { set.IsDupe(*MakeCard(2, kJohn)); }), "Unknown dupe type: " + std::to_string(type));
