@@ -17,6 +17,7 @@
 #include "ombrel/foundation/messages.h"
 #include "support/error_text.h"
 #include "support/fake_card_store.h"
+#include "support/store_fixture.h"
 
 namespace ombrel {
 namespace {
@@ -55,47 +56,16 @@ std::shared_ptr<CDupeSet> SetOf(int32_t type, const std::vector<std::shared_ptr<
   return set;
 }
 
-class RecordingPrompt final : public IPrompt {
- public:
-  int MessageBox(const std::string& text, int, const std::string& title) override {
-    shown += text + " [" + title + "]\n";
-    return msgbox::kAnswerOk;
-  }
-  std::string shown;
-};
-
 // Sets that talk to a store: a fake store behind the shared manager, and a
 // prompt that records what would have been shown.
-class DupeSetStoreTest : public ::testing::Test {
+class DupeSetStoreTest : public StoreFixture {
  protected:
-  void SetUp() override {
-    savedMgr_ = CardStoreMgr();
-    savedAppName_ = AppName();
-    AppName() = "Ombrel";
-    store_ = std::make_shared<FakeCardStore>();
-    CardStoreMgr() = std::make_shared<CCardStoreMgr>();
-    CardStoreMgr()->SetCardStore(store_);
-    prompt_ = std::make_shared<RecordingPrompt>();
-    SetPrompt(prompt_);
-  }
-  void TearDown() override {
-    CardStoreMgr() = savedMgr_;
-    AppName() = savedAppName_;
-    SetPrompt(nullptr);
-  }
-
   std::string Log() const {
     std::string out;
     for (const auto& call : store_->calls) out += call + "\n";
     return out;
   }
 
-  std::shared_ptr<FakeCardStore> store_;
-  std::shared_ptr<RecordingPrompt> prompt_;
-
- private:
-  std::shared_ptr<CCardStoreMgr> savedMgr_;
-  std::string savedAppName_;
 };
 
 // ---------------------------------------------------------------------------

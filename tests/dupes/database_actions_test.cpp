@@ -14,6 +14,7 @@
 #include "ombrel/foundation/messages.h"
 #include "support/error_text.h"
 #include "support/fake_card_store.h"
+#include "support/store_fixture.h"
 
 namespace ombrel {
 namespace {
@@ -41,32 +42,11 @@ class RecordingProgress final : public IActionProgress {
   void Note(const std::string& line) { log += line + "\n"; }
 };
 
-class RecordingPrompt final : public IPrompt {
- public:
-  int MessageBox(const std::string& text, int style, const std::string& title) override {
-    shown += text + " [" + std::to_string(style) + ", " + title + "]\n";
-    return msgbox::kAnswerOk;
-  }
-  std::string shown;
-};
-
-class DatabaseActionsTest : public ::testing::Test {
+class DatabaseActionsTest : public StoreFixture {
  protected:
   void SetUp() override {
-    savedMgr_ = CardStoreMgr();
-    savedAppName_ = AppName();
-    AppName() = "Ombrel";
-    store_ = std::make_shared<FakeCardStore>();
-    CardStoreMgr() = std::make_shared<CCardStoreMgr>();
-    CardStoreMgr()->SetCardStore(store_);
-    prompt_ = std::make_shared<RecordingPrompt>();
-    SetPrompt(prompt_);
+    StoreFixture::SetUp();
     actions_.SetOnFinished([this] { ++finishedCalls_; });
-  }
-  void TearDown() override {
-    CardStoreMgr() = savedMgr_;
-    AppName() = savedAppName_;
-    SetPrompt(nullptr);
   }
 
   // A set of stored cards, the first the primary; dupes carry a title.
@@ -96,16 +76,10 @@ class DatabaseActionsTest : public ::testing::Test {
     return out;
   }
 
-  std::shared_ptr<FakeCardStore> store_;
-  std::shared_ptr<RecordingPrompt> prompt_;
   RecordingProgress progress_;
   CDatabaseActions actions_{&progress_};
   CList sets_;
   int finishedCalls_ = 0;
-
- private:
-  std::shared_ptr<CCardStoreMgr> savedMgr_;
-  std::string savedAppName_;
 };
 
 TEST_F(DatabaseActionsTest, RemoveDeletesEveryDupeCountingByCards) {
@@ -208,7 +182,7 @@ TEST_F(DatabaseActionsTest, AnErrorInTheSecondSetEndsTheRunAndIsReported) {
     SCOPED_TRACE(raise ? "raised" : "reported");
     store_ = std::make_shared<FakeCardStore>();
     CardStoreMgr()->SetCardStore(store_);
-    prompt_->shown.clear();
+    prompt_->shownWithStyle.clear();
     sets_.RemoveAll();
     AddSet({1, 2});
     AddSet({3, 4, 5});
@@ -224,7 +198,7 @@ TEST_F(DatabaseActionsTest, AnErrorInTheSecondSetEndsTheRunAndIsReported) {
     std::string raised = ErrorText([&] { actions.RemoveDupes(sets_); });
     const std::string message = "Failed to delete card with ID: 4\r\ncard is locked";
     EXPECT_EQ(raised, raise ? message : "<no error>");
-    EXPECT_EQ(prompt_->shown, raise ? "" : "ERROR: " + message + " [16, Ombrel]\n");
+    EXPECT_EQ(prompt_->shownWithStyle, raise ? "" : "ERROR: " + message + " [16, Ombrel]\n");
     EXPECT_EQ(finished, 1);
     EXPECT_EQ(actions.SetsDone(), 1);
     // Set 1 committed, set 2's bracket aborted (the bin gives 4 before 5), set 3 untouched.
