@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "dupes/dupes_internal.h"
 #include "foundation/utf8.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
@@ -149,11 +150,10 @@ bool CDupeSet::ShouldBecomePrimary(const CCard& card) const {
       return false;
     case COMPATIBLE_DUPE:
     case CONFLICT_DUPE: {
-      auto& mgr = CardStoreMgr();
-      Trap(!mgr, "Cardstore object has not been set");
+      CCardStoreMgr& mgr = dupes_internal::Mgr();
       // Both are asked, whatever the first answers.
-      bool primaryHasImage = mgr->HasFrontImage(primary_->GetCardID());
-      bool candidateHasImage = mgr->HasFrontImage(card.GetCardID());
+      bool primaryHasImage = mgr.HasFrontImage(primary_->GetCardID());
+      bool candidateHasImage = mgr.HasFrontImage(card.GetCardID());
       if (!primaryHasImage && candidateHasImage) return true;
       if (type_ == COMPATIBLE_DUPE) {
         auto filled = [](const CCard& c) {

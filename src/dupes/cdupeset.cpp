@@ -4,8 +4,11 @@
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/foundation/error.h"
 #include "ombrel/foundation/messages.h"
+#include "dupes/dupes_internal.h"
 
 namespace ombrel {
+
+using dupes_internal::Mgr;
 
 namespace {
 constexpr int kFrontImage = 1;
@@ -13,12 +16,6 @@ constexpr int kBackImage = 2;
 
 bool IsBookkeepingField(const std::string& name) {
   return name == "Modified Date" || name == "Creation Date" || name == "Solvane Status";
-}
-
-CCardStoreMgr& Mgr() {
-  auto& mgr = CardStoreMgr();
-  Trap(!mgr, "Cardstore object has not been set");
-  return *mgr;
 }
 
 // Runs body inside an update bracket. A failure inside, or of the commit

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "dupes/dupes_internal.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/error.h"
@@ -32,13 +33,12 @@ void CDatabaseActions::SaveChanges(CList& dupeSets) {
 }
 
 void CDatabaseActions::CheckDatabaseAccess() {
-  auto& mgr = CardStoreMgr();
-  Trap(!mgr, "Cardstore object has not been set");
+  CCardStoreMgr& mgr = dupes_internal::Mgr();
   try {
-    mgr->BeginUpdate();
-    mgr->AbortUpdate();
+    mgr.BeginUpdate();
+    mgr.AbortUpdate();
   } catch (const Error&) {
-    RaiseTrap(mgr->GetLastError());
+    RaiseTrap(mgr.GetLastError());
   }
 }
 

@@ -12,21 +12,16 @@
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/cstring.h"
 #include "ombrel/foundation/error.h"
+#include "dupes/dupes_internal.h"
 #include "dupes/key_table.h"
 
 namespace ombrel {
 
+using dupes_internal::Clock;
+using dupes_internal::Mgr;
+using dupes_internal::SecondsSince;
+
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-CCardStoreMgr& Mgr() {
-  auto& mgr = CardStoreMgr();
-  Trap(!mgr, "Cardstore object has not been set");
-  return *mgr;
-}
 
 // The store behind the manager when it can be read in one pass, else null.
 ICardStore* ScanningStore() {
@@ -254,11 +249,11 @@ std::shared_ptr<CList> CDupeSearch::GetSuspectCards() {
   auto start = Clock::now();
   int32_t total = Mgr().GetNumberOfCards();
   std::vector<int32_t> ids = FindSuspectIds(total);
-  timings_.suspects += Since(start);
+  timings_.suspects += SecondsSince(start);
   if (stopped_) return nullptr;
   start = Clock::now();
   auto list = LoadSuspects(ids);
-  timings_.loading += Since(start);
+  timings_.loading += SecondsSince(start);
   if (stopped_ || !list) return nullptr;
   Trap(list->GetNumItems() != static_cast<int32_t>(ids.size()), "Failed to identify correctly the duplicate cards");
   return list;

@@ -19,6 +19,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "dupes/dupes_internal.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/dupes/dupe_search.h"
@@ -27,10 +28,10 @@
 
 namespace ombrel {
 
-namespace {
+using dupes_internal::Clock;
+using dupes_internal::SecondsSince;
 
-using Clock = std::chrono::steady_clock;
-double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+namespace {
 
 class Fenwick {
  public:
@@ -167,7 +168,7 @@ void CDupeSearch::SortCards(CList& cards) {
     if (card->tag > sorted[pos]->tag) RaiseTrap("Sorting problem at index: " + std::to_string(pos));
     if (card->tag == ",") card->tag.clear();
   }
-  timings_.sorting += Since(start);
+  timings_.sorting += SecondsSince(start);
 }
 
 std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
@@ -281,7 +282,7 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
   for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) cards.AddItem(card[p]);
   for (auto& set : namedSets) named->AddItem(set);
   for (auto& set : namelessSets) named->AddItem(set);
-  timings_.grouping += Since(start);
+  timings_.grouping += SecondsSince(start);
   return named;
 }
 
