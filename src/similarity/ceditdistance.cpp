@@ -63,25 +63,19 @@ void CEditDistance::ParseStr(const CString& text) {
   }
 }
 
-void CEditDistance::Add(const CEditDistance& other) {
+void CEditDistance::Combine(const CEditDistance& other, int32_t (*op)(int32_t, int32_t)) {
+  // Every sum is checked before any count changes, so an overflow leaves this object as it was.
   other.Check();
-  int32_t e = CheckedAdd(numEdit_, other.numEdit_);
-  int32_t m = CheckedAdd(numModify_, other.numModify_);
-  int32_t i = CheckedAdd(numInsert_, other.numInsert_);
-  int32_t d = CheckedAdd(numDelete_, other.numDelete_);
+  int32_t e = op(numEdit_, other.numEdit_);
+  int32_t m = op(numModify_, other.numModify_);
+  int32_t i = op(numInsert_, other.numInsert_);
+  int32_t d = op(numDelete_, other.numDelete_);
   numEdit_ = e, numModify_ = m, numInsert_ = i, numDelete_ = d;
   operations_.reset();
 }
 
-void CEditDistance::Subtract(const CEditDistance& other) {
-  other.Check();
-  int32_t e = CheckedSub(numEdit_, other.numEdit_);
-  int32_t m = CheckedSub(numModify_, other.numModify_);
-  int32_t i = CheckedSub(numInsert_, other.numInsert_);
-  int32_t d = CheckedSub(numDelete_, other.numDelete_);
-  numEdit_ = e, numModify_ = m, numInsert_ = i, numDelete_ = d;
-  operations_.reset();
-}
+void CEditDistance::Add(const CEditDistance& other) { Combine(other, CheckedAdd); }
+void CEditDistance::Subtract(const CEditDistance& other) { Combine(other, CheckedSub); }
 
 std::shared_ptr<CString> CEditDistance::GetOperations() const {
   Trap(!operations_, "Edit operations have not been calculated");

@@ -40,6 +40,7 @@ class CEditDistance final : public CObject {
   void CalculateStr(const std::string& s1, const std::string& s2);
 
  private:
+  void Combine(const CEditDistance& other, int32_t (*op)(int32_t, int32_t));
   template <class Equal>
   void Compute(int32_t n, int32_t m, Equal equal);
 
