@@ -17,67 +17,14 @@
 #include <string>
 #include <vector>
 
+#include "support/command_fixture.h"
+
 namespace ombrel::clitest {
 namespace {
 
-namespace fs = std::filesystem;
-
-struct RunResult {
-  int code = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string Slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) {
-    if (c == '\'') {
-      q.append("'\\''");
-    } else {
-      q.push_back(c);
-    }
-  }
-  q.push_back('\'');
-  return q;
-}
-
-// A scratch folder per test, removed afterwards.
-class CommandTest : public ::testing::Test {
+// Command runs whose output is .jsonl.
+class CardCommandTest : public CommandTest {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("ombrel-cli-" + std::to_string(::getpid()) + "-" + info->test_suite_name() + "-" + info->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    ASSERT_TRUE(fs::exists(Binary())) << "build the ombrel target first: " << Binary();
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  static std::string Binary() { return std::string(OMBREL_BINARY_DIR) + "/src/cli/ombrel"; }
-
-  RunResult Run(const std::vector<std::string>& args) {
-    std::string cmd = Quote(Binary());
-    for (const auto& a : args) cmd.append(" ").append(Quote(a));
-    fs::path out = dir_ / "stdout.txt", err = dir_ / "stderr.txt";
-    cmd.append(" >").append(Quote(out.string())).append(" 2>").append(Quote(err.string())).append(" </dev/null");
-    int status = std::system(cmd.c_str());
-    RunResult r;
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = Slurp(out);
-    r.err = Slurp(err);
-    return r;
-  }
-
-  fs::path Path(const std::string& name) const { return dir_ / name; }
-
   // The lines of a .jsonl text, parsed.
   static std::vector<nlohmann::ordered_json> Lines(const std::string& text) {
     std::vector<nlohmann::ordered_json> lines;
@@ -88,14 +35,12 @@ class CommandTest : public ::testing::Test {
     }
     return lines;
   }
-
-  fs::path dir_;
 };
 
 using ::testing::HasSubstr;
 using Json = nlohmann::ordered_json;
 
-class ImportExportCommandTest : public CommandTest {
+class ImportExportCommandTest : public CardCommandTest {
  protected:
   fs::path WriteJsonl(const std::string& name, const std::vector<Json>& lines) {
     std::ofstream out(Path(name), std::ios::binary);
@@ -184,7 +129,7 @@ TEST_F(ImportExportCommandTest, ImportExportAndImportAgainGiveTheSameDatabase) {
 
 // ---- ombrel sample ------------------------------------------------------------
 
-class SampleCommandTest : public CommandTest {
+class SampleCommandTest : public CardCommandTest {
  protected:
   std::vector<Json> Sample(const std::string& db, const std::vector<std::string>& extra) {
     std::vector<std::string> args = {"sample", "--db", Path(db).string()};

@@ -16,57 +16,26 @@
 #include <string>
 #include <thread>
 
-namespace fs = std::filesystem;
+#include "support/command_fixture.h"
+
+using namespace ombrel::clitest;
 
 namespace {
 
-const std::string kOmbrel = std::string(OMBREL_BINARY_DIR) + "/src/cli/ombrel";
-
-struct Result {
-  int code = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string Slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-class CliTest : public ::testing::Test {
+class CliTest : public CommandTest {
  protected:
   void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("ombrel-cli-" + std::to_string(getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    db_ = (dir_ / "cards.db").string();
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  // Runs ombrel with stdin from /dev/null (no terminal), capturing both outputs.
-  Result Run(const std::string& args) {
-    fs::path out = dir_ / "stdout", err = dir_ / "stderr";
-    std::string cmd = kOmbrel + " " + args + " </dev/null >" + out.string() + " 2>" + err.string();
-    int status = std::system(cmd.c_str());
-    Result r;
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = Slurp(out);
-    r.err = Slurp(err);
-    return r;
+    CommandTest::SetUp();
+    db_ = Path("cards.db").string();
   }
 
   void Import(const std::string& jsonl) {
     fs::path file = dir_ / "in.jsonl";
     std::ofstream(file) << jsonl;
-    Result r = Run("import " + file.string() + " --db " + db_);
+    RunResult r = RunLine("import " + file.string() + " --db " + db_);
     ASSERT_EQ(r.code, 0) << r.err;
   }
 
-  fs::path dir_;
   std::string db_;
 };
 
@@ -84,7 +53,7 @@ std::string Compact(const std::string& json) { return nlohmann::json::parse(json
 
 TEST_F(CliTest, FindJsonGivesEveryTypeInOrder) {
   Import(kSmallDatabase);
-  Result r = Run("find --db " + db_ + " --type all --json");
+  RunResult r = RunLine("find --db " + db_ + " --type all --json");
   ASSERT_EQ(r.code, 0) << r.err;
   // Card 3 adds two fields, so it is no exact copy and it leads the
   // compatible set (more filled fields); the Joneses' e-mails differ only in
@@ -95,7 +64,7 @@ TEST_F(CliTest, FindJsonGivesEveryTypeInOrder) {
             R"({"dupes":[4],"primary":5,"type":"CONFLICT_DUPE"},)"
             R"({"dupes":[2,1],"primary":3,"type":"CONFLICT_DUPE"}])");
 
-  Result exact = Run("find --db " + db_ + " --type exact");
+  RunResult exact = RunLine("find --db " + db_ + " --type exact");
   ASSERT_EQ(exact.code, 0) << exact.err;
   EXPECT_NE(exact.out.find("Dupe set type: EXACT_DUPE\r\nNumber of cards in dupe set: 2\r\n"
                            "Primary card: John Smith\r\nDupe 1: John Smith\r\n"),
@@ -106,16 +75,16 @@ TEST_F(CliTest, FindJsonGivesEveryTypeInOrder) {
 
 TEST_F(CliTest, ApplyRemovesExactAndMergesCompatible) {
   Import(kSmallDatabase);
-  Result refused = Run("apply --db " + db_ + " --action remove-exact");
+  RunResult refused = RunLine("apply --db " + db_ + " --action remove-exact");
   EXPECT_EQ(refused.code, 1);
   EXPECT_NE(refused.err.find("--yes"), std::string::npos) << refused.err;
 
-  Result removed = Run("apply --db " + db_ + " --action remove-exact --yes");
+  RunResult removed = RunLine("apply --db " + db_ + " --action remove-exact --yes");
   ASSERT_EQ(removed.code, 0) << removed.err;
-  Result merged = Run("apply --db " + db_ + " --action merge-compatible --yes");
+  RunResult merged = RunLine("apply --db " + db_ + " --action merge-compatible --yes");
   ASSERT_EQ(merged.code, 0) << merged.err;
 
-  Result exported = Run("export --db " + db_);
+  RunResult exported = RunLine("export --db " + db_);
   ASSERT_EQ(exported.code, 0) << exported.err;
   std::map<int, nlohmann::json> cards;
   std::istringstream lines(exported.out);
@@ -134,23 +103,23 @@ TEST_F(CliTest, ApplyRemovesExactAndMergesCompatible) {
   EXPECT_EQ(smith["Title.Rectangle"], "0 0 0 0");
   EXPECT_EQ(cards[4]["Title"], "Manager");  // conflicting cards are left alone
 
-  Result again = Run("find --db " + db_ + " --type compatible --json");
+  RunResult again = RunLine("find --db " + db_ + " --type compatible --json");
   EXPECT_EQ(Compact(again.out), "[]");
 }
 
 TEST_F(CliTest, FailuresAndUsage) {
-  Result missing = Run("find --db " + (dir_ / "none.db").string());
+  RunResult missing = RunLine("find --db " + (dir_ / "none.db").string());
   EXPECT_EQ(missing.code, 1);
   EXPECT_EQ(missing.err.rfind("error: ", 0), 0u) << missing.err;
-  EXPECT_EQ(Run("find").code, 2);
-  EXPECT_EQ(Run("apply --db " + db_ + " --action shuffle").code, 2);
+  EXPECT_EQ(RunLine("find").code, 2);
+  EXPECT_EQ(RunLine("apply --db " + db_ + " --action shuffle").code, 2);
 
   // A card whose name does not hold its last name cannot be read: the
   // system's message is printed unchanged, with the card that broke it.
   Import(R"({"id": 7, "values": {"Name": "Ann Leigh", "First Name": "Ann", "Last Name": "Leigh"}}
 {"id": 8, "values": {"Name": "Ann Lee", "First Name": "Ann", "Last Name": "Leigh"}}
 )");
-  Result broken = Run("find --db " + db_);
+  RunResult broken = RunLine("find --db " + db_);
   EXPECT_EQ(broken.code, 1);
   EXPECT_NE(broken.err.find("Name field does not contain given last name: Leigh"), std::string::npos) << broken.err;
   EXPECT_NE(broken.err.find("card 8"), std::string::npos) << broken.err;
@@ -169,7 +138,7 @@ bool IntegrityOk(const std::string& path) {
 }
 
 TEST_F(CliTest, KilledApplyLeavesASoundDatabaseAndFinishesOnRerun) {
-  ASSERT_EQ(Run("sample --cards 3000 --no-images --seed 11 --db " + db_).code, 0);
+  ASSERT_EQ(RunLine("sample --cards 3000 --no-images --seed 11 --db " + db_).code, 0);
 
   std::mt19937 rng(5);
   for (int round = 0; round < 6; ++round) {
@@ -177,7 +146,7 @@ TEST_F(CliTest, KilledApplyLeavesASoundDatabaseAndFinishesOnRerun) {
     if (pid == 0) {
       FILE* ignored = std::freopen("/dev/null", "w", stdout);
       (void)ignored;
-      execl(kOmbrel.c_str(), kOmbrel.c_str(), "apply", "--db", db_.c_str(), "--action", "merge-compatible", "--yes",
+      execl(Binary().c_str(), Binary().c_str(), "apply", "--db", db_.c_str(), "--action", "merge-compatible", "--yes",
             static_cast<char*>(nullptr));
       _exit(127);
     }
@@ -187,13 +156,13 @@ TEST_F(CliTest, KilledApplyLeavesASoundDatabaseAndFinishesOnRerun) {
     waitpid(pid, &status, 0);
     ASSERT_TRUE(IntegrityOk(db_)) << "after kill round " << round;
   }
-  Result finish = Run("apply --db " + db_ + " --action merge-compatible --yes");
+  RunResult finish = RunLine("apply --db " + db_ + " --action merge-compatible --yes");
   ASSERT_EQ(finish.code, 0) << finish.err;
   EXPECT_TRUE(IntegrityOk(db_));
   // The job is finished: no compatible duplicates are left. (Which card of a
   // set survives may differ from an uninterrupted run: the second search
   // reads a store the first one already changed.)
-  EXPECT_EQ(Compact(Run("find --db " + db_ + " --type compatible --json").out), "[]");
+  EXPECT_EQ(Compact(RunLine("find --db " + db_ + " --type compatible --json").out), "[]");
 }
 
 }  // namespace

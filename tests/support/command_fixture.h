@@ -1,0 +1,87 @@
+// A fixture for tests that run the ombrel command as a user would: a scratch
+// folder per test (removed afterwards) and Run, which captures the exit code
+// and both outputs, with standard input from /dev/null (no terminal).
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace ombrel::clitest {
+
+namespace fs = std::filesystem;
+
+struct RunResult {
+  int code = -1;
+  std::string out;
+  std::string err;
+};
+
+inline std::string Slurp(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+inline std::string Quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) {
+    if (c == '\'') {
+      q.append("'\\''");
+    } else {
+      q.push_back(c);
+    }
+  }
+  q.push_back('\'');
+  return q;
+}
+
+class CommandTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    dir_ = fs::temp_directory_path() /
+           ("ombrel-cli-" + std::to_string(::getpid()) + "-" + info->test_suite_name() + "-" + info->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+    ASSERT_TRUE(fs::exists(Binary())) << "build the ombrel target first: " << Binary();
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  static std::string Binary() { return std::string(OMBREL_BINARY_DIR) + "/src/cli/ombrel"; }
+
+  // Each argument quoted for the shell.
+  RunResult Run(const std::vector<std::string>& args) {
+    std::string line;
+    for (const auto& a : args) line.append(" ").append(Quote(a));
+    return Execute(line);
+  }
+  // Arguments as one shell line (for arguments without blanks or quotes).
+  RunResult RunLine(const std::string& args) { return Execute(" " + args); }
+
+  fs::path Path(const std::string& name) const { return dir_ / name; }
+
+  fs::path dir_;
+
+ private:
+  RunResult Execute(const std::string& args) {
+    fs::path out = dir_ / "stdout.txt", err = dir_ / "stderr.txt";
+    std::string cmd = Quote(Binary()) + args + " >" + Quote(out.string()) + " 2>" + Quote(err.string()) + " </dev/null";
+    int status = std::system(cmd.c_str());
+    RunResult r;
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.out = Slurp(out);
+    r.err = Slurp(err);
+    return r;
+  }
+};
+
+}  // namespace ombrel::clitest
