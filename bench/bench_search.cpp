@@ -2,7 +2,7 @@
 // databases of realistic size, against the floor any search must pay: one
 // plain read of every stored value.
 //
-//   bench_search [--cards 100000,1000000] [--dir /tmp/ombrel-bench] [--keep]
+//   bench_search [--cards 100000,1000000] [--dir /tmp/ombrel-bench] [--keep] [--no-apply]
 //
 // The databases are made with `ombrel sample --no-images` (kept in --dir and
 // reused). `find --type all` and `apply` run as child processes, so their
@@ -87,18 +87,9 @@ void Phases(const std::string& path) {
   ombrel::CardStoreMgr() = mgr;
   ombrel::CDupeSearch search;
   auto suspects = search.GetSuspectCards();
-  std::vector<std::string> tags;
-  for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) tags.push_back(suspects->GetItemAs<ombrel::CCard>(i)->tag);
   int32_t sets[4] = {0, 0, 0, 0};
-  for (int32_t type : {ombrel::EXACT_DUPE, ombrel::COMPATIBLE_DUPE, ombrel::CONFLICT_DUPE}) {
-    ombrel::CList cards;
-    for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) {
-      auto card = suspects->GetItemAs<ombrel::CCard>(i);
-      card->tag = tags[static_cast<size_t>(i - 1)];
-      cards.AddItem(card);
-    }
-    sets[type] = search.FindDupes(type, cards)->GetNumItems();
-  }
+  search.FindDupesOfTypes({ombrel::EXACT_DUPE, ombrel::COMPATIBLE_DUPE, ombrel::CONFLICT_DUPE}, *suspects,
+                          [&](int32_t type, std::shared_ptr<ombrel::CList> found) { sets[type] = found->GetNumItems(); });
   const auto& t = search.Timings();
   std::printf("  phases: suspects %.2f s, loading %.2f s (%d suspects), sorting %.2f s, grouping %.2f s\n",
               t.suspects, t.loading, suspects->GetNumItems(), t.sorting, t.grouping);
@@ -112,6 +103,7 @@ int main(int argc, char** argv) {
   std::vector<int> sizes = {100000, 1000000};
   std::string dir = "/tmp/ombrel-bench";
   bool keep = false;
+  bool apply = true;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--cards" && i + 1 < argc) {
@@ -122,8 +114,10 @@ int main(int argc, char** argv) {
       dir = argv[++i];
     } else if (a == "--keep") {
       keep = true;
+    } else if (a == "--no-apply") {
+      apply = false;
     } else {
-      std::cerr << "usage: bench_search [--cards N,N] [--dir DIR] [--keep]\n";
+      std::cerr << "usage: bench_search [--cards N,N] [--dir DIR] [--keep] [--no-apply]\n";
       return 2;
     }
   }
@@ -148,6 +142,7 @@ int main(int argc, char** argv) {
     Phases(db);
 
     for (std::string action : {"remove-exact", "merge-compatible"}) {
+      if (!apply) break;
       std::string copy = dir + "/apply-" + std::to_string(n) + ".db";
       fs::copy_file(db, copy, fs::copy_options::overwrite_existing);
       ChildRun apply = RunChild({ombrel, "apply", "--db", copy, "--action", action, "--yes"});

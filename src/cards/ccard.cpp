@@ -1,5 +1,7 @@
 #include "ombrel/cards/ccard.h"
 
+#include "foundation/utf8.h"
+
 #include <array>
 #include <functional>
 #include <string_view>
@@ -294,16 +296,30 @@ int32_t CCard::GetConfLevel() {
   return cachedConfLevel_;
 }
 
+bool CCard::IsTextFieldName(const std::string& name) {
+  return name != "Categories" && name != "Verified" && !IsStoreBookkeeping(name);
+}
+
+bool CCard::InText(const CCardField& field) { return field.HasText() && IsTextFieldName(field.Name()); }
+
 std::string CCard::GetText() const {
   std::string out;
   for (int32_t i = 1; i <= NumFields(); ++i) {
     const CCardField& field = FieldAt(i);
-    const std::string& name = field.Name();
-    if (!field.HasText() || name == "Categories" || name == "Verified" || IsStoreBookkeeping(name)) continue;
+    if (!InText(field)) continue;
     out += field.Text();
     out += kCrLf;
   }
   return out;
+}
+
+int32_t CCard::TextLength() const {
+  size_t length = 0;
+  for (int32_t i = 1; i <= NumFields(); ++i) {
+    const CCardField& field = FieldAt(i);
+    if (InText(field)) length += utf8::CountCodePoints(field.Text()) + 2;
+  }
+  return static_cast<int32_t>(length);
 }
 
 std::string CCard::GetAllUserModifiableData() const {

@@ -32,25 +32,7 @@ SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* pr
     }
     outcome.suspects = suspects->GetNumItems();
     outcome.cards = suspects;
-    // Grouping rewrites tags (an empty one becomes "," and back), so each type
-    // starts from the tags the cards had when they were loaded.
-    std::vector<std::string> loadedTags;
-    loadedTags.reserve(static_cast<size_t>(suspects->GetNumItems()));
-    for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) loadedTags.push_back(suspects->GetItemAs<CCard>(i)->tag);
-
-    for (int32_t type : types) {
-      if (search.IsStopped()) {
-        deliver(type, nullptr);
-        continue;
-      }
-      CList cards;
-      for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) {
-        auto card = suspects->GetItemAs<CCard>(i);
-        card->tag = loadedTags[static_cast<size_t>(i - 1)];
-        cards.AddItem(card);
-      }
-      deliver(type, search.FindDupes(type, cards));
-    }
+    search.FindDupesOfTypes(types, *suspects, deliver);
   } catch (const Error& e) {
     if (search.FailedCardId() != 0)
       throw Error(e.Number(), e.Source(), e.Description() + "\n(while reading card " + std::to_string(search.FailedCardId()) + ")");

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "dupes/dupes_internal.h"
+#include "dupes/grouping.h"
 #include "foundation/utf8.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
@@ -17,49 +18,6 @@
 namespace ombrel {
 
 namespace {
-
-std::vector<std::string> Words(const std::string& text) {
-  std::vector<std::string> words;
-  size_t pos = 0;
-  while (pos < text.size()) {
-    size_t b = text.find_first_not_of(" \t\r\n", pos);
-    if (b == std::string::npos) break;
-    size_t e = text.find_first_of(" \t\r\n", b);
-    if (e == std::string::npos) e = text.size();
-    words.emplace_back(text, b, e - b);
-    pos = e;
-  }
-  return words;
-}
-
-// The word test on two lower-cased card texts. Short words (under four
-// characters) are dropped, except the last word of each list, which the walk
-// never examines: that is how the test has always counted, and it is kept.
-bool WordTestPasses(const std::string& text1, const std::string& text2) {
-  std::vector<std::string> w1 = Words(text1), w2 = Words(text2);
-  for (auto* list : {&w1, &w2}) {
-    size_t i = 0;
-    while (i + 1 < list->size()) {
-      if (utf8::CountCodePoints((*list)[i]) < 4) list->erase(list->begin() + static_cast<std::ptrdiff_t>(i));
-      else ++i;
-    }
-  }
-  std::vector<std::string>& a = w1.size() >= w2.size() ? w1 : w2;
-  std::vector<std::string>& b = w1.size() >= w2.size() ? w2 : w1;
-  double n = static_cast<double>(b.size());
-  int32_t allowed = RoundHalfEven(n - std::max(3.0, 0.8 * n));
-  if (allowed < 1) return false;
-  int32_t misses = 0;
-  for (const std::string& word : a) {
-    auto found = std::find(b.begin(), b.end(), word);
-    if (found != b.end()) {
-      b.erase(found);
-    } else if (++misses > allowed) {
-      return false;
-    }
-  }
-  return true;
-}
 
 const std::string& TextOf(const CCard& card, const std::string& name, bool& present) {
   static const std::string kEmpty;
@@ -96,7 +54,7 @@ bool CDupeSet::CompareCards(const CCard* card1, const CCard* card2) const {
       return false;
     }
     if (email1.empty() || email1 != email2) {
-      if (!WordTestPasses(text1, text2)) return false;
+      if (!dupes_internal::WordTestPasses(text1, text2)) return false;
     }
   }
 
@@ -185,5 +143,56 @@ bool CDupeSet::AddCardIfDupe(const std::shared_ptr<CCard>& card) {
   }
   return true;
 }
+
+namespace dupes_internal {
+
+namespace {
+
+std::vector<std::string> Words(const std::string& text) {
+  std::vector<std::string> words;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    size_t b = text.find_first_not_of(" \t\r\n", pos);
+    if (b == std::string::npos) break;
+    size_t e = text.find_first_of(" \t\r\n", b);
+    if (e == std::string::npos) e = text.size();
+    words.emplace_back(text, b, e - b);
+    pos = e;
+  }
+  return words;
+}
+
+}  // namespace
+
+// Short words (under four characters) are dropped, except the last word of
+// each list, which the walk never examines: that is how the test has always
+// counted, and it is kept.
+bool WordTestPasses(const std::string& text1, const std::string& text2) {
+  std::vector<std::string> w1 = Words(text1), w2 = Words(text2);
+  for (auto* list : {&w1, &w2}) {
+    size_t i = 0;
+    while (i + 1 < list->size()) {
+      if (utf8::CountCodePoints((*list)[i]) < 4) list->erase(list->begin() + static_cast<std::ptrdiff_t>(i));
+      else ++i;
+    }
+  }
+  std::vector<std::string>& a = w1.size() >= w2.size() ? w1 : w2;
+  std::vector<std::string>& b = w1.size() >= w2.size() ? w2 : w1;
+  double n = static_cast<double>(b.size());
+  int32_t allowed = RoundHalfEven(n - std::max(3.0, 0.8 * n));
+  if (allowed < 1) return false;
+  int32_t misses = 0;
+  for (const std::string& word : a) {
+    auto found = std::find(b.begin(), b.end(), word);
+    if (found != b.end()) {
+      b.erase(found);
+    } else if (++misses > allowed) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace dupes_internal
 
 }  // namespace ombrel

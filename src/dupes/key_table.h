@@ -26,7 +26,10 @@ class KeyTable {
   }
 
   // Stores id under key unless the key is present (the first card keeps it).
-  void Emplace(std::string_view key, int32_t id) {
+  void Emplace(std::string_view key, int32_t id) { Intern(key, id); }
+
+  // The ID stored under key, storing id there first when the key is new.
+  int32_t Intern(std::string_view key, int32_t id) {
     if ((count_ + 1) * 4 > slots_.size() * 3) Rehash(slots_.size() * 2);
     uint64_t h = Hash(key);
     for (size_t i = h & mask_;; i = (i + 1) & mask_) {
@@ -35,11 +38,13 @@ class KeyTable {
         s = Slot{h, arena_.size(), static_cast<int32_t>(key.size()), id};
         arena_.append(key);
         ++count_;
-        return;
+        return id;
       }
-      if (s.hash == h && Key(s) == key) return;
+      if (s.hash == h && Key(s) == key) return s.id;
     }
   }
+
+  size_t Size() const { return count_; }
 
  private:
   struct Slot {

@@ -9,17 +9,14 @@
 // kept in a Fenwick tree over the distinct tags. Cards with equal tags live
 // in one small run each.
 //
-// FindDupes walks the sorted cards once. Cards taken into a set leave the
-// list; a skip table jumps over them. A card with a last name scans forward
-// only while last names agree (the list is sorted); a card without one would
-// scan to the end, so its candidates, the later cards with the same e-mail
-// text or tag, are taken from two indexes, in list order.
+// FindDupes then walks the sorted cards once (dupes/grouping.cpp).
 #include <algorithm>
 #include <chrono>
-#include <unordered_map>
+#include <functional>
 #include <vector>
 
 #include "dupes/dupes_internal.h"
+#include "dupes/grouping.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/dupes/dupe_search.h"
@@ -47,29 +44,6 @@ class Fenwick {
 
  private:
   std::vector<int32_t> tree_;
-};
-
-// Smallest position >= x still in the list (positions 0..n-1; n when none).
-class SkipTable {
- public:
-  explicit SkipTable(size_t n) : next_(n + 1) {
-    for (size_t i = 0; i <= n; ++i) next_[i] = static_cast<int32_t>(i);
-  }
-  int32_t Next(int32_t x) {
-    int32_t root = x;
-    while (next_[root] != root) root = next_[root];
-    while (next_[x] != root) {
-      int32_t up = next_[x];
-      next_[x] = root;
-      x = up;
-    }
-    return root;
-  }
-  void Remove(int32_t x) { next_[x] = x + 1; }
-  bool Present(int32_t x) const { return next_[x] == x; }
-
- private:
-  std::vector<int32_t> next_;
 };
 
 // The order the binary insertion gives: result[k] is the input index of the
@@ -133,7 +107,7 @@ std::vector<int32_t> InsertionOrder(const std::vector<std::shared_ptr<CCard>>& i
 
 }  // namespace
 
-void CDupeSearch::SortCards(CList& cards) {
+std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards) {
   auto start = Clock::now();
   const int32_t n = cards.GetNumItems();
   std::vector<std::shared_ptr<CCard>> input;
@@ -152,138 +126,73 @@ void CDupeSearch::SortCards(CList& cards) {
   } else {
     result = InsertionOrder(input);
     lastSortTags_.clear();
+    lastSortTags_.reserve(input.size());
     for (const auto& c : input) lastSortTags_.push_back(c->tag);
     lastSortOrder_ = result;
   }
 
-  cards.RemoveAll();
-  std::vector<CCard*> sorted;
+  std::vector<std::shared_ptr<CCard>> sorted;
   sorted.reserve(static_cast<size_t>(n));
-  for (int32_t idx : result) {
-    sorted.push_back(input[idx].get());
-    cards.AddItem(input[idx]);
-  }
+  for (int32_t idx : result) sorted.push_back(std::move(input[idx]));
   for (int32_t pos = 1; pos < n; ++pos) {
-    CCard* card = sorted[pos - 1];
+    CCard* card = sorted[pos - 1].get();
     if (card->tag > sorted[pos]->tag) RaiseTrap("Sorting problem at index: " + std::to_string(pos));
     if (card->tag == ",") card->tag.clear();
   }
   timings_.sorting += SecondsSince(start);
+  return sorted;
+}
+
+void CDupeSearch::SortCards(CList& cards) {
+  auto sorted = SortedCards(cards);
+  cards.RemoveAll();
+  for (auto& card : sorted) cards.AddItem(std::move(card));
 }
 
 std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
-  auto named = std::make_shared<CList>();
-  named->RestrictType("CDupeSet");
-  if (cards.GetNumItems() == 0) return named;
-  SortCards(cards);
+  if (cards.GetNumItems() == 0) {
+    auto none = std::make_shared<CList>();
+    none->RestrictType("CDupeSet");
+    return none;
+  }
+  auto sortedCards = SortedCards(cards);
   auto start = Clock::now();
-  SetActionText(dupeType);
-
-  const int32_t total = cards.GetNumItems();
-  std::vector<std::shared_ptr<CCard>> card(static_cast<size_t>(total));
-  for (int32_t i = 1; i <= total; ++i) card[i - 1] = cards.GetItemAs<CCard>(i);
-  std::vector<const std::string*> last(card.size()), email(card.size()), tag(card.size());
-  for (size_t p = 0; p < card.size(); ++p) {
-    last[p] = &card[p]->GetLastName();
-    email[p] = &card[p]->FieldText("Email");
-    tag[p] = &card[p]->tag;
-  }
-
-  // A card without a last name is offered the later cards with the same tag
-  // or the same e-mail text. Equal tags sit together in the sorted list; the
-  // e-mails are indexed, but only those that such a card carries.
-  bool indexed = false;
-  std::unordered_map<std::string_view, std::vector<int32_t>> byEmail;
-  std::vector<int32_t> tagRunEnd;  // one past the last position with the same tag
-  auto buildIndex = [&] {
-    tagRunEnd.resize(static_cast<size_t>(total));
-    for (int32_t p = total - 1; p >= 0; --p)
-      tagRunEnd[p] = (p + 1 < total && *tag[p + 1] == *tag[p]) ? tagRunEnd[p + 1] : p + 1;
-    for (int32_t p = 0; p < total; ++p)
-      if (last[p]->empty() && !email[p]->empty()) byEmail.try_emplace(*email[p]);
-    for (int32_t p = 0; p < total; ++p) {
-      if (email[p]->empty()) continue;
-      auto it = byEmail.find(*email[p]);
-      if (it != byEmail.end()) it->second.push_back(p);
-    }
-    indexed = true;
-  };
-
-  SkipTable present(static_cast<size_t>(total));
-  int32_t remaining = total;  // the list's current count
-  int32_t keptBefore = 0;     // cards before the current one that stayed in the list
-  std::vector<std::shared_ptr<CDupeSet>> namedSets, namelessSets;
-
-  for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) {
-    const int32_t i = keptBefore + 1;
-    if (!UpdateProgress(search_text::kGroupingCards, total + i - remaining, total)) break;
-    // The set is made when its first candidate comes up: a card with none
-    // would only make a set of one, which is dropped unseen.
-    std::shared_ptr<CDupeSet> set;
-    bool go = true;
-    auto offer = [&](int32_t q) {
-      if (!set) {
-        set = std::make_shared<CDupeSet>();
-        set->Init(card[p], dupeType);
-      }
-      if (!set->AddCardIfDupe(card[q])) return;
-      present.Remove(q);
-      --remaining;
-      go = UpdateProgress(search_text::kGroupingCards, total + i - remaining, total);
-    };
-    auto wanted = [&](int32_t q) {
-      return (!email[p]->empty() && *email[p] == *email[q]) || *tag[p] == *tag[q];
-    };
-
-    if (!last[p]->empty()) {
-      for (int32_t q = present.Next(p + 1); go && q < total; q = present.Next(q + 1)) {
-        if (!last[q]->empty() && *last[q] != *last[p]) break;
-        if (wanted(q)) offer(q);
-      }
-    } else {
-      if (!indexed) buildIndex();
-      static const std::vector<int32_t> kNone;
-      const std::vector<int32_t>* byMail = &kNone;
-      if (!email[p]->empty()) byMail = &byEmail.find(*email[p])->second;
-      auto ia = std::upper_bound(byMail->begin(), byMail->end(), p);
-      // The run of equal tags after p, then merged with the e-mail candidates in list order.
-      const int32_t tagEnd = tagRunEnd[p];
-      int32_t qt = present.Next(p + 1);
-      while (go) {
-        bool tagLeft = qt < tagEnd;
-        bool mailLeft = ia != byMail->end();
-        if (!tagLeft && !mailLeft) break;
-        int32_t q;
-        if (tagLeft && (!mailLeft || qt <= *ia)) {
-          q = qt;
-          if (mailLeft && *ia == qt) ++ia;
-          qt = present.Next(qt + 1);
-        } else {
-          q = *ia++;
-          if (!present.Present(q)) continue;
-        }
-        offer(q);
-      }
-    }
-    if (!go) break;  // stopped while the set was still growing: it is not finished
-
-    if (!set || set->GetNumberOfCards() < 2) {
-      ++keptBefore;
-      continue;
-    }
-    (set->GetPrimaryCard()->FieldText("Name").empty() ? namelessSets : namedSets).push_back(set);
-    present.Remove(p);
-    --remaining;
-    if (!UpdateProgress(search_text::kGroupingCards, total + i - remaining, total)) break;
-  }
-
+  dupes_internal::SortedSuspects sorted(std::move(sortedCards));
+  std::vector<int32_t> kept;
+  auto sets = dupes_internal::GroupSortedCards(*this, dupeType, sorted, &kept);
   // The caller's list keeps the cards that joined no set.
   cards.RemoveAll();
-  for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) cards.AddItem(card[p]);
-  for (auto& set : namedSets) named->AddItem(set);
-  for (auto& set : namelessSets) named->AddItem(set);
+  for (int32_t p : kept) cards.AddItem(sorted.Card(p));
   timings_.grouping += SecondsSince(start);
-  return named;
+  return sets;
+}
+
+void CDupeSearch::FindDupesOfTypes(const std::vector<int32_t>& dupeTypes, const CList& cards,
+                                   const std::function<void(int32_t, std::shared_ptr<CList>)>& found) {
+  std::vector<int32_t> types = dupeTypes;
+  if (cards.GetNumItems() == 0) {
+    for (int32_t type : types) {
+      auto none = std::make_shared<CList>();
+      none->RestrictType("CDupeSet");
+      found(type, std::move(none));
+    }
+    return;
+  }
+  // Each type would sort the same tags into the same order: sort once.
+  auto sortedCards = SortedCards(cards);
+  auto start = Clock::now();
+  dupes_internal::SortedSuspects sorted(std::move(sortedCards));
+  timings_.grouping += SecondsSince(start);
+  for (int32_t type : types) {
+    if (stopped_) {
+      found(type, nullptr);
+      continue;
+    }
+    start = Clock::now();
+    auto sets = dupes_internal::GroupSortedCards(*this, type, sorted, nullptr);
+    timings_.grouping += SecondsSince(start);
+    found(type, std::move(sets));
+  }
 }
 
 }  // namespace ombrel

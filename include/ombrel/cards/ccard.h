@@ -104,6 +104,10 @@ class CCard final : public CObject {
   const CCardField& FieldAt(int32_t position) const;  // 1-based, table order
   // Every text that says something about the contact, one per line (CR LF).
   std::string GetText() const;
+  // The length of GetText in characters, without making it.
+  int32_t TextLength() const;
+  // Whether a field of that name with text is part of GetText.
+  static bool IsTextFieldName(const std::string& name);
   // "label TAB text CR LF" for every field the user may edit, empty ones
   // included: equal results mean equal user-editable data.
   std::string GetAllUserModifiableData() const;
@@ -121,6 +125,8 @@ class CCard final : public CObject {
   const CCardField* FindFieldPtr(const std::string& name) const;
   CCardField& StoredFieldAt(int32_t position) const;
 
+  // Whether GetText includes the field.
+  static bool InText(const CCardField& field);
   // The catalogue names as the table's keys.
   static const CHashTable::StaticKeys& CatalogueKeys();
   // The catalogue's own string for a catalogue name, which the table finds

@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -70,6 +71,12 @@ class CDupeSearch {
   // Dupe sets of one type out of cards (which are consumed): sets whose
   // primary has a name first, then the nameless ones, each in creation order.
   std::shared_ptr<CList> FindDupes(int32_t dupeType, CList& cards);
+  // FindDupes of each type in turn, each as if given a fresh copy of cards
+  // with their tags as they are now; found receives each type's sets as soon
+  // as they are made (null for the types not reached once stopped). The
+  // cards are sorted once for all types.
+  void FindDupesOfTypes(const std::vector<int32_t>& dupeTypes, const CList& cards,
+                        const std::function<void(int32_t dupeType, std::shared_ptr<CList> sets)>& found);
   void StopSearch();
   bool IsStopped() const { return stopped_; }
   std::shared_ptr<CCard> LoadCard(int32_t cardId);
@@ -83,6 +90,8 @@ class CDupeSearch {
 
  private:
   std::vector<int32_t> FindSuspectIds(int32_t total);
+  // The cards in SortCards' order, with the sort's tag clean-up done.
+  std::vector<std::shared_ptr<CCard>> SortedCards(const CList& cards);
   std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids);
 
   ISearchProgress* progress_;

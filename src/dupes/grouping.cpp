@@ -1,0 +1,340 @@
+#include "dupes/grouping.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "dupes/dupes_internal.h"
+#include "dupes/key_table.h"
+#include "foundation/utf8.h"
+#include "ombrel/cards/ccard.h"
+#include "ombrel/dupes/dupe_search.h"
+#include "ombrel/foundation/cstring.h"
+#include "ombrel/foundation/error.h"
+
+namespace ombrel::dupes_internal {
+
+namespace {
+
+bool IsDateField(std::string_view name) { return name == "Modified Date" || name == "Creation Date"; }
+
+// Smallest position >= x still in the list (positions 0..n-1; n when none).
+class SkipTable {
+ public:
+  explicit SkipTable(size_t n) : next_(n + 1) {
+    for (size_t i = 0; i <= n; ++i) next_[i] = static_cast<int32_t>(i);
+  }
+  int32_t Next(int32_t x) {
+    int32_t root = x;
+    while (next_[root] != root) root = next_[root];
+    while (next_[x] != root) {
+      int32_t up = next_[x];
+      next_[x] = root;
+      x = up;
+    }
+    return root;
+  }
+  void Remove(int32_t x) { next_[x] = x + 1; }
+  bool Present(int32_t x) const { return next_[x] == x; }
+
+ private:
+  std::vector<int32_t> next_;
+};
+
+}  // namespace
+
+SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted)
+    : cards_(std::move(sorted)), profiles_(cards_.size()), loweredText_(cards_.size()), userData_(cards_.size()) {
+  const size_t n = cards_.size();
+  if (n == 0) return;
+
+  // The layout most cards share: that of the first card, when its fields
+  // carry the names they are filed under. Catalogue names are shared
+  // strings, so most names compare by address.
+  const CCard& first = *cards_[0];
+  for (int32_t i = 1; i <= first.NumFields(); ++i) {
+    const std::string& key = first.GetFields().GetIndexedKey(i);
+    if (first.FieldAt(i).Name() != key) {
+      referenceNames_.clear();
+      break;
+    }
+    referenceNames_.push_back(&key);
+  }
+  for (const std::string* name : referenceNames_) {
+    fieldKind_.push_back(IsDateField(*name) ? kDate : *name == "Categories" ? kCategories : kOther);
+    inText_.push_back(CCard::IsTextFieldName(*name));
+  }
+
+  KeyTable lastNames(n), tags(n), rawEmails(n), emails(n);
+  std::vector<int32_t> loweredOfRaw(1, 0);  // by raw e-mail ID
+  for (size_t p = 0; p < n; ++p) {
+    const CCard& card = *cards_[p];
+    Profile& profile = profiles_[p];
+    const std::string& last = card.GetLastName();
+    if (!last.empty()) profile.last = lastNames.Intern(last, static_cast<int32_t>(lastNames.Size()) + 1);
+    if (!card.tag.empty()) profile.tag = tags.Intern(card.tag, static_cast<int32_t>(tags.Size()) + 1);
+    const std::string& raw = card.FieldText("Email");
+    if (!raw.empty()) {
+      int32_t fresh = static_cast<int32_t>(rawEmails.Size()) + 1;
+      profile.rawEmail = rawEmails.Intern(raw, fresh);
+      if (profile.rawEmail == fresh) {
+        std::string lowered = CString::LowerText(CString::TrimText(raw));
+        loweredOfRaw.push_back(lowered.empty() ? 0 : emails.Intern(lowered, static_cast<int32_t>(emails.Size()) + 1));
+      }
+      profile.email = loweredOfRaw[static_cast<size_t>(profile.rawEmail)];
+    }
+
+    const int32_t fields = card.NumFields();
+    bool aligned = !referenceNames_.empty() && fields == static_cast<int32_t>(referenceNames_.size());
+    for (int32_t i = 1; aligned && i <= fields; ++i) {
+      const std::string* ref = referenceNames_[static_cast<size_t>(i - 1)];
+      const std::string& key = card.GetFields().GetIndexedKey(i);
+      const std::string& name = card.FieldAt(i).Name();
+      aligned = (&key == ref || key == *ref) && (&name == ref || name == *ref);
+    }
+    profile.aligned = aligned;
+    profile.id = card.HasCardId() ? card.GetCardID() : 0;
+  }
+}
+
+bool SortedSuspects::HasFrontImage(CCardStoreMgr& mgr, int32_t p) {
+  // The store does not change while the search runs: one answer per card.
+  Profile& profile = profiles_[static_cast<size_t>(p)];
+  if (profile.frontImage < 0) profile.frontImage = mgr.HasFrontImage(CardId(p)) ? 1 : 0;
+  return profile.frontImage == 1;
+}
+
+int32_t SortedSuspects::CardId(int32_t p) const {
+  int32_t id = profiles_[static_cast<size_t>(p)].id;
+  return id != 0 ? id : Card(p)->GetCardID();  // raises the card's own error when it has none
+}
+
+SortedSuspects::~SortedSuspects() = default;
+
+const std::string& SortedSuspects::LoweredText(int32_t p) {
+  Profile& profile = profiles_[static_cast<size_t>(p)];
+  if (!profile.textsReady) {
+    loweredText_[static_cast<size_t>(p)] = CString::LowerText(cards_[static_cast<size_t>(p)]->GetText());
+    userData_[static_cast<size_t>(p)] = cards_[static_cast<size_t>(p)]->GetAllUserModifiableData();
+    profile.textsReady = true;
+  }
+  return loweredText_[static_cast<size_t>(p)];
+}
+
+const std::string& SortedSuspects::UserData(int32_t p) {
+  LoweredText(p);
+  return userData_[static_cast<size_t>(p)];
+}
+
+const std::vector<int32_t>& SortedSuspects::SameRawEmail(int32_t p) {
+  if (!emailIndexBuilt_) {
+    for (int32_t q = 0; q < Size(); ++q) {
+      auto id = static_cast<size_t>(RawEmailId(q));
+      if (byRawEmail_.size() <= id) byRawEmail_.resize(id + 1);
+      byRawEmail_[id].push_back(q);
+    }
+    emailIndexBuilt_ = true;
+  }
+  return byRawEmail_[static_cast<size_t>(RawEmailId(p))];
+}
+
+bool SortedSuspects::FieldTest(int32_t type, const CCard& card1, const CCard& card2) const {
+  const int32_t n = card1.NumFields();
+  for (int32_t i = 1; i <= n; ++i) {
+    const FieldKind kind = fieldKind_[static_cast<size_t>(i - 1)];
+    if (kind == kDate) continue;
+    const CCardField& f1 = card1.FieldAt(i);
+    const CCardField& f2 = card2.FieldAt(i);
+    if (type == EXACT_DUPE) {
+      if (f1.Text() != f2.Text() || f1.Label() != f2.Label()) return false;
+    } else {
+      if (kind == kCategories) continue;
+      if (!f1.Text().empty() && !f2.Text().empty() && f1.Text() != f2.Text()) return false;
+      if (!f1.Label().empty() && !f2.Label().empty() && f1.Label() != f2.Label()) return false;
+    }
+  }
+  return true;
+}
+
+bool SortedSuspects::Compare(int32_t type, int32_t a, int32_t b) {
+  const Profile& x = profiles_[static_cast<size_t>(a)];
+  const Profile& y = profiles_[static_cast<size_t>(b)];
+  if (!x.aligned || !y.aligned || type < EXACT_DUPE || type > CONFLICT_DUPE) {
+    CDupeSet& comparer = comparers_[type >= EXACT_DUPE && type <= CONFLICT_DUPE ? type : 0];
+    if (!comparer.GetPrimaryCard() || comparer.GetType() != type) comparer.Init(Card(a), type);
+    return comparer.CompareCards(Card(a).get(), Card(b).get());
+  }
+  // The steps of CDupeSet::CompareCards, in its order.
+  if (x.last != 0 && y.last != 0 && x.last != y.last) return false;
+  const bool tagsEqual = x.tag == y.tag;
+  if (!tagsEqual && type == EXACT_DUPE) return false;
+  if (x.email != y.email && type == EXACT_DUPE) return false;
+  const bool emailsMatch = x.email != 0 && x.email == y.email;
+  if (!emailsMatch && x.last != 0 && y.last != 0 && !tagsEqual) return false;
+
+  if (x.tag == 0 || y.tag == 0) {
+    const std::string& text1 = LoweredText(a);
+    const std::string& text2 = LoweredText(b);
+    if (text1 == text2) {
+      if (UserData(a) == UserData(b)) return true;
+    } else if (type == EXACT_DUPE) {
+      return false;
+    }
+    if (x.email == 0 || x.email != y.email) {
+      if (!WordTestPasses(text1, text2)) return false;
+    }
+  }
+
+  if (type == CONFLICT_DUPE) return true;
+  return FieldTest(type, *Card(a), *Card(b));
+}
+
+bool SortedSuspects::ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate) {
+  switch (type) {
+    case EXACT_DUPE:
+      return false;
+    case COMPATIBLE_DUPE:
+    case CONFLICT_DUPE: {
+      CCardStoreMgr& mgr = Mgr();
+      // Both are asked, whatever the first answers.
+      bool primaryHasImage = HasFrontImage(mgr, primary);
+      bool candidateHasImage = HasFrontImage(mgr, candidate);
+      if (!primaryHasImage && candidateHasImage) return true;
+      auto measure = [&](int32_t p) {
+        Profile& profile = profiles_[static_cast<size_t>(p)];
+        int32_t& value = type == COMPATIBLE_DUPE ? profile.filled : profile.textLength;
+        if (value < 0) {
+          const CCard& c = *Card(p);
+          if (type == COMPATIBLE_DUPE) {
+            value = 0;
+            for (int32_t i = 1; i <= c.NumFields(); ++i) value += c.FieldAt(i).Text().empty() ? 0 : 1;
+          } else if (profile.aligned) {
+            // GetText's length, by position in the common layout.
+            size_t length = 0;
+            for (int32_t i = 1; i <= c.NumFields(); ++i) {
+              const std::string& text = c.FieldAt(i).Text();
+              if (!text.empty() && inText_[static_cast<size_t>(i - 1)]) length += utf8::CountCodePoints(text) + 2;
+            }
+            value = static_cast<int32_t>(length);
+          } else {
+            value = c.TextLength();
+          }
+        }
+        return value;
+      };
+      return measure(candidate) > measure(primary);
+    }
+    default:
+      RaiseTrap("Unknown dupe type: " + std::to_string(type));
+  }
+}
+
+std::shared_ptr<CList> GroupSortedCards(CDupeSearch& search, int32_t type, SortedSuspects& cards,
+                                        std::vector<int32_t>* kept) {
+  auto named = std::make_shared<CList>();
+  named->RestrictType("CDupeSet");
+  const int32_t total = cards.Size();
+  if (total == 0) return named;
+  search.SetActionText(type);
+
+  // A card without a last name is offered the later cards with the same tag
+  // or the same e-mail text: equal tags sit together in the sorted list.
+  std::vector<int32_t> tagRunEnd(static_cast<size_t>(total));  // one past the last position with the same tag
+  for (int32_t p = total - 1; p >= 0; --p)
+    tagRunEnd[p] = (p + 1 < total && cards.TagId(p + 1) == cards.TagId(p)) ? tagRunEnd[p + 1] : p + 1;
+
+  SkipTable present(static_cast<size_t>(total));
+  int32_t remaining = total;  // the list's current count
+  int32_t keptBefore = 0;     // cards before the current one that stayed in the list
+  std::vector<std::shared_ptr<CDupeSet>> namedSets, namelessSets;
+  std::vector<int32_t> dupes;
+
+  for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) {
+    const int32_t i = keptBefore + 1;
+    if (!search.UpdateProgress(search_text::kGroupingCards, total + i - remaining, total)) break;
+    int32_t primary = p;
+    dupes.clear();
+    bool go = true;
+    auto offer = [&](int32_t q) {
+      bool dupe = false;
+      switch (type) {
+        case EXACT_DUPE:
+        case CONFLICT_DUPE:
+          dupe = cards.Compare(type, primary, q);
+          break;
+        case COMPATIBLE_DUPE:
+          dupe = cards.Compare(type, primary, q);
+          for (size_t d = 0; dupe && d < dupes.size(); ++d) dupe = cards.Compare(type, dupes[d], q);
+          break;
+        default:
+          RaiseTrap("Unknown dupe type: " + std::to_string(type));
+      }
+      if (!dupe) return;
+      if (cards.ShouldBecomePrimary(type, primary, q)) {
+        dupes.push_back(primary);
+        primary = q;
+      } else {
+        dupes.push_back(q);
+      }
+      present.Remove(q);
+      --remaining;
+      go = search.UpdateProgress(search_text::kGroupingCards, total + i - remaining, total);
+    };
+
+    const int32_t last = cards.LastId(p);
+    const int32_t tag = cards.TagId(p);
+    const int32_t email = cards.RawEmailId(p);
+    if (last != 0) {
+      // The list is sorted: the cards that may share this last name follow it.
+      for (int32_t q = present.Next(p + 1); go && q < total; q = present.Next(q + 1)) {
+        const int32_t otherLast = cards.LastId(q);
+        if (otherLast != 0 && otherLast != last) break;
+        if ((email != 0 && email == cards.RawEmailId(q)) || tag == cards.TagId(q)) offer(q);
+      }
+    } else {
+      static const std::vector<int32_t> kNone;
+      const std::vector<int32_t>& byMail = email != 0 ? cards.SameRawEmail(p) : kNone;
+      auto ia = std::upper_bound(byMail.begin(), byMail.end(), p);
+      // The run of equal tags after p merged with the e-mail candidates, in list order.
+      const int32_t tagEnd = tagRunEnd[p];
+      int32_t qt = present.Next(p + 1);
+      while (go) {
+        bool tagLeft = qt < tagEnd;
+        bool mailLeft = ia != byMail.end();
+        if (!tagLeft && !mailLeft) break;
+        int32_t q;
+        if (tagLeft && (!mailLeft || qt <= *ia)) {
+          q = qt;
+          if (mailLeft && *ia == qt) ++ia;
+          qt = present.Next(qt + 1);
+        } else {
+          q = *ia++;
+          if (!present.Present(q)) continue;
+        }
+        offer(q);
+      }
+    }
+    if (!go) break;  // stopped while the set was still growing: it is not finished
+
+    if (dupes.empty()) {
+      ++keptBefore;
+      continue;
+    }
+    auto set = std::make_shared<CDupeSet>();
+    set->Init(cards.Card(primary), type);
+    for (int32_t d : dupes) set->AddDupe(cards.Card(d));
+    (set->GetPrimaryCard()->FieldText("Name").empty() ? namelessSets : namedSets).push_back(std::move(set));
+    present.Remove(p);
+    --remaining;
+    if (!search.UpdateProgress(search_text::kGroupingCards, total + i - remaining, total)) break;
+  }
+
+  if (kept) {
+    kept->clear();
+    for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) kept->push_back(p);
+  }
+  for (auto& set : namedSets) named->AddItem(set);
+  for (auto& set : namelessSets) named->AddItem(set);
+  return named;
+}
+
+}  // namespace ombrel::dupes_internal

@@ -1,0 +1,94 @@
+// The grouping walk of the duplicate search over cards already sorted by
+// tag, with what the membership rules ask of each card worked out once and
+// shared by every dupe type.
+//
+// CompareCards and ShouldBecomePrimary ask the same questions of a card over
+// and over: its last name, tag and e-mail (compared here as small numbers),
+// its lower-cased text, how many fields it fills. Cards whose fields are laid
+// out alike (the usual case: the catalogue then the database's custom
+// fields) are compared field by field by position; any other card goes
+// through CDupeSet::CompareCards itself. A set is only made once it has a
+// second card, so the many cards that find no partner cost no set.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ombrel/dupes/cdupeset.h"
+#include "ombrel/foundation/clist.h"
+
+namespace ombrel {
+
+class CCard;
+class CCardStoreMgr;
+class CDupeSearch;
+
+namespace dupes_internal {
+
+class SortedSuspects {
+ public:
+  explicit SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted);
+  ~SortedSuspects();
+
+  int32_t Size() const { return static_cast<int32_t>(cards_.size()); }
+  const std::shared_ptr<CCard>& Card(int32_t p) const { return cards_[static_cast<size_t>(p)]; }
+
+  // CDupeSet::CompareCards(card a, card b) for a set of the given type.
+  bool Compare(int32_t type, int32_t a, int32_t b);
+  // CDupeSet::ShouldBecomePrimary for a set of the given type whose primary is card primary.
+  bool ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate);
+
+  // For the walk: last name, tag and stored e-mail text as numbers (0 when empty).
+  int32_t LastId(int32_t p) const { return profiles_[static_cast<size_t>(p)].last; }
+  int32_t TagId(int32_t p) const { return profiles_[static_cast<size_t>(p)].tag; }
+  int32_t RawEmailId(int32_t p) const { return profiles_[static_cast<size_t>(p)].rawEmail; }
+  // Positions of the cards with the same stored e-mail text, in order.
+  const std::vector<int32_t>& SameRawEmail(int32_t p);
+
+ private:
+  struct Profile {
+    int32_t last = 0;
+    int32_t tag = 0;
+    int32_t rawEmail = 0;
+    int32_t email = 0;  // lower-cased and trimmed
+    int32_t filled = -1;
+    int32_t textLength = -1;
+    int32_t id = 0;  // 0 when the card has none
+    int8_t frontImage = -1;  // not asked yet
+    bool aligned = false;
+    bool textsReady = false;
+  };
+
+  const std::string& LoweredText(int32_t p);
+  const std::string& UserData(int32_t p);
+  int32_t CardId(int32_t p) const;
+  bool HasFrontImage(CCardStoreMgr& mgr, int32_t p);
+  bool FieldTest(int32_t type, const CCard& card1, const CCard& card2) const;
+
+  std::vector<std::shared_ptr<CCard>> cards_;
+  std::vector<Profile> profiles_;
+  std::vector<std::string> loweredText_;
+  std::vector<std::string> userData_;
+  std::vector<const std::string*> referenceNames_;  // the common field layout
+  enum FieldKind : uint8_t { kOther, kDate, kCategories };
+  std::vector<FieldKind> fieldKind_;  // by position in that layout
+  std::vector<bool> inText_;          // by position: part of GetText when filled
+  std::vector<std::vector<int32_t>> byRawEmail_;  // by RawEmailId, built on first use
+  bool emailIndexBuilt_ = false;
+  CDupeSet comparers_[4];  // CompareCards of each type, for the cards laid out otherwise
+};
+
+// The dupe sets of one type over the sorted cards: sets whose primary has a
+// name first, then the nameless ones, each in creation order. Progress and
+// stopping go through search. kept, when given, receives the positions of
+// the cards that joined no set.
+std::shared_ptr<CList> GroupSortedCards(CDupeSearch& search, int32_t type, SortedSuspects& cards,
+                                        std::vector<int32_t>* kept);
+
+// The word test of CompareCards on two lower-cased card texts.
+bool WordTestPasses(const std::string& text1, const std::string& text2);
+
+}  // namespace dupes_internal
+}  // namespace ombrel
