@@ -277,9 +277,14 @@ std::shared_ptr<CCard> CCardStoreMgr::GetCard(int32_t cardId) {
   });
 }
 
-const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std::string& customFields) {
-  if (plan_ && plan_->text == customFields) return *plan_;
-  CustomFieldPlan plan;
+std::shared_ptr<const CCardStoreMgr::CustomFieldPlan> CCardStoreMgr::PlanCustomFields(
+    const std::string& customFields) {
+  // A plan follows from the text alone, so each thread keeps the last one it
+  // made: threads building cards at once then share nothing, not even a lock.
+  thread_local std::shared_ptr<const CustomFieldPlan> last;
+  if (last && last->text == customFields) return last;
+  auto made = std::make_shared<CustomFieldPlan>();
+  CustomFieldPlan& plan = *made;
   plan.text = customFields;
   try {
     auto lines = CString(customFields).GetTokens(kCrLf, false);
@@ -295,8 +300,8 @@ const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std:
   } catch (const Error& e) {
     plan.error = e;
   }
-  plan_ = std::move(plan);
-  return *plan_;
+  last = std::move(made);
+  return last;
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
@@ -311,7 +316,9 @@ std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::strin
 
 template <class Read>
 std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const std::string& customFields, const Read& read) {
-  const CustomFieldPlan& plan = PlanCustomFields(customFields);
+  // Held for the whole build: a reader that builds another card replaces this thread's plan.
+  const std::shared_ptr<const CustomFieldPlan> held = PlanCustomFields(customFields);
+  const CustomFieldPlan& plan = *held;
   auto card = std::make_shared<CCard>(plan.fields);
   if (plan.error) throw *plan.error;
 

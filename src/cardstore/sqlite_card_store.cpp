@@ -197,13 +197,7 @@ void CSqliteCardStore::Impl::EnsureCustomFieldsLoaded() {
   StatementUse use(st_->selectCustom);
   while (use->Step()) customFields_.emplace(use->Text(0));
   customLoaded_ = true;
-  ForgetResolvedNames();
-}
-
-void CSqliteCardStore::Impl::ForgetResolvedNames() {
-  if (resolved_.size() != kResolvedSlots) resolved_.assign(kResolvedSlots, {});
-  for (auto& r : resolved_) r.used = false;
-  resolvedCount_ = 0;
+  resolved_.Clear();
 }
 
 namespace {
@@ -226,21 +220,39 @@ size_t NameHash(std::string_view name) {
 
 }  // namespace
 
-int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {
-  EnsureCustomFieldsLoaded();
+bool sqlite_store::ResolvedNames::Find(std::string_view name, int32_t& index, size_t& slot) const {
   static_assert(std::has_single_bit(kResolvedSlots));
   const size_t mask = kResolvedSlots - 1;
-  size_t slot = NameHash(name) & mask;
-  for (; resolved_[slot].used; slot = (slot + 1) & mask) {
-    if (resolved_[slot].name == name) return resolved_[slot].index;
+  for (slot = NameHash(name) & mask; slots_[slot].used; slot = (slot + 1) & mask) {
+    if (slots_[slot].name == name) {
+      index = slots_[slot].index;
+      return true;
+    }
   }
-  std::string canonical;
-  int32_t index = CanonicalName(name, customFields_, canonical) ? Intern(canonical) : kUnknownName;
+  return false;
+}
+
+void sqlite_store::ResolvedNames::Add(size_t slot, std::string_view name, int32_t index) {
   // Names asked for are few; emptying the table when half full bounds a
   // misuse and keeps probes short (slot, free before, stays free).
-  if (resolvedCount_ >= kResolvedSlots / 2) ForgetResolvedNames();
-  resolved_[slot] = {std::string(name), index, true};
-  ++resolvedCount_;
+  if (count_ >= kResolvedSlots / 2) Clear();
+  slots_[slot] = {std::string(name), index, true};
+  ++count_;
+}
+
+void sqlite_store::ResolvedNames::Clear() {
+  for (auto& e : slots_) e.used = false;
+  count_ = 0;
+}
+
+int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {
+  EnsureCustomFieldsLoaded();
+  int32_t index = kUnknownName;
+  size_t slot = 0;
+  if (resolved_.Find(name, index, slot)) return index;
+  std::string canonical;
+  index = CanonicalName(name, customFields_, canonical) ? Intern(canonical) : kUnknownName;
+  resolved_.Add(slot, name, index);
   return index;
 }
 
@@ -276,45 +288,47 @@ uint32_t CSqliteCardStore::Impl::EnsureCode(int32_t canon) {
 
 // One pass over the blob, straight into the card's index: every card of a
 // scan comes through here.
-void CSqliteCardStore::Impl::Decode(int32_t cardId, std::string_view blob, DecodedCard& card) {
-  EnsureNamesLoaded();
+uint64_t sqlite_store::DecodeWith(const std::vector<int32_t>& canonByCode, size_t names, int32_t cardId,
+                                  std::string_view blob, DecodedCard& card) {
   card.ClearSlots();
   card.canonIndex.clear();
   card.values.clear();
   card.valid = false;
-  if (card.slot.size() < canon_.size()) card.slot.resize(canon_.size(), -1);
+  if (card.slot.size() < names) card.slot.resize(names, -1);
   auto* p = reinterpret_cast<const unsigned char*>(blob.data());
   auto* end = p + blob.size();
-  bool reloaded = false;
-  int64_t unknown = -1;  // the first code no name has; damage is reported before it
+  uint64_t unknown = 0;
   while (p != end) {
     uint64_t code = 0, length = 0;
     if (!ReadVarint(p, end, code) || !ReadVarint(p, end, length) || code == 0 || code > UINT32_MAX ||
         length > static_cast<uint64_t>(end - p)) {
-      Fail(kStatusDatabase, "the stored values of card " + std::to_string(cardId) + " are damaged");
+      Fail(CSqliteCardStore::kStatusDatabase, "the stored values of card " + std::to_string(cardId) + " are damaged");
     }
     std::string_view text(reinterpret_cast<const char*>(p), length);
     p += length;
-    auto lookup = [&] { return code < canonByCode_.size() ? canonByCode_[code] : -1; };
-    int32_t index = lookup();
-    if (index < 0 && !reloaded) {
-      // A name another connection registered since we last looked.
-      namesLoaded_ = false;
-      EnsureNamesLoaded();
-      reloaded = true;
-      if (card.slot.size() < canon_.size()) card.slot.resize(canon_.size(), -1);
-      index = lookup();
-    }
-    if (index < 0 && unknown < 0) unknown = static_cast<int64_t>(code);
-    if (unknown >= 0) continue;  // failing anyway; read on only to find damage
+    int32_t index = code < canonByCode.size() ? canonByCode[code] : -1;
+    if (index < 0 && unknown == 0) unknown = code;
+    if (unknown != 0) continue;  // failing anyway; read on only to find damage
     card.values.push_back({static_cast<uint32_t>(code), text});
     card.canonIndex.push_back(index);
     card.slot[index] = static_cast<int32_t>(card.values.size() - 1);
   }
-  if (unknown >= 0) {
+  if (unknown == 0) card.id = cardId;
+  return unknown;
+}
+
+void CSqliteCardStore::Impl::Decode(int32_t cardId, std::string_view blob, DecodedCard& card) {
+  EnsureNamesLoaded();
+  uint64_t unknown = DecodeWith(canonByCode_, canon_.size(), cardId, blob, card);
+  if (unknown != 0) {
+    // A name another connection registered since we last looked.
+    namesLoaded_ = false;
+    EnsureNamesLoaded();
+    unknown = DecodeWith(canonByCode_, canon_.size(), cardId, blob, card);
+  }
+  if (unknown != 0) {
     Fail(kStatusDatabase, "card " + std::to_string(cardId) + " holds unknown value code " + std::to_string(unknown));
   }
-  card.id = cardId;
 }
 
 // ---- cards ------------------------------------------------------------------

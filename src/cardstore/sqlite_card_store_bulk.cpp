@@ -12,25 +12,6 @@ using namespace sqlite_store;
 
 namespace {
 
-// What a scan hands to its visitor: the row's values, decoded in place.
-class ScanValues : public ICardValues {
- public:
-  explicit ScanValues(CSqliteCardStore::Impl& store) : store_(store) {}
-  std::string Get(std::string_view name) const override {
-    int32_t index = kUnknownName;
-    try {
-      index = store_.Resolve(name);
-    } catch (const Failure&) {
-      return {};
-    }
-    return std::string(card.Find(index));
-  }
-  DecodedCard card;
-
- private:
-  CSqliteCardStore::Impl& store_;
-};
-
 bool HasControlChars(std::string_view s) {
   for (char c : s) {
     if (static_cast<unsigned char>(c) < 0x20) return true;

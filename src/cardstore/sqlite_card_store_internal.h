@@ -164,6 +164,35 @@ constexpr size_t kResolvedSlots = 1024;  // a power of two; emptied when half fu
 constexpr int64_t kSchemaVersion = 1;
 constexpr int32_t kApplicationId = 0x4F6D6272;  // "Ombr"
 
+// Names as asked -> canonical index or kUnknownName, by open addressing
+// with a cheap hash: a scan asks for the same hundred-odd names on every
+// card, in whatever spelling the caller uses.
+class ResolvedNames {
+ public:
+  // True with the index remembered for name; otherwise false, with slot set
+  // to where Add puts it.
+  bool Find(std::string_view name, int32_t& index, size_t& slot) const;
+  // slot as Find gave it, with nothing added since.
+  void Add(size_t slot, std::string_view name, int32_t index);
+  void Clear();
+
+ private:
+  struct Entry {
+    std::string name;
+    int32_t index = kUnknownName;
+    bool used = false;
+  };
+  std::vector<Entry> slots_ = std::vector<Entry>(kResolvedSlots);
+  size_t count_ = 0;
+};
+
+// Decodes blob (which must outlive card) into card by a code -> canonical
+// index table over `names` indexes. Answers the first code the table does
+// not know, 0 when it knows them all; damage is reported (as a Failure)
+// before an unknown code.
+uint64_t DecodeWith(const std::vector<int32_t>& canonByCode, size_t names, int32_t cardId, std::string_view blob,
+                    DecodedCard& card);
+
 }  // namespace ombrel::sqlite_store
 
 namespace ombrel {
@@ -258,17 +287,7 @@ class CSqliteCardStore::Impl {
   };
   std::vector<CanonName> canon_;
   sqlite_store::StringMap<int32_t> canonByName_;
-  // Names as asked -> canonical index or kUnknownName, by open addressing
-  // with a cheap hash: a scan asks for the same hundred-odd names on every
-  // card, in whatever spelling the caller uses.
-  struct ResolvedName {
-    std::string name;
-    int32_t index = sqlite_store::kUnknownName;
-    bool used = false;
-  };
-  std::vector<ResolvedName> resolved_;
-  size_t resolvedCount_ = 0;
-  void ForgetResolvedNames();
+  sqlite_store::ResolvedNames resolved_;
   std::vector<int32_t> canonByCode_;           // code -> canonical index, -1 when unknown
   bool namesLoaded_ = false;
   std::unordered_set<std::string> customFields_;
@@ -333,5 +352,29 @@ Status CSqliteCardStore::Impl::Run(std::string_view operation, int32_t cardId, s
     return kStatusDatabase;
   }
 }
+
+namespace sqlite_store {
+
+// What a scan on the store's own connection hands to its visitor: the row's
+// values, decoded in place.
+class ScanValues : public ICardValues {
+ public:
+  explicit ScanValues(CSqliteCardStore::Impl& store) : store_(store) {}
+  std::string Get(std::string_view name) const override {
+    int32_t index = kUnknownName;
+    try {
+      index = store_.Resolve(name);
+    } catch (const Failure&) {
+      return {};
+    }
+    return std::string(card.Find(index));
+  }
+  DecodedCard card;
+
+ private:
+  CSqliteCardStore::Impl& store_;
+};
+
+}  // namespace sqlite_store
 
 }  // namespace ombrel

@@ -11,6 +11,11 @@
 // Every wrapper raises "Cardstore object has not been set" while no store is
 // set. GetValue is deliberately lenient: a value the store cannot give reads
 // as empty text.
+//
+// Threads: BuildCard (both forms) may be called from several threads at once,
+// for different cards, each with a reader of its own. Every other member
+// talks to the store and is as thread-safe as the store is, which for the
+// stores here means not at all; SetCardStore must not run alongside anything.
 #pragma once
 
 #include <cstdint>
@@ -80,7 +85,8 @@ class CCardStoreMgr {
   // The custom-field text split into the fields it declares, kept for the
   // last text seen: a scan passes the same text for every card. A malformed
   // line is remembered with its error, raised once the fields before it
-  // have been added, as a line-by-line reading would.
+  // have been added, as a line-by-line reading would. Never changed once
+  // made.
   struct CustomFieldPlan {
     std::string text;
     std::vector<CCard::CustomField> fields;
@@ -89,13 +95,14 @@ class CCardStoreMgr {
 
   ICardStore& Store() const;
   [[noreturn]] void RaiseFailure(const std::string& message);
-  const CustomFieldPlan& PlanCustomFields(const std::string& customFields);
+  // The plan of that text, made anew only when it is not the text this
+  // thread asked for last.
+  static std::shared_ptr<const CustomFieldPlan> PlanCustomFields(const std::string& customFields);
   // The one body of GetCard and both BuildCards; read(name, value) as ValueReader.
   template <class Read>
   std::shared_ptr<CCard> Build(int32_t cardId, const std::string& customFields, const Read& read);
 
   std::shared_ptr<ICardStore> cardStore_;
-  std::optional<CustomFieldPlan> plan_;
 };
 
 // The component's one shared manager, replaced on each connect. Null until set.

@@ -72,6 +72,20 @@ class ICardStore {
   // are read card by card through the members above.
   virtual bool OffersScan() const { return false; }
   virtual Status ScanCards(const std::function<bool(int32_t cardId, const ICardValues& values)>& visit);
+
+  // Optional: the scan split into `parts` stretches of the card order, read at once, part 0 on the
+  // calling thread and each other part on a thread of its own. A part visits its stretch in order and
+  // every card of part p comes before every card of part p + 1 in the order, so the parts' cards in
+  // part order are exactly what ScanCards visits. A store may use fewer parts than asked (parts left
+  // without cards are simply never visited), e.g. while an update bracket is open.
+  // The visitor runs concurrently on several threads, each part with its own ICardValues; only part 0's
+  // visitor may call back into the store. Answering false ends that part only.
+  // When a visitor throws, or a part fails, the other parts stop at their next card and every thread
+  // is joined before the call returns. The exception of the lowest-numbered part that threw is then
+  // rethrown here; otherwise the failure of the lowest-numbered failing part is the call's status.
+  virtual bool OffersPartScan() const { return false; }
+  virtual Status ScanCardsInParts(
+      int32_t parts, const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit);
 };
 
 }  // namespace ombrel

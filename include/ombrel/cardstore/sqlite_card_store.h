@@ -30,7 +30,9 @@
 // GetLastError names what failed (operation, card ID, value name, SQLite's
 // own message). Writes outside BeginUpdate/CommitUpdate are each their own
 // transaction. Connect re-opens the file after Disconnect; the store is
-// connected when Open returns. Not thread-safe: one store object per thread.
+// connected when Open returns. Not thread-safe: one store object per thread;
+// ScanCardsInParts runs its other parts on threads of its own, each with its
+// own read-only connection, and answers only when they have all finished.
 //
 // PutValue inside a bracket: the value name and the card are checked (and a
 // new value name registered) at once, so those failures come from PutValue
@@ -142,6 +144,13 @@ class CSqliteCardStore : public ICardStore {
   Status GetCategories(std::string& categories) override;
   bool OffersScan() const override { return true; }
   Status ScanCards(const std::function<bool(int32_t cardId, const ICardValues& values)>& visit) override;
+  // One part on this connection while a bracket is open (its pending changes
+  // are this connection's alone) or when the database is not a file of its
+  // own (in memory, temporary).
+  bool OffersPartScan() const override { return true; }
+  Status ScanCardsInParts(
+      int32_t parts,
+      const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit) override;
 
   // Bulk and administrative paths used by import, export and the sample
   // generator. They follow the same status convention; inside an update

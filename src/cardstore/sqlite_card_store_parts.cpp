@@ -1,0 +1,240 @@
+// The card scan split into stretches of the card order read at once: part 0
+// on the store's own connection and the calling thread, every other part on
+// a read-only connection and a thread of its own.
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <system_error>
+#include <thread>
+
+#include "cardstore/sqlite_card_store_internal.h"
+
+namespace ombrel {
+
+using namespace sqlite_store;
+
+namespace {
+
+using PartVisit = std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>;
+
+// More threads than this would only take turns on the same cores.
+constexpr int32_t kMaxParts = 64;
+
+constexpr const char* kRangeScan = "SELECT id, vals FROM cards WHERE ord BETWEEN ?1 AND ?2 ORDER BY ord";
+
+// The name tables as they were when the scan began. Part 0's visitor may call
+// back into the store, which may then grow or reload the store's own tables,
+// so the other parts read this copy and never the store.
+struct NameTables {
+  std::vector<int32_t> canonByCode;
+  size_t names = 0;
+  StringMap<int32_t> canonByName;
+  std::unordered_set<std::string> customFields;
+};
+
+// What a part on a thread of its own hands to its visitor.
+class PartValues final : public ICardValues {
+ public:
+  explicit PartValues(const NameTables& tables) : tables_(tables) {}
+  std::string Get(std::string_view name) const override {
+    int32_t index = kUnknownName;
+    size_t slot = 0;
+    if (!resolved_.Find(name, index, slot)) {
+      std::string canonical;
+      if (CanonicalName(name, tables_.customFields, canonical)) {
+        // A valid name that no card has ever held has no index: it reads empty.
+        auto it = tables_.canonByName.find(canonical);
+        if (it != tables_.canonByName.end()) index = it->second;
+      }
+      resolved_.Add(slot, name, index);
+    }
+    return std::string(card.Find(index));
+  }
+
+  DecodedCard card;
+
+ private:
+  const NameTables& tables_;
+  mutable ResolvedNames resolved_;  // this part's alone
+};
+
+struct Part {
+  int64_t first = 0;
+  int64_t last = -1;
+  sqlite3* db = nullptr;  // null for part 0, which reads on the store's connection
+  Statement scan;
+  std::exception_ptr thrown;      // by the visitor
+  std::exception_ptr storeError;  // a Failure, or running out of memory
+
+  Part() = default;
+  Part(const Part&) = delete;
+  Part& operator=(const Part&) = delete;
+  ~Part() { Close(); }
+  void Close() noexcept {
+    scan = Statement();
+    if (db) sqlite3_close_v2(db);
+    db = nullptr;
+  }
+};
+
+void OpenPartConnection(Part& part, const char* file, int busyTimeoutMs) {
+  int rc = sqlite3_open_v2(file, &part.db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (rc != SQLITE_OK) FailSql(part.db, rc, "cannot open '" + std::string(file) + "' for a part of the scan");
+  sqlite3_extended_result_codes(part.db, 1);
+  sqlite3_busy_timeout(part.db, busyTimeoutMs);
+  part.scan = Statement(part.db, kRangeScan);
+  part.scan.BindInt(1, part.first);
+  part.scan.BindInt(2, part.last);
+}
+
+// A code the copied tables do not know: registered by another connection
+// after the scan began, or never registered at all (damage, reported as the
+// store's own reads report it).
+[[noreturn]] void FailUnknownCode(sqlite3* db, int32_t cardId, uint64_t code) {
+  Statement lookup(db, "SELECT 1 FROM value_names WHERE code = ?1");
+  lookup.BindInt(1, static_cast<int64_t>(code));
+  if (lookup.Step()) {
+    Fail(CSqliteCardStore::kStatusDatabase, "the database changed during the scan (card " + std::to_string(cardId) +
+                                                " holds a value name registered since it began); try again");
+  }
+  Fail(CSqliteCardStore::kStatusDatabase,
+       "card " + std::to_string(cardId) + " holds unknown value code " + std::to_string(code));
+}
+
+// Reads one part, catching whatever it meets; anything caught stops the
+// other parts at their next card.
+template <class Decode>
+void ReadPart(int32_t number, Part& part, ICardValues& values, DecodedCard& card, const Decode& decode,
+              const PartVisit& visit, std::atomic<bool>& stop) noexcept {
+  try {
+    while (!stop.load(std::memory_order_relaxed) && part.scan.Step()) {
+      auto id = static_cast<int32_t>(part.scan.Int(0));
+      decode(id, part.scan.Blob(1), card);
+      bool more = false;
+      try {
+        more = visit(number, id, values);
+      } catch (...) {
+        part.thrown = std::current_exception();
+        break;
+      }
+      if (!more) break;
+    }
+  } catch (...) {
+    part.storeError = std::current_exception();
+  }
+  part.scan.Reset();  // an unfinished read would pin the snapshot
+  if (part.thrown || part.storeError) stop.store(true, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit) {
+  std::exception_ptr thrown;
+  Status status = impl_->Run("ScanCardsInParts", [&] {
+    Impl& s = *impl_;
+    s.RequireConnected();
+    s.Refresh(false);
+    s.FlushCard();
+
+    // Pending changes are visible on this connection only, and an in-memory
+    // or temporary database on no other.
+    const char* file = sqlite3_db_filename(s.db_, "main");
+    int64_t first = INT64_MIN, last = INT64_MAX;
+    int32_t count = 1;
+    if (parts > 1 && !s.inBracket_ && file && *file && sqlite3_threadsafe()) {
+      // The other parts read the newest commit: so must the name tables.
+      s.Refresh(true);
+      // One aggregate a query, so that each reads one end of the table and not all of it.
+      Statement bounds(s.db_, "SELECT (SELECT min(ord) FROM cards), (SELECT max(ord) FROM cards)");
+      if (bounds.Step() && !bounds.IsNull(0)) {
+        first = bounds.Int(0);
+        last = bounds.Int(1);
+        // ord is dense after imports, so equal stretches of it hold about equal numbers of cards.
+        __int128 span = static_cast<__int128>(last) - first + 1;
+        count = static_cast<int32_t>(std::min<__int128>({parts, kMaxParts, span}));
+      }
+    }
+    std::vector<Part> part(count);
+    for (int32_t p = 0; p < count; ++p) {
+      __int128 span = static_cast<__int128>(last) - first + 1;
+      part[p].first = static_cast<int64_t>(first + span * p / count);
+      part[p].last = static_cast<int64_t>(first + span * (p + 1) / count - 1);
+    }
+
+    // What can fail on its own (the names, the connections) is done before any card is visited.
+    NameTables tables;
+    if (count > 1) {
+      s.EnsureNamesLoaded();
+      s.EnsureCustomFieldsLoaded();
+      tables.canonByCode = s.canonByCode_;
+      tables.names = s.canon_.size();
+      tables.canonByName = s.canonByName_;
+      tables.customFields = s.customFields_;
+      for (int32_t p = 1; p < count; ++p) OpenPartConnection(part[p], file, s.options_.busyTimeoutMs);
+    }
+    part[0].scan = Statement(s.db_, kRangeScan);  // its own: the visitor may call back into the store
+    part[0].scan.BindInt(1, part[0].first);
+    part[0].scan.BindInt(2, part[0].last);
+
+    std::atomic<bool> stop = false;
+    auto readAlone = [&](int32_t p) {
+      PartValues values(tables);
+      auto decode = [&](int32_t id, std::string_view blob, DecodedCard& card) {
+        uint64_t unknown = DecodeWith(tables.canonByCode, tables.names, id, blob, card);
+        if (unknown != 0) FailUnknownCode(part[p].db, id, unknown);
+      };
+      ReadPart(p, part[p], values, values.card, decode, visit, stop);
+      part[p].Close();
+    };
+    std::vector<std::thread> threads;
+    // However this body is left, no thread outlives it.
+    struct JoinAll {
+      std::vector<std::thread>& threads;
+      std::atomic<bool>& stop;
+      ~JoinAll() {
+        for (auto& t : threads) {
+          if (t.joinable()) {
+            stop = true;
+            t.join();
+          }
+        }
+      }
+    } joinAll{threads, stop};
+    threads.reserve(count - 1);
+    try {
+      for (int32_t p = 1; p < count; ++p) {
+        threads.emplace_back([&, p] {
+          try {
+            readAlone(p);
+          } catch (...) {
+            // PartValues' table of names could not be made.
+            part[p].storeError = std::current_exception();
+            stop.store(true, std::memory_order_relaxed);
+          }
+        });
+      }
+    } catch (const std::system_error& e) {
+      Fail(kStatusDatabase, std::string("cannot start a thread for a part of the scan: ") + e.what());
+    }
+
+    ScanValues values(s);
+    auto decode = [&](int32_t id, std::string_view blob, DecodedCard& card) { s.Decode(id, blob, card); };
+    ReadPart(0, part[0], values, values.card, decode, visit, stop);
+    for (auto& t : threads) t.join();
+
+    for (const Part& p : part) {
+      if (p.thrown) {
+        thrown = p.thrown;
+        return;
+      }
+    }
+    for (const Part& p : part) {
+      if (p.storeError) std::rethrow_exception(p.storeError);
+    }
+  });
+  // Outside Run, which would turn a visitor's bad_alloc into a status.
+  if (thrown) std::rethrow_exception(thrown);
+  return status;
+}
+
+}  // namespace ombrel

@@ -1,0 +1,202 @@
+// ScanCardsInParts on the SQLite store, and BuildCard fed from its parts.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/cardstore/sqlite_card_store.h"
+
+namespace ombrel {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using S = CSqliteCardStore;
+using Reader = std::function<std::string(int32_t id, const ICardValues& values)>;
+using Parts = std::vector<std::vector<std::string>>;  // per part, what was read of each card
+
+const std::vector<std::string> kStored = {"Name",           "First Name",        "Last Name", "Title",
+                                          "Phone 1",        "Phone 1.Label",     "Email 2",   "Email 2.Label",
+                                          "Name.Rectangle", "Email 2.Rectangle", "Nickname",  "Room.Confidence Levels"};
+
+// Names and last names agree on most cards, so that most of them build.
+std::string ValueOf(const std::string& name, int i) {
+  std::string k = std::to_string(i % 97);
+  if (name == "Name" || name == "Last Name") return (name == "Name" ? "Ann Lee" : "Lee") + k;
+  if (name.ends_with(".Rectangle")) return k + " 2 " + std::to_string(i % 97 + 40) + " 60";
+  if (name.ends_with(".Confidence Levels")) return k + " 90";
+  return name + " " + k;
+}
+
+// Also a suffix in another case, a valid name no card holds and a name that is none.
+std::string Dump(int32_t id, const ICardValues& values) {
+  std::string out = std::to_string(id);
+  for (const auto& n : kStored) out += "|" + values.Get(n);
+  for (const char* n : {"phone 1.LABEL", "Fax.Label", "Room", "Shoe Size"}) out += "|" + values.Get(n);
+  return out;
+}
+
+class PartScanTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("ombrel-parts-" + std::to_string(::getpid()) + "-" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::create_directories(dir_);
+    store_ = Fill((dir_ / "cards.db").string(), 3000);
+  }
+  void TearDown() override {
+    store_.reset();
+    fs::remove_all(dir_);
+  }
+  static std::unique_ptr<S> Fill(const std::string& path, int cards) {
+    auto store = S::Open(path, OpenMode::kOpenOrCreate, {5000, 0});
+    EXPECT_EQ(store->DefineCustomFields({{"Nickname"}, {"Room"}}), 0);
+    EXPECT_EQ(store->BeginUpdate(), 0);
+    for (int i = 1; i <= cards; ++i) {
+      CardValueList values;
+      for (size_t n = 0; n < kStored.size(); ++n) {
+        if ((i * 7 + n * 3) % 5 != 0) values.emplace_back(kStored[n], ValueOf(kStored[n], i));
+      }
+      EXPECT_EQ(store->AddCard(i * 3, values), 0) << store->GetLastError();
+    }
+    EXPECT_EQ(store->CommitUpdate(), 0);
+    return store;
+  }
+  static std::vector<std::string> Scan(S& store, const Reader& read = Dump) {
+    std::vector<std::string> all;
+    EXPECT_EQ(store.ScanCards([&](int32_t id, const ICardValues& v) {
+      all.push_back(read(id, v));
+      return true;
+    }),
+              0);
+    return all;
+  }
+  // Each part writes only its own list; part stopping answers false at its first card.
+  static Parts ScanInParts(S& store, int32_t parts, const Reader& read = Dump, int32_t stopping = -1) {
+    Parts got(parts);
+    EXPECT_EQ(store.ScanCardsInParts(parts,
+                                     [&](int32_t part, int32_t id, const ICardValues& v) {
+                                       got.at(part).push_back(read(id, v));
+                                       return part != stopping;
+                                     }),
+              0)
+        << store.GetLastError();
+    return got;
+  }
+  static std::vector<std::string> Joined(const Parts& parts) {
+    std::vector<std::string> all;
+    for (const auto& p : parts) all.insert(all.end(), p.begin(), p.end());
+    return all;
+  }
+
+  fs::path dir_;
+  std::unique_ptr<S> store_;
+};
+
+TEST_F(PartScanTest, PartsInOrderAreExactlyTheScan) {
+  for (int id : {3, 1500, 4500, 9000}) ASSERT_EQ(store_->DeleteCard(id), 0);  // holes in the order
+  ASSERT_EQ(store_->PutValue(6, "Room", "moved"), 0);
+  Parts two = ScanInParts(*store_, 2);  // before a scan on the store's connection has asked these names
+  Parts five = ScanInParts(*store_, 5);
+  const auto whole = Scan(*store_);
+  ASSERT_EQ(whole.size(), 2996u);
+  EXPECT_EQ(Joined(two), whole);
+  EXPECT_EQ(Joined(five), whole);
+  EXPECT_NEAR(two[0].size(), 1498.0, 5);  // both threads really read
+  for (const auto& part : five) EXPECT_NEAR(part.size(), 600.0, 5);
+
+  auto few = Fill((dir_ / "few.db").string(), 3);  // fewer cards than parts
+  Parts eight = ScanInParts(*few, 8);
+  EXPECT_EQ(Joined(eight), Scan(*few));
+  EXPECT_EQ(eight[2].size(), 1u);
+}
+
+TEST_F(PartScanTest, OnePartOnTheStoresConnectionWhenOthersCouldNotSeeTheCards) {
+  ASSERT_EQ(store_->BeginUpdate(), 0);
+  ASSERT_EQ(store_->PutValue(9, "Title", "pending"), 0);
+  Parts bracket = ScanInParts(*store_, 2);
+  EXPECT_EQ(bracket[0], Scan(*store_));
+  EXPECT_THAT(bracket[0][2], HasSubstr("|pending|"));
+  ASSERT_EQ(store_->AbortUpdate(), 0);
+
+  auto memory = Fill(":memory:", 40);
+  EXPECT_EQ(ScanInParts(*memory, 2)[0], Scan(*memory));
+}
+
+TEST_F(PartScanTest, AnsweringFalseEndsThatPartOnly) {
+  const Parts all = ScanInParts(*store_, 2);
+  for (int32_t stopping : {0, 1}) {
+    Parts got = ScanInParts(*store_, 2, Dump, stopping);
+    EXPECT_EQ(got[stopping], std::vector<std::string>{all[stopping][0]});
+    EXPECT_EQ(got[1 - stopping], all[1 - stopping]);
+  }
+}
+
+// When both parts throw, part 1 throws first: it waits until part 0 visits a
+// card, which then waits until part 1 has thrown (each for a while only, so
+// that a scan reading one part after the other fails instead of hanging).
+TEST_F(PartScanTest, AVisitorsExceptionReachesTheCallerFromTheLowestPartThatThrew) {
+  for (bool bothThrow : {false, true}) {
+    std::atomic<bool> visiting = false, threw = false;
+    auto waitFor = [](const std::atomic<bool>& flag) {
+      for (int i = 0; !flag && i < 5000; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    auto visit = [&](int32_t part, int32_t, const ICardValues&) {
+      if (part == 0 && !bothThrow) return true;
+      if (part == 0) visiting = true;
+      if (bothThrow) waitFor(part == 0 ? threw : visiting);
+      if (part == 1) threw = true;
+      throw std::runtime_error("part " + std::to_string(part));
+    };
+    try {
+      store_->ScanCardsInParts(2, visit);
+      ADD_FAILURE() << "nothing thrown";
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(e.what(), std::string(bothThrow ? "part 0" : "part 1"));
+    }
+  }
+  EXPECT_EQ(Scan(*store_).size(), 3000u);  // nothing left running or locked
+}
+
+TEST_F(PartScanTest, AStoreFailureInAPartIsTheCallsStatus) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open((dir_ / "cards.db").c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db, "UPDATE cards SET vals = x'630141' WHERE id = 8994", nullptr, nullptr, nullptr), 0);
+  sqlite3_close(db);
+  EXPECT_EQ(store_->ScanCardsInParts(2, [](int32_t, int32_t, const ICardValues&) { return true; }),
+            S::kStatusDatabase);
+  EXPECT_EQ(store_->GetLastError(), "ScanCardsInParts: card 8994 holds unknown value code 99");
+}
+
+// The search builds cards on every part's thread with one manager; here the
+// custom-field text changes from card to card too (one of them malformed).
+TEST_F(PartScanTest, BuildCardOnEveryPartGivesTheCardsOfASequentialRead) {
+  const std::string texts[] = {"Nickname\tTEXT\tVISIBLE\tREADWRITE\r\nRoom\tTEXT\tVISIBLE\tREADONLY",
+                               "Room\tTEXT\tVISIBLE\tREADWRITE", "Nickname\tTEXT"};
+  CCardStoreMgr mgr;
+  auto build = [&](int32_t id, const ICardValues& values) -> std::string {
+    try {
+      auto card = mgr.BuildCard(id, texts[id / 3 % 3],
+                                [&](std::string_view name, std::string& value) { value = values.Get(name); });
+      return card->ToStr() + card->GetLastName();
+    } catch (const Error& e) {
+      return "error " + e.Description();
+    }
+  };
+  const auto sequential = Scan(*store_, build);
+  EXPECT_EQ(Joined(ScanInParts(*store_, 2, build)), sequential);
+  EXPECT_THAT(sequential[1], HasSubstr("List index out of range"));
+  EXPECT_THAT(sequential[2], HasSubstr("FIELD:Nickname TEXT:Nickname 3"));
+}
+
+}  // namespace
+}  // namespace ombrel
