@@ -1,5 +1,6 @@
 // ombrel find: the duplicate search over a card database, printed as text
 // (each set's dump) or as JSON (type, primary and dupes by card ID).
+#include <charconv>
 #include <iostream>
 
 #include "commands.h"
@@ -37,8 +38,11 @@ int RunFind(const FindOptions& options) {
   LoadInterfaceTexts();
   auto store = ConnectDatabase(options.db);
   InstallStopHandler();
-  // Each type is printed as soon as it is found and then dropped, so a
-  // million-card search never holds more than one type's sets.
+  // Each type is printed as soon as it is found. Its sets are then kept, not
+  // freed: the process ends right after, and handing hundreds of thousands
+  // of cards and sets back to the allocator one by one would only add to the
+  // wait.
+  static auto* keptUntilExit = new std::vector<std::shared_ptr<CList>>();
   bool firstType = true, firstSet = true;
   auto printText = [&](int32_t type, const std::shared_ptr<CList>& sets) {
     if (!firstType) std::cout << "\n";
@@ -50,19 +54,39 @@ int RunFind(const FindOptions& options) {
     }
     for (int32_t i = 1; i <= sets->GetNumItems(); ++i) std::cout << sets->GetItemAs<CDupeSet>(i)->ToStr() << "\r\n";
     std::cout << "Duplicate cards: " << CountDuplicateCards(*sets) << "\n";
+    keptUntilExit->push_back(sets);
   };
   auto printJson = [&](int32_t type, const std::shared_ptr<CList>& sets) {
     if (!sets) return;
     const std::string typeName = TypeName(type);
+    std::string out;
+    char number[16];
+    auto append = [&](int32_t value) {
+      auto end = std::to_chars(number, number + sizeof number, value).ptr;
+      out.append(number, end);
+    };
     for (int32_t i = 1; i <= sets->GetNumItems(); ++i) {
-      auto set = sets->GetItemAs<CDupeSet>(i);
-      std::cout << (firstSet ? "[\n  " : ",\n  ") << R"({"type": ")" << typeName
-                << R"(", "primary": )" << set->GetPrimaryCard()->GetCardID() << R"(, "dupes": [)";
-      for (int32_t d = 1; d <= set->GetDupes().GetNumItems(); ++d)
-        std::cout << (d > 1 ? ", " : "") << set->GetDupes().GetItemAs<CCard>(d)->GetCardID();
-      std::cout << "]}";
+      const auto& set = static_cast<const CDupeSet&>(*sets->GetItem(i));
+      out += firstSet ? "[\n  " : ",\n  ";
+      out += R"({"type": ")";
+      out += typeName;
+      out += R"(", "primary": )";
+      append(set.GetPrimaryCard()->GetCardID());
+      out += R"(, "dupes": [)";
+      const CList& dupes = set.GetDupes();
+      for (int32_t d = 1; d <= dupes.GetNumItems(); ++d) {
+        if (d > 1) out += ", ";
+        append(static_cast<const CCard&>(*dupes.GetItem(d)).GetCardID());
+      }
+      out += "]}";
       firstSet = false;
+      if (out.size() > (1 << 16)) {
+        std::cout << out;
+        out.clear();
+      }
     }
+    std::cout << out;
+    keptUntilExit->push_back(sets);
   };
   SearchOutcome outcome;
   {
@@ -75,9 +99,6 @@ int RunFind(const FindOptions& options) {
     outcome = SearchDupes(TypesFor(options.type), &progress, emit);
   }
   if (options.json) std::cout << (firstSet ? "[]\n" : "\n]\n");
-  // The process ends right after: handing hundreds of thousands of cards back
-  // to the allocator one by one would only add to the wait.
-  static auto* keptUntilExit = new std::vector<std::shared_ptr<CList>>();
   keptUntilExit->push_back(std::move(outcome.cards));
   std::cout.flush();
   if (outcome.stopped) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -19,11 +20,13 @@ namespace ombrel {
 
 using dupes_internal::Clock;
 using dupes_internal::Mgr;
+using dupes_internal::Scan;
+using dupes_internal::ScanningStore;
 using dupes_internal::SecondsSince;
+using dupes_internal::Tag;
 
-namespace {
+namespace dupes_internal {
 
-// The store behind the manager when it can be read in one pass, else null.
 ICardStore* ScanningStore() {
   auto& mgr = CardStoreMgr();
   if (!mgr) return nullptr;
@@ -35,30 +38,26 @@ void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues
   if (store.ScanCards(visit) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
 }
 
-// Trimmed and lower-cased into out; plain ASCII takes the short way.
-void NormalizeKey(std::string_view raw, std::string& out) {
-  size_t b = raw.find_first_not_of(" \t\r\n");
-  if (b == std::string_view::npos) {
-    out.clear();
-    return;
-  }
-  size_t e = raw.find_last_not_of(" \t\r\n");
-  std::string_view t = raw.substr(b, e - b + 1);
-  out.assign(t);
-  for (char& c : out) {
-    if (static_cast<unsigned char>(c) >= 0x80) {
-      out = CString::LowerText(t);
-      return;
-    }
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  }
+void ScanInParts(ICardStore& store, int32_t parts,
+                 const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit) {
+  if (store.ScanCardsInParts(parts, visit) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
+}
+
+int32_t& PartScanThreshold() {
+  static int32_t threshold = 20000;
+  return threshold;
+}
+
+int32_t ScanPartsFor(const ICardStore& store, int32_t cards) {
+  if (!store.OffersPartScan() || cards < PartScanThreshold()) return 1;
+  return std::thread::hardware_concurrency() >= 2 ? 2 : 1;
 }
 
 std::string Tag(const CCard& card, const std::string& firstName) {
   return CString::TrimText(card.GetLastName() + "," + firstName);
 }
 
-}  // namespace
+}  // namespace dupes_internal
 
 bool ShouldShowProgress(int64_t elapsedSeconds, int32_t done, int32_t total) {
   return (elapsedSeconds > 1 && done < 0.8 * total) || elapsedSeconds >= 3;
@@ -129,120 +128,6 @@ std::shared_ptr<CList> CDupeSearch::GetAllCards() {
   }
   nameless->Append(*named);
   return nameless;
-}
-
-std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
-  // The three key tables hold the first card seen with each key.
-  const size_t expected = static_cast<size_t>(std::max(total, 0));
-  KeyTable byName(expected), byEmail(expected), byLastEmail(expected);
-  std::vector<int32_t> suspects;
-  std::unordered_set<int32_t> present;
-
-  auto add = [&](int32_t id) {
-    Trap(!present.insert(id).second, "HashTable already contains key: " + std::to_string(id));
-    suspects.push_back(id);
-  };
-  std::string first, last, email, fullName, lastEmail;
-  auto process = [&](int32_t id, std::string_view rawFirst, std::string_view rawLast, std::string_view rawEmail) {
-    NormalizeKey(rawFirst, first);
-    NormalizeKey(rawLast, last);
-    NormalizeKey(rawEmail, email);
-    // first and last are trimmed, so trimming "first last" only drops the blank when one is empty.
-    fullName.assign(first);
-    if (!first.empty() && !last.empty()) fullName += ' ';
-    fullName += last;
-    lastEmail.clear();
-    if (!last.empty() && !email.empty()) lastEmail.append(last).append(1, ' ').append(email);
-
-    bool suspect = false;
-    int32_t partner = 0;
-    auto lookup = [&](const KeyTable& table, const std::string& key) {
-      const int32_t* found = table.Find(key);
-      if (!found) return false;
-      partner = *found;
-      return true;
-    };
-    if (!fullName.empty()) {
-      suspect = lookup(byName, fullName) || (!lastEmail.empty() && lookup(byLastEmail, lastEmail));
-    } else {
-      // No name and no e-mail: nothing to pair it by, so it is always looked at.
-      suspect = email.empty() || lookup(byEmail, email);
-    }
-    if (!fullName.empty()) byName.Emplace(fullName, id);
-    if (!email.empty()) byEmail.Emplace(email, id);
-    if (!lastEmail.empty()) byLastEmail.Emplace(lastEmail, id);
-
-    if (suspect) {
-      add(id);
-      if ((!fullName.empty() || !email.empty()) && !present.count(partner)) add(partner);
-    }
-  };
-
-  if (ICardStore* store = ScanningStore()) {
-    int32_t i = 0;
-    Scan(*store, [&](int32_t id, const ICardValues& values) {
-      if (++i > total || !UpdateProgress(search_text::kReadingCards, i, total)) return false;
-      process(id, values.Get("First Name"), values.Get("Last Name"), values.Get("Email"));
-      return true;
-    });
-  } else {
-    CCardStoreMgr& mgr = Mgr();
-    for (int32_t i = 1; i <= total; ++i) {
-      if (!UpdateProgress(search_text::kReadingCards, i, total)) break;
-      int32_t id = mgr.GetCardID(i - 1);
-      process(id, mgr.GetValue(id, "First Name"), mgr.GetValue(id, "Last Name"), mgr.GetValue(id, "Email"));
-    }
-  }
-  return suspects;
-}
-
-std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids) {
-  auto list = std::make_shared<CList>();
-  std::vector<std::shared_ptr<CCard>> cards(ids.size());
-  ICardStore* store = ScanningStore();
-  if (store && !ids.empty()) {
-    // One pass over the store builds the suspects wherever they lie; an error
-    // is raised for the first failing card in suspect order, as reading them
-    // one by one would.
-    std::unordered_map<int32_t, size_t> slot;
-    slot.reserve(ids.size());
-    for (size_t k = 0; k < ids.size(); ++k) slot.emplace(ids[k], k);
-    std::vector<std::exception_ptr> errors(ids.size());
-    CCardStoreMgr& mgr = Mgr();
-    std::string customFields = mgr.GetCustomFields();
-    int32_t loaded = 0;
-    int32_t wanted = static_cast<int32_t>(ids.size());
-    Scan(*store, [&](int32_t id, const ICardValues& values) {
-      auto it = slot.find(id);
-      if (it == slot.end()) return true;
-      if (!UpdateProgress(search_text::kLoadingSuspects, ++loaded, wanted)) return false;
-      try {
-        auto card = mgr.BuildCard(id, customFields,
-                                  [&](std::string_view name, std::string& value) { value = values.Get(name); });
-        card->tag = Tag(*card, values.Get("First Name"));
-        cards[it->second] = std::move(card);
-      } catch (...) {
-        errors[it->second] = std::current_exception();
-      }
-      return loaded < wanted;
-    });
-    if (stopped_) return nullptr;
-    for (size_t k = 0; k < ids.size(); ++k) {
-      if (errors[k]) {
-        failedCardId_ = ids[k];
-        std::rethrow_exception(errors[k]);
-      }
-      if (!cards[k]) cards[k] = LoadCard(ids[k]);  // not met by the scan: read it alone
-    }
-  } else {
-    for (size_t k = 0; k < ids.size(); ++k) {
-      if (!UpdateProgress(search_text::kLoadingSuspects, static_cast<int32_t>(k + 1), static_cast<int32_t>(ids.size())))
-        return nullptr;
-      cards[k] = LoadCard(ids[k]);
-    }
-  }
-  for (auto& card : cards) list->AddItem(std::move(card));
-  return list;
 }
 
 std::shared_ptr<CList> CDupeSearch::GetSuspectCards() {

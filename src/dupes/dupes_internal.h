@@ -1,10 +1,14 @@
 // Small helpers the dupes sources share: the connected card store manager,
-// and the clock the search's phase timings use.
+// the clock the search's phase timings use, and the store scans.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
 
 #include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/cardstore/icardstore.h"
 #include "ombrel/foundation/error.h"
 
 namespace ombrel::dupes_internal {
@@ -21,5 +25,26 @@ using Clock = std::chrono::steady_clock;
 inline double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
+
+// The store behind the manager when it can be read in one pass, else null.
+ICardStore* ScanningStore();
+// ScanCards, raising when the store fails.
+void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues&)>& visit);
+// ScanCardsInParts, raising when the store fails.
+void ScanInParts(ICardStore& store, int32_t parts,
+                 const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit);
+// How many parts the search reads a store of that many cards in at once: one
+// per core, at most two, and one below PartScanThreshold() cards, where a
+// thread costs more than it saves.
+int32_t ScanPartsFor(const ICardStore& store, int32_t cards);
+int32_t& PartScanThreshold();
+// Progress of a scan read in parts, reported by part 0 alone: its own count
+// times the number of parts, so that the reports do not hang on timing.
+inline int32_t PartProgress(int32_t partZeroDone, int32_t parts, int32_t total) {
+  int64_t done = static_cast<int64_t>(partZeroDone) * parts;
+  return done < total ? static_cast<int32_t>(done) : total;
+}
+// The search's sort key of a card: "last name,first name", trimmed.
+std::string Tag(const CCard& card, const std::string& firstName);
 
 }  // namespace ombrel::dupes_internal

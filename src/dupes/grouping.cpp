@@ -1,6 +1,8 @@
 #include "dupes/grouping.h"
 
 #include <algorithm>
+#include <exception>
+#include <thread>
 #include <string_view>
 
 #include "dupes/dupes_internal.h"
@@ -64,36 +66,81 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted)
     inText_.push_back(CCard::IsTextFieldName(*name));
   }
 
+  // What each card says for itself, worked out on two threads for many
+  // cards (the cards are only read); then the texts are numbered in order.
+  struct Facts {
+    uint64_t lastHash = 0, tagHash = 0, rawHash = 0, emailHash = 0;
+    std::string email;  // lower-cased and trimmed
+  };
+  std::vector<Facts> facts(n);
+  std::vector<std::exception_ptr> errors(n);
+  auto observe = [&](size_t from, size_t to) {
+    for (size_t p = from; p < to; ++p) {
+      try {
+        Observe(p, facts[p].lastHash, facts[p].tagHash, facts[p].rawHash);
+        const std::string& raw = cards_[p]->FieldText("Email");
+        if (!raw.empty()) {
+          facts[p].email = CString::LowerText(CString::TrimText(raw));
+          if (!facts[p].email.empty()) facts[p].emailHash = KeyTable::Hash(facts[p].email);
+        }
+      } catch (...) {
+        errors[p] = std::current_exception();
+        return;  // the first failure in order is the one raised
+      }
+    }
+  };
+  if (n >= static_cast<size_t>(PartScanThreshold()) && std::thread::hardware_concurrency() >= 2) {
+    std::thread helper(observe, n / 2, n);
+    observe(0, n / 2);
+    helper.join();
+  } else {
+    observe(0, n);
+  }
+  for (auto& error : errors)
+    if (error) std::rethrow_exception(error);
+
   KeyTable lastNames(n), tags(n), rawEmails(n), emails(n);
-  std::vector<int32_t> loweredOfRaw(1, 0);  // by raw e-mail ID
   for (size_t p = 0; p < n; ++p) {
     const CCard& card = *cards_[p];
     Profile& profile = profiles_[p];
-    const std::string& last = card.GetLastName();
-    if (!last.empty()) profile.last = lastNames.Intern(last, static_cast<int32_t>(lastNames.Size()) + 1);
-    if (!card.tag.empty()) profile.tag = tags.Intern(card.tag, static_cast<int32_t>(tags.Size()) + 1);
-    const std::string& raw = card.FieldText("Email");
-    if (!raw.empty()) {
-      int32_t fresh = static_cast<int32_t>(rawEmails.Size()) + 1;
-      profile.rawEmail = rawEmails.Intern(raw, fresh);
-      if (profile.rawEmail == fresh) {
-        std::string lowered = CString::LowerText(CString::TrimText(raw));
-        loweredOfRaw.push_back(lowered.empty() ? 0 : emails.Intern(lowered, static_cast<int32_t>(emails.Size()) + 1));
-      }
-      profile.email = loweredOfRaw[static_cast<size_t>(profile.rawEmail)];
-    }
-
-    const int32_t fields = card.NumFields();
-    bool aligned = !referenceNames_.empty() && fields == static_cast<int32_t>(referenceNames_.size());
-    for (int32_t i = 1; aligned && i <= fields; ++i) {
-      const std::string* ref = referenceNames_[static_cast<size_t>(i - 1)];
-      const std::string& key = card.GetFields().GetIndexedKey(i);
-      const std::string& name = card.FieldAt(i).Name();
-      aligned = (&key == ref || key == *ref) && (&name == ref || name == *ref);
-    }
-    profile.aligned = aligned;
-    profile.id = card.HasCardId() ? card.GetCardID() : 0;
+    const Facts& f = facts[p];
+    auto number = [](KeyTable& table, std::string_view text, uint64_t hash) {
+      return text.empty() ? 0 : table.Intern(text, hash, static_cast<int32_t>(table.Size()) + 1);
+    };
+    profile.last = number(lastNames, card.GetLastName(), f.lastHash);
+    profile.tag = number(tags, card.tag, f.tagHash);
+    profile.rawEmail = number(rawEmails, card.FieldText("Email"), f.rawHash);
+    profile.email = number(emails, f.email, f.emailHash);
   }
+}
+
+// Hashes of the card's texts, and whether it has the common layout, with
+// the measures ShouldBecomePrimary asks for while its fields are at hand.
+void SortedSuspects::Observe(size_t p, uint64_t& lastHash, uint64_t& tagHash, uint64_t& rawHash) {
+  const CCard& card = *cards_[p];
+  Profile& profile = profiles_[p];
+  lastHash = KeyTable::Hash(card.GetLastName());
+  tagHash = KeyTable::Hash(card.tag);
+  rawHash = KeyTable::Hash(card.FieldText("Email"));
+
+  const int32_t fields = card.NumFields();
+  bool aligned = !referenceNames_.empty() && fields == static_cast<int32_t>(referenceNames_.size());
+  int32_t filled = 0;
+  size_t textLength = 0;
+  for (int32_t i = 1; i <= fields; ++i) {
+    const CCardField& field = card.FieldAt(i);
+    if (!field.Text().empty()) ++filled;
+    if (!aligned) continue;
+    const std::string* ref = referenceNames_[static_cast<size_t>(i - 1)];
+    const std::string& key = card.GetFields().GetIndexedKey(i);
+    const std::string& name = field.Name();
+    aligned = (&key == ref || key == *ref) && (&name == ref || name == *ref);
+    if (!field.Text().empty() && inText_[static_cast<size_t>(i - 1)]) textLength += utf8::CountCodePoints(field.Text()) + 2;
+  }
+  profile.aligned = aligned;
+  profile.filled = filled;
+  profile.textLength = aligned ? static_cast<int32_t>(textLength) : -1;
+  profile.id = card.HasCardId() ? card.GetCardID() : 0;
 }
 
 bool SortedSuspects::HasFrontImage(CCardStoreMgr& mgr, int32_t p) {
@@ -202,23 +249,7 @@ bool SortedSuspects::ShouldBecomePrimary(int32_t type, int32_t primary, int32_t 
       auto measure = [&](int32_t p) {
         Profile& profile = profiles_[static_cast<size_t>(p)];
         int32_t& value = type == COMPATIBLE_DUPE ? profile.filled : profile.textLength;
-        if (value < 0) {
-          const CCard& c = *Card(p);
-          if (type == COMPATIBLE_DUPE) {
-            value = 0;
-            for (int32_t i = 1; i <= c.NumFields(); ++i) value += c.FieldAt(i).Text().empty() ? 0 : 1;
-          } else if (profile.aligned) {
-            // GetText's length, by position in the common layout.
-            size_t length = 0;
-            for (int32_t i = 1; i <= c.NumFields(); ++i) {
-              const std::string& text = c.FieldAt(i).Text();
-              if (!text.empty() && inText_[static_cast<size_t>(i - 1)]) length += utf8::CountCodePoints(text) + 2;
-            }
-            value = static_cast<int32_t>(length);
-          } else {
-            value = c.TextLength();
-          }
-        }
+        if (value < 0) value = Card(p)->TextLength();  // a card laid out otherwise
         return value;
       };
       return measure(candidate) > measure(primary);

@@ -63,6 +63,7 @@ class SortedSuspects {
 
   const std::string& LoweredText(int32_t p);
   const std::string& UserData(int32_t p);
+  void Observe(size_t p, uint64_t& lastHash, uint64_t& tagHash, uint64_t& rawHash);
   int32_t CardId(int32_t p) const;
   bool HasFrontImage(CCardStoreMgr& mgr, int32_t p);
   bool FieldTest(int32_t type, const CCard& card1, const CCard& card2) const;

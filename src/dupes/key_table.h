@@ -16,8 +16,9 @@ class KeyTable {
   explicit KeyTable(size_t expected = 0) { Rehash(Capacity(expected)); }
 
   // The ID stored under key, or null when the key is new.
-  const int32_t* Find(std::string_view key) const {
-    uint64_t h = Hash(key);
+  const int32_t* Find(std::string_view key) const { return Find(key, Hash(key)); }
+  // The same with the key's Hash worked out already (perhaps on another thread).
+  const int32_t* Find(std::string_view key, uint64_t h) const {
     for (size_t i = h & mask_;; i = (i + 1) & mask_) {
       const Slot& s = slots_[i];
       if (s.length < 0) return nullptr;
@@ -27,11 +28,12 @@ class KeyTable {
 
   // Stores id under key unless the key is present (the first card keeps it).
   void Emplace(std::string_view key, int32_t id) { Intern(key, id); }
+  void Emplace(std::string_view key, uint64_t h, int32_t id) { Intern(key, h, id); }
 
   // The ID stored under key, storing id there first when the key is new.
-  int32_t Intern(std::string_view key, int32_t id) {
+  int32_t Intern(std::string_view key, int32_t id) { return Intern(key, Hash(key), id); }
+  int32_t Intern(std::string_view key, uint64_t h, int32_t id) {
     if ((count_ + 1) * 4 > slots_.size() * 3) Rehash(slots_.size() * 2);
-    uint64_t h = Hash(key);
     for (size_t i = h & mask_;; i = (i + 1) & mask_) {
       Slot& s = slots_[i];
       if (s.length < 0) {
@@ -46,6 +48,14 @@ class KeyTable {
 
   size_t Size() const { return count_; }
 
+  static uint64_t Hash(std::string_view key) {
+    uint64_t h = 1469598103934665603ull;  // FNV-1a, then mixed so the low bits spread
+    for (unsigned char c : key) h = (h ^ c) * 1099511628211ull;
+    h ^= h >> 29;
+    h *= 0xbf58476d1ce4e5b9ull;
+    return h ^ (h >> 32);
+  }
+
  private:
   struct Slot {
     uint64_t hash = 0;
@@ -58,13 +68,6 @@ class KeyTable {
     size_t c = 16;
     while (c * 3 < expected * 4 + 4) c *= 2;
     return c;
-  }
-  static uint64_t Hash(std::string_view key) {
-    uint64_t h = 1469598103934665603ull;  // FNV-1a, then mixed so the low bits spread
-    for (unsigned char c : key) h = (h ^ c) * 1099511628211ull;
-    h ^= h >> 29;
-    h *= 0xbf58476d1ce4e5b9ull;
-    return h ^ (h >> 32);
   }
   std::string_view Key(const Slot& s) const { return std::string_view(arena_).substr(s.offset, static_cast<size_t>(s.length)); }
   void Rehash(size_t capacity) {

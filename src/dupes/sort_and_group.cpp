@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "dupes/dupes_internal.h"
@@ -48,16 +50,16 @@ class Fenwick {
 
 // The order the binary insertion gives: result[k] is the input index of the
 // card that ends at position k + 1.
-std::vector<int32_t> InsertionOrder(const std::vector<std::shared_ptr<CCard>>& input) {
-  const int32_t n = static_cast<int32_t>(input.size());
+std::vector<int32_t> InsertionOrder(const std::vector<std::string_view>& tags) {
+  const int32_t n = static_cast<int32_t>(tags.size());
   // Rank every card by its tag among the distinct tags (exact byte order).
   std::vector<int32_t> order(static_cast<size_t>(n));
   for (int32_t i = 0; i < n; ++i) order[i] = i;
-  std::sort(order.begin(), order.end(), [&](int32_t a, int32_t b) { return input[a]->tag < input[b]->tag; });
+  std::sort(order.begin(), order.end(), [&](int32_t a, int32_t b) { return tags[a] < tags[b]; });
   std::vector<int32_t> rank(static_cast<size_t>(n));
   int32_t distinct = 0;
   for (int32_t k = 0; k < n; ++k) {
-    if (k > 0 && input[order[k]]->tag != input[order[k - 1]]->tag) ++distinct;
+    if (k > 0 && tags[order[k]] != tags[order[k - 1]]) ++distinct;
     rank[order[k]] = distinct;
   }
   const size_t ranks = n > 0 ? static_cast<size_t>(distinct) + 1 : 0;
@@ -113,21 +115,27 @@ std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards)
   std::vector<std::shared_ptr<CCard>> input;
   input.reserve(static_cast<size_t>(n));
   for (int32_t i = 1; i <= n; ++i) input.push_back(cards.GetItemAs<CCard>(i));
-  for (auto& card : input)
+  // The tags side by side in one buffer: the sort compares them many times over.
+  std::string arena;
+  std::vector<uint32_t> ends;
+  ends.reserve(input.size());
+  for (auto& card : input) {
     if (card->tag.empty()) card->tag.assign(1, ',');
+    arena += card->tag;
+    ends.push_back(static_cast<uint32_t>(arena.size()));
+  }
+  std::vector<std::string_view> tags(input.size());
+  for (size_t k = 0, begin = 0; k < input.size(); begin = ends[k++]) tags[k] = std::string_view(arena).substr(begin, ends[k] - begin);
 
   std::vector<int32_t> result;
   // The order depends on nothing but the sequence of tags: sorting the same
   // suspects again for another dupe type reuses it.
-  if (lastSortTags_.size() == input.size() &&
-      std::equal(input.begin(), input.end(), lastSortTags_.begin(), lastSortTags_.end(),
-                 [](const std::shared_ptr<CCard>& c, const std::string& seen) { return c->tag == seen; })) {
+  if (lastSortEnds_ == ends && lastSortTags_ == arena) {
     result = lastSortOrder_;
   } else {
-    result = InsertionOrder(input);
-    lastSortTags_.clear();
-    lastSortTags_.reserve(input.size());
-    for (const auto& c : input) lastSortTags_.push_back(c->tag);
+    result = InsertionOrder(tags);
+    lastSortTags_ = arena;
+    lastSortEnds_ = ends;
     lastSortOrder_ = result;
   }
 
@@ -135,8 +143,8 @@ std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards)
   sorted.reserve(static_cast<size_t>(n));
   for (int32_t idx : result) sorted.push_back(std::move(input[idx]));
   for (int32_t pos = 1; pos < n; ++pos) {
+    if (tags[result[pos - 1]] > tags[result[pos]]) RaiseTrap("Sorting problem at index: " + std::to_string(pos));
     CCard* card = sorted[pos - 1].get();
-    if (card->tag > sorted[pos]->tag) RaiseTrap("Sorting problem at index: " + std::to_string(pos));
     if (card->tag == ",") card->tag.clear();
   }
   timings_.sorting += SecondsSince(start);

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "dupes/dupes_internal.h"
 #include "dupes/reference_model.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
@@ -89,22 +90,25 @@ class RecordingProgress final : public ISearchProgress {
   std::function<bool(int32_t id, int32_t done, int32_t total, int nth)> stopAt;
 };
 
-enum class Kind { kFake, kScanningFake, kSqlite };
+enum class Kind { kFake, kScanningFake, kSqlite, kSqliteInParts };
 
 std::string KindName(const ::testing::TestParamInfo<Kind>& info) {
   switch (info.param) {
     case Kind::kFake: return "PlainStore";
     case Kind::kScanningFake: return "ScanningStore";
     case Kind::kSqlite: return "SqliteStore";
+    case Kind::kSqliteInParts: return "SqliteStoreReadInParts";
   }
   return "?";
 }
 
-// Every test runs on a store read value by value, the same offering a scan, and a SQLite file.
+// Every test runs on a store read value by value, the same offering a scan,
+// and a SQLite file, read in one pass and in two parts at once.
 class DupeSearchTest : public ::testing::TestWithParam<Kind> {
  protected:
   void SetUp() override { saved_ = CardStoreMgr(); }
   void TearDown() override {
+    dupes_internal::PartScanThreshold() = savedThreshold_;
     CardStoreMgr() = saved_;
     sqlite_.reset();
     if (!dir_.empty()) fs::remove_all(dir_);
@@ -114,7 +118,8 @@ class DupeSearchTest : public ::testing::TestWithParam<Kind> {
     std::shared_ptr<ICardStore> store;
     sqlite_.reset();
     fake_ = std::make_shared<FakeCardStore>();
-    if (GetParam() == Kind::kSqlite) {
+    if (GetParam() == Kind::kSqlite || GetParam() == Kind::kSqliteInParts) {
+      dupes_internal::PartScanThreshold() = GetParam() == Kind::kSqliteInParts ? 0 : savedThreshold_;
       static int stores = 0;
       if (!dir_.empty()) fs::remove_all(dir_);
       dir_ = fs::temp_directory_path() /
@@ -154,12 +159,14 @@ class DupeSearchTest : public ::testing::TestWithParam<Kind> {
 
  private:
   std::shared_ptr<CCardStoreMgr> saved_;
+  int32_t savedThreshold_ = dupes_internal::PartScanThreshold();
   std::shared_ptr<CSqliteCardStore> sqlite_;
   fs::path dir_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Stores, DupeSearchTest,
-                         ::testing::Values(Kind::kFake, Kind::kScanningFake, Kind::kSqlite), KindName);
+                         ::testing::Values(Kind::kFake, Kind::kScanningFake, Kind::kSqlite, Kind::kSqliteInParts),
+                         KindName);
 
 // ---------------------------------------------------------------------------
 // Suspects
@@ -342,7 +349,9 @@ TEST_P(DupeSearchTest, ProgressCountsCardsReadThenCardsTakenIntoSets) {
   Use(PairsStore());
   RecordingProgress progress;
   EXPECT_EQ(Find(EXACT_DUPE, &progress), "1 2: 1\n1 6: 5\n");
-  EXPECT_EQ(progress.Of(search_text::kReadingCards), "1/6 2/6 3/6 4/6 5/6 6/6 0/0");
+  // Read in two parts, the first part reports for both.
+  EXPECT_EQ(progress.Of(search_text::kReadingCards),
+            GetParam() == Kind::kSqliteInParts ? "2/6 4/6 6/6 0/0" : "1/6 2/6 3/6 4/6 5/6 6/6 0/0");
   // done = total + position - current count: cards in sets count as done.
   EXPECT_EQ(progress.Of(search_text::kGroupingCards), "1/6 2/6 3/6 3/6 4/6 5/6 6/6 7/6");
   // The action text comes after the reading, and resets the text to 0 of 0.
@@ -372,13 +381,14 @@ TEST_P(DupeSearchTest, AStopWhileReadingMakesGetSuspectCardsAnswerNothing) {
   RecordingProgress progress;
   CDupeSearch search(&progress);
   progress.stopAt = [&](int32_t id, int32_t done, int32_t, int) {
-    if (id == search_text::kReadingCards && done == 3) search.StopSearch();
+    if (id == search_text::kReadingCards && done >= 3) search.StopSearch();
     return false;  // the answer says go on; the flag alone stops
   };
   EXPECT_FALSE(search.GetSuspectCards());
-  EXPECT_EQ(progress.Of(search_text::kReadingCards), "1/6 2/6 3/6");
+  const bool inParts = GetParam() == Kind::kSqliteInParts;
+  EXPECT_EQ(progress.Of(search_text::kReadingCards), inParts ? "2/6 4/6" : "1/6 2/6 3/6");
   EXPECT_FALSE(search.GetSuspectCards());
-  EXPECT_EQ(progress.reports, 3);
+  EXPECT_EQ(progress.reports, inParts ? 2 : 3);
 }
 
 TEST_P(DupeSearchTest, AStopWhileGroupingKeepsTheSetsFinishedSoFar) {

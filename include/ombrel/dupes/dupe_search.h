@@ -96,7 +96,8 @@ class CDupeSearch {
 
   ISearchProgress* progress_;
   // The tags of the last sort's input, in order, and the order it gave.
-  std::vector<std::string> lastSortTags_;
+  std::string lastSortTags_;          // one after the other
+  std::vector<uint32_t> lastSortEnds_;  // where each ends
   std::vector<int32_t> lastSortOrder_;
   bool stopped_ = false;
   int32_t failedCardId_ = 0;

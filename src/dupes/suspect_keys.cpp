@@ -1,0 +1,232 @@
+// The search's first pass: which cards share a name or e-mail key with
+// another card.
+//
+// Every card is read for three values. Trimming and lower-casing them and
+// hashing the keys is done where the card is read, on as many threads as the
+// store reads parts at once; deciding who is a suspect depends on the order
+// of the cards (the first card seen with a key is the partner of the later
+// ones) and runs afterwards, in order, on keys already made.
+#include <algorithm>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <utility>
+#include <unordered_set>
+#include <vector>
+
+#include "dupes/dupes_internal.h"
+#include "dupes/key_table.h"
+#include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/cardstore/icardstore.h"
+#include "ombrel/dupes/dupe_search.h"
+#include "ombrel/foundation/cstring.h"
+#include "ombrel/foundation/error.h"
+
+namespace ombrel {
+
+namespace {
+
+// Trimmed and lower-cased into out; plain ASCII takes the short way.
+void NormalizeKey(std::string_view raw, std::string& out) {
+  size_t b = raw.find_first_not_of(" \t\r\n");
+  if (b == std::string_view::npos) {
+    out.clear();
+    return;
+  }
+  size_t e = raw.find_last_not_of(" \t\r\n");
+  std::string_view t = raw.substr(b, e - b + 1);
+  out.assign(t);
+  for (char& c : out) {
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      out = CString::LowerText(t);
+      return;
+    }
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  }
+}
+
+// The keys of the cards one part read, in its order.
+class KeyPart {
+ public:
+  enum Kind { kName, kEmail, kLastEmail, kKinds };
+
+  void Add(int32_t id, std::string_view rawFirst, std::string_view rawLast, std::string_view rawEmail) {
+    NormalizeKey(rawFirst, first_);
+    NormalizeKey(rawLast, last_);
+    NormalizeKey(rawEmail, email_);
+    ids_.push_back(id);
+    // first and last are trimmed, so trimming "first last" only drops the blank when one is empty.
+    size_t begin = arena_.size();
+    arena_ += first_;
+    if (!first_.empty() && !last_.empty()) arena_ += ' ';
+    arena_ += last_;
+    Push(begin);
+    begin = arena_.size();
+    arena_ += email_;
+    Push(begin);
+    begin = arena_.size();
+    if (!last_.empty() && !email_.empty()) arena_.append(last_).append(1, ' ').append(email_);
+    Push(begin);
+  }
+
+  size_t Size() const { return ids_.size(); }
+  int32_t Id(size_t k) const { return ids_[k]; }
+  std::string_view Key(size_t k, Kind kind) const {
+    const Span& s = spans_[k * kKinds + kind];
+    return std::string_view(arena_).substr(s.begin, s.length);
+  }
+  uint64_t Hash(size_t k, Kind kind) const { return spans_[k * kKinds + kind].hash; }
+
+ private:
+  struct Span {
+    uint64_t hash;
+    size_t begin;
+    size_t length;
+  };
+  void Push(size_t begin) {
+    std::string_view key = std::string_view(arena_).substr(begin);
+    spans_.push_back({key.empty() ? 0 : KeyTable::Hash(key), begin, key.size()});
+  }
+
+  std::vector<int32_t> ids_;
+  std::string arena_;
+  std::vector<Span> spans_;
+  std::string first_, last_, email_;
+};
+
+// Card IDs already listed; IDs are mostly small and dense, so a bitmap
+// serves them and a hash set the rest.
+class IdMarks {
+ public:
+  explicit IdMarks(size_t expected) : bits_((expected * 4 + 64) / 64) {}
+  bool Insert(int32_t id) {
+    auto u = static_cast<uint32_t>(id);
+    if ((u >> 6) < bits_.size()) {
+      uint64_t bit = uint64_t{1} << (u & 63);
+      if (bits_[u >> 6] & bit) return false;
+      bits_[u >> 6] |= bit;
+      return true;
+    }
+    return others_.insert(id).second;
+  }
+  bool Contains(int32_t id) const {
+    auto u = static_cast<uint32_t>(id);
+    if ((u >> 6) < bits_.size()) return (bits_[u >> 6] >> (u & 63)) & 1;
+    return others_.count(id) > 0;
+  }
+
+ private:
+  std::vector<uint64_t> bits_;
+  std::unordered_set<int32_t> others_;
+};
+
+}  // namespace
+
+std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
+  const size_t expected = static_cast<size_t>(std::max(total, 0));
+  std::vector<KeyPart> parts(1);
+
+  if (ICardStore* store = dupes_internal::ScanningStore()) {
+    const int32_t partCount = dupes_internal::ScanPartsFor(*store, total);
+    if (partCount > 1) {
+      parts.resize(static_cast<size_t>(partCount));
+      int32_t partZeroSeen = 0, reported = 0;
+      std::atomic<bool> halt{false};
+      dupes_internal::ScanInParts(*store, partCount, [&](int32_t part, int32_t id, const ICardValues& values) {
+        if (part == 0) {
+          reported = dupes_internal::PartProgress(++partZeroSeen, partCount, total);
+          if (!UpdateProgress(search_text::kReadingCards, reported, total)) halt = true;
+        }
+        if (halt.load(std::memory_order_relaxed)) return false;
+        parts[static_cast<size_t>(part)].Add(id, values.Get("First Name"), values.Get("Last Name"), values.Get("Email"));
+        return true;
+      });
+      if (!halt && reported < total) UpdateProgress(search_text::kReadingCards, total, total);
+    } else {
+      int32_t i = 0;
+      dupes_internal::Scan(*store, [&](int32_t id, const ICardValues& values) {
+        if (++i > total || !UpdateProgress(search_text::kReadingCards, i, total)) return false;
+        parts[0].Add(id, values.Get("First Name"), values.Get("Last Name"), values.Get("Email"));
+        return true;
+      });
+    }
+  } else {
+    CCardStoreMgr& mgr = dupes_internal::Mgr();
+    for (int32_t i = 1; i <= total; ++i) {
+      if (!UpdateProgress(search_text::kReadingCards, i, total)) break;
+      int32_t id = mgr.GetCardID(i - 1);
+      parts[0].Add(id, mgr.GetValue(id, "First Name"), mgr.GetValue(id, "Last Name"), mgr.GetValue(id, "Email"));
+    }
+  }
+  if (stopped_) return {};
+
+  // The cards in order, at most total of them.
+  std::vector<std::pair<const KeyPart*, size_t>> order;
+  order.reserve(expected);
+  for (const KeyPart& part : parts)
+    for (size_t k = 0; k < part.Size() && order.size() < expected; ++k) order.emplace_back(&part, k);
+
+  // Each key table holds the first card seen with each key; what a card
+  // finds in one table does not depend on the others, so the tables are
+  // filled side by side. partners[kind][c]: one past the position of the
+  // card the c-th card finds under that kind of key, 0 when none.
+  std::vector<int32_t> partners[KeyPart::kKinds];
+  auto fill = [&](KeyPart::Kind kind) {
+    KeyTable table(expected);
+    std::vector<int32_t>& found = partners[kind];
+    found.assign(order.size(), 0);
+    for (size_t c = 0; c < order.size(); ++c) {
+      const auto& [part, k] = order[c];
+      std::string_view key = part->Key(k, kind);
+      if (key.empty()) continue;
+      uint64_t hash = part->Hash(k, kind);
+      if (const int32_t* first = table.Find(key, hash)) found[c] = *first;
+      else table.Emplace(key, hash, static_cast<int32_t>(c + 1));
+    }
+  };
+  if (order.size() >= static_cast<size_t>(dupes_internal::PartScanThreshold()) &&
+      std::thread::hardware_concurrency() >= 2) {
+    std::thread other([&] {
+      fill(KeyPart::kEmail);
+      fill(KeyPart::kLastEmail);
+    });
+    fill(KeyPart::kName);
+    other.join();
+  } else {
+    for (auto kind : {KeyPart::kName, KeyPart::kEmail, KeyPart::kLastEmail}) fill(kind);
+  }
+
+  std::vector<int32_t> suspects;
+  IdMarks present(expected);
+  auto add = [&](int32_t id) {
+    Trap(!present.Insert(id), "HashTable already contains key: " + std::to_string(id));
+    suspects.push_back(id);
+  };
+  for (size_t c = 0; c < order.size(); ++c) {
+    const auto& [part, k] = order[c];
+    const bool hasName = !part->Key(k, KeyPart::kName).empty();
+    const bool hasEmail = !part->Key(k, KeyPart::kEmail).empty();
+    bool suspect = false;
+    int32_t partner = 0;
+    if (hasName) {
+      partner = partners[KeyPart::kName][c];
+      if (partner == 0) partner = partners[KeyPart::kLastEmail][c];
+      suspect = partner != 0;
+    } else {
+      // No name and no e-mail: nothing to pair it by, so it is always looked at.
+      partner = partners[KeyPart::kEmail][c];
+      suspect = !hasEmail || partner != 0;
+    }
+    if (suspect) {
+      add(part->Id(k));
+      if (partner != 0) {
+        const auto& [partnerPart, partnerK] = order[static_cast<size_t>(partner - 1)];
+        int32_t partnerId = partnerPart->Id(partnerK);
+        if (!present.Contains(partnerId)) add(partnerId);
+      }
+    }
+  }
+  return suspects;
+}
+
+}  // namespace ombrel
