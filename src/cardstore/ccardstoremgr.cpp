@@ -277,14 +277,12 @@ std::shared_ptr<CCard> CCardStoreMgr::GetCard(int32_t cardId) {
   });
 }
 
-std::shared_ptr<const CCardStoreMgr::CustomFieldPlan> CCardStoreMgr::PlanCustomFields(
-    const std::string& customFields) {
+const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std::string& customFields) {
   // A plan follows from the text alone, so each thread keeps the last one it
   // made: threads building cards at once then share nothing, not even a lock.
-  thread_local std::shared_ptr<const CustomFieldPlan> last;
-  if (last && last->text == customFields) return last;
-  auto made = std::make_shared<CustomFieldPlan>();
-  CustomFieldPlan& plan = *made;
+  thread_local std::optional<CustomFieldPlan> last;
+  if (last && last->text == customFields) return *last;
+  CustomFieldPlan plan;
   plan.text = customFields;
   try {
     auto lines = CString(customFields).GetTokens(kCrLf, false);
@@ -300,8 +298,8 @@ std::shared_ptr<const CCardStoreMgr::CustomFieldPlan> CCardStoreMgr::PlanCustomF
   } catch (const Error& e) {
     plan.error = e;
   }
-  last = std::move(made);
-  return last;
+  last = std::move(plan);
+  return *last;
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
@@ -316,11 +314,13 @@ std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::strin
 
 template <class Read>
 std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const std::string& customFields, const Read& read) {
-  // Held for the whole build: a reader that builds another card replaces this thread's plan.
-  const std::shared_ptr<const CustomFieldPlan> held = PlanCustomFields(customFields);
-  const CustomFieldPlan& plan = *held;
-  auto card = std::make_shared<CCard>(plan.fields);
-  if (plan.error) throw *plan.error;
+  std::shared_ptr<CCard> card;
+  {
+    // Used before any value is read: a reader that builds another card on this thread replaces the plan.
+    const CustomFieldPlan& plan = PlanCustomFields(customFields);
+    card = std::make_shared<CCard>(plan.fields);
+    if (plan.error) throw *plan.error;
+  }
 
   card->SetCardId(cardId);
   card->SetStoredCardId(cardId);

@@ -85,8 +85,7 @@ class CCardStoreMgr {
   // The custom-field text split into the fields it declares, kept for the
   // last text seen: a scan passes the same text for every card. A malformed
   // line is remembered with its error, raised once the fields before it
-  // have been added, as a line-by-line reading would. Never changed once
-  // made.
+  // have been added, as a line-by-line reading would.
   struct CustomFieldPlan {
     std::string text;
     std::vector<CCard::CustomField> fields;
@@ -96,8 +95,8 @@ class CCardStoreMgr {
   ICardStore& Store() const;
   [[noreturn]] void RaiseFailure(const std::string& message);
   // The plan of that text, made anew only when it is not the text this
-  // thread asked for last.
-  static std::shared_ptr<const CustomFieldPlan> PlanCustomFields(const std::string& customFields);
+  // thread asked for last; valid until this thread asks again.
+  static const CustomFieldPlan& PlanCustomFields(const std::string& customFields);
   // The one body of GetCard and both BuildCards; read(name, value) as ValueReader.
   template <class Read>
   std::shared_ptr<CCard> Build(int32_t cardId, const std::string& customFields, const Read& read);
