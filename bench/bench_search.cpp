@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -133,11 +134,18 @@ int main(int argc, char** argv) {
       if (gen.status != 0) return 1;
     }
     size_t values = 0;
+    // Best of three for both sides of the ratio: a shared machine only ever
+    // adds time, so the fastest run is the closest to the real cost.
     double floor = PlainRead(db, values);
-    std::printf("  plain read of every value: %.2f s (%zu values, %.0f cards/s)\n", floor, values, n / floor);
+    for (int run = 1; run < 3; ++run) floor = std::min(floor, PlainRead(db, values));
+    std::printf("  plain read of every value (best of 3): %.2f s (%zu values, %.0f cards/s)\n", floor, values, n / floor);
 
     ChildRun find = RunChild({ombrel, "find", "--db", db, "--type", "all", "--json"});
-    std::printf("  find --type all: %.2f s, %.0f cards/s, peak %.0f MB, exit %d; ratio to plain read %.2f\n",
+    for (int run = 1; run < 3; ++run) {
+      ChildRun again = RunChild({ombrel, "find", "--db", db, "--type", "all", "--json"});
+      if (again.seconds < find.seconds) find = again;
+    }
+    std::printf("  find --type all (best of 3): %.2f s, %.0f cards/s, peak %.0f MB, exit %d; ratio to plain read %.2f\n",
                 find.seconds, n / find.seconds, find.peakKb / 1024.0, find.status, find.seconds / floor);
     Phases(db);
 

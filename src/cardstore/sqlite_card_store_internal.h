@@ -360,18 +360,21 @@ namespace sqlite_store {
 class ScanValues : public ICardValues {
  public:
   explicit ScanValues(CSqliteCardStore::Impl& store) : store_(store) {}
-  std::string Get(std::string_view name) const override {
+  std::string Get(std::string_view name) const override { return std::string(Find(name)); }
+  void Read(std::string_view name, std::string& value) const override { value.assign(Find(name)); }
+  DecodedCard card;
+
+ private:
+  std::string_view Find(std::string_view name) const {
     int32_t index = kUnknownName;
     try {
       index = store_.Resolve(name);
     } catch (const Failure&) {
       return {};
     }
-    return std::string(card.Find(index));
+    return card.Find(index);
   }
-  DecodedCard card;
 
- private:
   CSqliteCardStore::Impl& store_;
 };
 

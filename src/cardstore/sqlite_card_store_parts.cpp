@@ -36,7 +36,13 @@ struct NameTables {
 class PartValues final : public ICardValues {
  public:
   explicit PartValues(const NameTables& tables) : tables_(tables) {}
-  std::string Get(std::string_view name) const override {
+  std::string Get(std::string_view name) const override { return std::string(Find(name)); }
+  void Read(std::string_view name, std::string& value) const override { value.assign(Find(name)); }
+
+  DecodedCard card;
+
+ private:
+  std::string_view Find(std::string_view name) const {
     int32_t index = kUnknownName;
     size_t slot = 0;
     if (!resolved_.Find(name, index, slot)) {
@@ -48,12 +54,9 @@ class PartValues final : public ICardValues {
       }
       resolved_.Add(slot, name, index);
     }
-    return std::string(card.Find(index));
+    return card.Find(index);
   }
 
-  DecodedCard card;
-
- private:
   const NameTables& tables_;
   mutable ResolvedNames resolved_;  // this part's alone
 };

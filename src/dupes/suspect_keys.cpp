@@ -69,6 +69,14 @@ class KeyPart {
     Push(begin);
   }
 
+  // The same, reading the three values into this part's own buffers.
+  void Add(int32_t id, const ICardValues& values) {
+    values.Read("First Name", rawFirst_);
+    values.Read("Last Name", rawLast_);
+    values.Read("Email", rawEmail_);
+    Add(id, rawFirst_, rawLast_, rawEmail_);
+  }
+
   size_t Size() const { return ids_.size(); }
   int32_t Id(size_t k) const { return ids_[k]; }
   std::string_view Key(size_t k, Kind kind) const {
@@ -92,6 +100,7 @@ class KeyPart {
   std::string arena_;
   std::vector<Span> spans_;
   std::string first_, last_, email_;
+  std::string rawFirst_, rawLast_, rawEmail_;
 };
 
 // Card IDs already listed; IDs are mostly small and dense, so a bitmap
@@ -138,7 +147,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
           if (!UpdateProgress(search_text::kReadingCards, reported, total)) halt = true;
         }
         if (halt.load(std::memory_order_relaxed)) return false;
-        parts[static_cast<size_t>(part)].Add(id, values.Get("First Name"), values.Get("Last Name"), values.Get("Email"));
+        parts[static_cast<size_t>(part)].Add(id, values);
         return true;
       });
       if (!halt && reported < total) UpdateProgress(search_text::kReadingCards, total, total);
@@ -146,7 +155,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
       int32_t i = 0;
       dupes_internal::Scan(*store, [&](int32_t id, const ICardValues& values) {
         if (++i > total || !UpdateProgress(search_text::kReadingCards, i, total)) return false;
-        parts[0].Add(id, values.Get("First Name"), values.Get("Last Name"), values.Get("Email"));
+        parts[0].Add(id, values);
         return true;
       });
     }

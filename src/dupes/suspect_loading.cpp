@@ -46,7 +46,7 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
       if (halt.load(std::memory_order_relaxed)) return false;
       try {
         auto card = mgr.BuildCard(id, customFields,
-                                  [&](std::string_view name, std::string& value) { value = values.Get(name); });
+                                  [&](std::string_view name, std::string& value) { values.Read(name, value); });
         card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
         cards[it->second] = std::move(card);
       } catch (...) {

@@ -33,6 +33,9 @@ class ICardValues {
   virtual ~ICardValues() = default;
   // The value of that name, empty when the card has none (as GetValue reads it).
   virtual std::string Get(std::string_view name) const = 0;
+  // The same into value, whose buffer a store may reuse (a scan reads
+  // dozens of values per card).
+  virtual void Read(std::string_view name, std::string& value) const { value = Get(name); }
 };
 
 class ICardStore {
