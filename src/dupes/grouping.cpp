@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <mutex>
 #include <thread>
 #include <string_view>
 
@@ -158,6 +159,8 @@ int32_t SortedSuspects::CardId(int32_t p) const {
 SortedSuspects::~SortedSuspects() = default;
 
 const std::string& SortedSuspects::LoweredText(int32_t p) {
+  std::unique_lock<std::mutex> lock(textsMutex_, std::defer_lock);
+  if (threaded_) lock.lock();  // two walks may ask for the same card at once
   Profile& profile = profiles_[static_cast<size_t>(p)];
   if (!profile.textsReady) {
     loweredText_[static_cast<size_t>(p)] = CString::LowerText(cards_[static_cast<size_t>(p)]->GetText());
@@ -170,6 +173,14 @@ const std::string& SortedSuspects::LoweredText(int32_t p) {
 const std::string& SortedSuspects::UserData(int32_t p) {
   LoweredText(p);
   return userData_[static_cast<size_t>(p)];
+}
+
+void SortedSuspects::PrepareForThreads() {
+  SameRawEmail(0);
+  // Store calls stay on this thread: every answer is asked for now.
+  CCardStoreMgr& mgr = Mgr();
+  for (int32_t p = 0; p < Size(); ++p) HasFrontImage(mgr, p);
+  threaded_ = true;
 }
 
 const std::vector<int32_t>& SortedSuspects::SameRawEmail(int32_t p) {
@@ -259,13 +270,13 @@ bool SortedSuspects::ShouldBecomePrimary(int32_t type, int32_t primary, int32_t 
   }
 }
 
-std::shared_ptr<CList> GroupSortedCards(CDupeSearch& search, int32_t type, SortedSuspects& cards,
+std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t type, SortedSuspects& cards,
                                         std::vector<int32_t>* kept) {
   auto named = std::make_shared<CList>();
   named->RestrictType("CDupeSet");
   const int32_t total = cards.Size();
   if (total == 0) return named;
-  search.SetActionText(type);
+  reports.begin(type);
 
   // A card without a last name is offered the later cards with the same tag
   // or the same e-mail text: equal tags sit together in the sorted list.
@@ -281,7 +292,7 @@ std::shared_ptr<CList> GroupSortedCards(CDupeSearch& search, int32_t type, Sorte
 
   for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) {
     const int32_t i = keptBefore + 1;
-    if (!search.UpdateProgress(search_text::kGroupingCards, total + i - remaining, total)) break;
+    if (!reports.update(total + i - remaining, total)) break;
     int32_t primary = p;
     dupes.clear();
     bool go = true;
@@ -308,7 +319,7 @@ std::shared_ptr<CList> GroupSortedCards(CDupeSearch& search, int32_t type, Sorte
       }
       present.Remove(q);
       --remaining;
-      go = search.UpdateProgress(search_text::kGroupingCards, total + i - remaining, total);
+      go = reports.update(total + i - remaining, total);
     };
 
     const int32_t last = cards.LastId(p);
@@ -356,7 +367,7 @@ std::shared_ptr<CList> GroupSortedCards(CDupeSearch& search, int32_t type, Sorte
     (set->GetPrimaryCard()->FieldText("Name").empty() ? namelessSets : namedSets).push_back(std::move(set));
     present.Remove(p);
     --remaining;
-    if (!search.UpdateProgress(search_text::kGroupingCards, total + i - remaining, total)) break;
+    if (!reports.update(total + i - remaining, total)) break;
   }
 
   if (kept) {

@@ -12,7 +12,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,9 @@ class SortedSuspects {
   int32_t LastId(int32_t p) const { return profiles_[static_cast<size_t>(p)].last; }
   int32_t TagId(int32_t p) const { return profiles_[static_cast<size_t>(p)].tag; }
   int32_t RawEmailId(int32_t p) const { return profiles_[static_cast<size_t>(p)].rawEmail; }
+  // Makes Compare and ShouldBecomePrimary safe to call from several threads
+  // (each dupe type on one), asking the store now for what they would ask.
+  void PrepareForThreads();
   // Positions of the cards with the same stored e-mail text, in order.
   const std::vector<int32_t>& SameRawEmail(int32_t p);
 
@@ -78,14 +83,22 @@ class SortedSuspects {
   std::vector<bool> inText_;          // by position: part of GetText when filled
   std::vector<std::vector<int32_t>> byRawEmail_;  // by RawEmailId, built on first use
   bool emailIndexBuilt_ = false;
+  bool threaded_ = false;
+  std::mutex textsMutex_;
   CDupeSet comparers_[4];  // CompareCards of each type, for the cards laid out otherwise
 };
 
+// Where a walk reports: begin(type) as it starts, update(done, total) as it
+// goes, which answers false to stop it.
+struct GroupingReports {
+  std::function<void(int32_t type)> begin;
+  std::function<bool(int32_t done, int32_t total)> update;
+};
+
 // The dupe sets of one type over the sorted cards: sets whose primary has a
-// name first, then the nameless ones, each in creation order. Progress and
-// stopping go through search. kept, when given, receives the positions of
-// the cards that joined no set.
-std::shared_ptr<CList> GroupSortedCards(CDupeSearch& search, int32_t type, SortedSuspects& cards,
+// name first, then the nameless ones, each in creation order. kept, when
+// given, receives the positions of the cards that joined no set.
+std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t type, SortedSuspects& cards,
                                         std::vector<int32_t>* kept);
 
 // The word test of CompareCards on two lower-cased card texts.

@@ -12,7 +12,10 @@
 // FindDupes then walks the sorted cards once (dupes/grouping.cpp).
 #include <algorithm>
 #include <chrono>
+#include <atomic>
 #include <functional>
+#include <future>
+#include <thread>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -167,7 +170,7 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
   auto start = Clock::now();
   dupes_internal::SortedSuspects sorted(std::move(sortedCards));
   std::vector<int32_t> kept;
-  auto sets = dupes_internal::GroupSortedCards(*this, dupeType, sorted, &kept);
+  auto sets = dupes_internal::GroupSortedCards(Reports(), dupeType, sorted, &kept);
   // The caller's list keeps the cards that joined no set.
   cards.RemoveAll();
   for (int32_t p : kept) cards.AddItem(sorted.Card(p));
@@ -191,16 +194,73 @@ void CDupeSearch::FindDupesOfTypes(const std::vector<int32_t>& dupeTypes, const 
   auto start = Clock::now();
   dupes_internal::SortedSuspects sorted(std::move(sortedCards));
   timings_.grouping += SecondsSince(start);
+  const bool alongside = types.size() > 1 && sorted.Size() >= dupes_internal::PartScanThreshold() &&
+                         std::thread::hardware_concurrency() >= 2;
+  if (!alongside) {
+    for (int32_t type : types) {
+      if (stopped_) {
+        found(type, nullptr);
+        continue;
+      }
+      start = Clock::now();
+      auto sets = dupes_internal::GroupSortedCards(Reports(), type, sorted, nullptr);
+      timings_.grouping += SecondsSince(start);
+      found(type, std::move(sets));
+    }
+    return;
+  }
+
+  // The last type is walked on a second thread while this one walks the
+  // others; it reports nothing itself and stops when told. Its sets are
+  // handed on in their turn, after the others'.
+  start = Clock::now();
+  sorted.PrepareForThreads();
+  const int32_t lastType = types.back();
+  types.pop_back();
+  std::atomic<bool> halt{false};
+  std::atomic<int64_t> lastProgress{0};  // done << 32 | total
+  dupes_internal::GroupingReports silent{[](int32_t) {}, [&](int32_t done, int32_t total) {
+                                           lastProgress = (static_cast<int64_t>(done) << 32) | static_cast<uint32_t>(total);
+                                           return !halt.load(std::memory_order_relaxed);
+                                         }};
+  auto last = std::async(std::launch::async,
+                         [&] { return dupes_internal::GroupSortedCards(silent, lastType, sorted, nullptr); });
+  // However this thread leaves, the other walk is told to stop before the
+  // future's destructor waits for it.
+  struct Halt {
+    std::atomic<bool>& flag;
+    ~Halt() { flag = true; }
+  } haltOnExit{halt};
+
   for (int32_t type : types) {
     if (stopped_) {
       found(type, nullptr);
       continue;
     }
-    start = Clock::now();
-    auto sets = dupes_internal::GroupSortedCards(*this, type, sorted, nullptr);
-    timings_.grouping += SecondsSince(start);
-    found(type, std::move(sets));
+    found(type, dupes_internal::GroupSortedCards(Reports(), type, sorted, nullptr));
   }
+  if (stopped_) {
+    halt = true;
+    last.wait();
+    timings_.grouping += SecondsSince(start);
+    found(lastType, nullptr);
+    return;
+  }
+  // Its turn: show its progress while it finishes, and pass a stop on.
+  SetActionText(lastType);
+  while (last.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) {
+    int64_t progress = lastProgress.load();
+    auto total = static_cast<int32_t>(progress & 0xFFFFFFFF);
+    if (total > 0 && !UpdateProgress(search_text::kGroupingCards, static_cast<int32_t>(progress >> 32), total)) halt = true;
+  }
+  auto sets = last.get();
+  timings_.grouping += SecondsSince(start);
+  found(lastType, std::move(sets));
+}
+
+dupes_internal::GroupingReports CDupeSearch::Reports() {
+  return {[this](int32_t type) { SetActionText(type); },
+          [this](int32_t done, int32_t total) { return UpdateProgress(search_text::kGroupingCards, done, total); }};
 }
 
 }  // namespace ombrel

@@ -258,6 +258,31 @@ TEST_P(DupeSearchTest, FindDupesGivesNamedSetsFirstThenNamelessOnesEachInCreatio
             "3 6: 7\n");
 }
 
+// All types over one list of suspects, as the command line asks (on the
+// store read in parts the last type is walked on a second thread), give what
+// each type gives on a fresh list, in type order; a stop in the first type
+// leaves the others unreached.
+TEST_P(DupeSearchTest, FindDupesOfTypesGivesEachTypesSetsInTurn) {
+  Use(GroupingStore());
+  const std::string each = FindAllTypes();
+  for (int stopAt : {0, 2}) {
+    RecordingProgress progress;
+    int grouping = 0;
+    progress.stopAt = [&](int32_t id, int32_t, int32_t, int) {
+      return id == search_text::kGroupingCards && ++grouping == stopAt;
+    };
+    CDupeSearch search(&progress);
+    auto suspects = search.GetSuspectCards();
+    ASSERT_TRUE(suspects);
+    std::string all;
+    search.FindDupesOfTypes({EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE}, *suspects,
+                            [&](int32_t type, std::shared_ptr<CList> sets) {
+                              all += sets ? Sets(*sets) : std::to_string(type) + " not reached\n";
+                            });
+    EXPECT_EQ(all, stopAt == 0 ? each : "2 not reached\n3 not reached\n");
+  }
+}
+
 TEST_P(DupeSearchTest, SortCardsKeepsTheOrderOfTheInsertionForEqualTags) {
   // Tags chosen through the store: equal tags, ",", a tag below ",".
   Use({Person(1, "A", "X", ""), Person(2, "A", "X", ""), Person(3, "A", "X", ""), Person(4, "A", "X", ""),

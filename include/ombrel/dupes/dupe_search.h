@@ -25,6 +25,9 @@
 namespace ombrel {
 
 class CCard;
+namespace dupes_internal {
+struct GroupingReports;
+}
 
 // Resource numbers of the search's texts.
 namespace search_text {
@@ -90,6 +93,8 @@ class CDupeSearch {
 
  private:
   std::vector<int32_t> FindSuspectIds(int32_t total);
+  // Where a grouping walk on this thread reports.
+  dupes_internal::GroupingReports Reports();
   // The cards in SortCards' order, with the sort's tag clean-up done.
   std::vector<std::shared_ptr<CCard>> SortedCards(const CList& cards);
   std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids);
