@@ -357,15 +357,24 @@ namespace sqlite_store {
 
 // What a scan on the store's own connection hands to its visitor: the row's
 // values, decoded in place.
-class ScanValues : public ICardValues {
+// Values a scan hands out as views into the card being visited; Get and
+// Read copy from them.
+class ViewedValues : public ICardValues {
+ public:
+  std::string Get(std::string_view name) const final { return std::string(Find(name)); }
+  void Read(std::string_view name, std::string& value) const final { value.assign(Find(name)); }
+
+ protected:
+  virtual std::string_view Find(std::string_view name) const = 0;
+};
+
+class ScanValues : public ViewedValues {
  public:
   explicit ScanValues(CSqliteCardStore::Impl& store) : store_(store) {}
-  std::string Get(std::string_view name) const override { return std::string(Find(name)); }
-  void Read(std::string_view name, std::string& value) const override { value.assign(Find(name)); }
   DecodedCard card;
 
  private:
-  std::string_view Find(std::string_view name) const {
+  std::string_view Find(std::string_view name) const override {
     int32_t index = kUnknownName;
     try {
       index = store_.Resolve(name);

@@ -33,16 +33,14 @@ struct NameTables {
 };
 
 // What a part on a thread of its own hands to its visitor.
-class PartValues final : public ICardValues {
+class PartValues final : public ViewedValues {
  public:
   explicit PartValues(const NameTables& tables) : tables_(tables) {}
-  std::string Get(std::string_view name) const override { return std::string(Find(name)); }
-  void Read(std::string_view name, std::string& value) const override { value.assign(Find(name)); }
 
   DecodedCard card;
 
  private:
-  std::string_view Find(std::string_view name) const {
+  std::string_view Find(std::string_view name) const override {
     int32_t index = kUnknownName;
     size_t slot = 0;
     if (!resolved_.Find(name, index, slot)) {

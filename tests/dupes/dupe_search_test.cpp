@@ -85,6 +85,13 @@ class RecordingProgress final : public ISearchProgress {
     return out;
   }
 
+  // Answers stop at the nth report of the grouping (never for 0).
+  void StopAtGroupingReport(int nth) {
+    stopAt = [nth, grouping = 0](int32_t id, int32_t, int32_t, int) mutable {
+      return id == search_text::kGroupingCards && ++grouping == nth;
+    };
+  }
+
   std::vector<std::string> log;
   int reports = 0;
   std::function<bool(int32_t id, int32_t done, int32_t total, int nth)> stopAt;
@@ -267,10 +274,7 @@ TEST_P(DupeSearchTest, FindDupesOfTypesGivesEachTypesSetsInTurn) {
   const std::string each = FindAllTypes();
   for (int stopAt : {0, 2}) {
     RecordingProgress progress;
-    int grouping = 0;
-    progress.stopAt = [&](int32_t id, int32_t, int32_t, int) {
-      return id == search_text::kGroupingCards && ++grouping == stopAt;
-    };
+    progress.StopAtGroupingReport(stopAt);
     CDupeSearch search(&progress);
     auto suspects = search.GetSuspectCards();
     ASSERT_TRUE(suspects);
@@ -421,10 +425,7 @@ TEST_P(DupeSearchTest, AStopWhileGroupingKeepsTheSetsFinishedSoFar) {
   std::string dump;
   for (int stopAt : {2, 3, 7, 8, 9}) {
     RecordingProgress progress;
-    int grouping = 0;
-    progress.stopAt = [&](int32_t id, int32_t, int32_t, int) {
-      return id == search_text::kGroupingCards && ++grouping == stopAt;
-    };
+    progress.StopAtGroupingReport(stopAt);
     CDupeSearch search(&progress);
     auto suspects = search.GetSuspectCards();
     ASSERT_TRUE(suspects);
