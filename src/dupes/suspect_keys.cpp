@@ -188,9 +188,9 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
       const auto& [part, k] = order[c];
       std::string_view key = part->Key(k, kind);
       if (key.empty()) continue;
-      uint64_t hash = part->Hash(k, kind);
-      if (const int32_t* first = table.Find(key, hash)) found[c] = *first;
-      else table.Emplace(key, hash, static_cast<int32_t>(c + 1));
+      const auto self = static_cast<int32_t>(c + 1);
+      const int32_t first = table.Intern(key, part->Hash(k, kind), self);
+      if (first != self) found[c] = first;
     }
   };
   if (order.size() >= static_cast<size_t>(dupes_internal::PartScanThreshold()) &&
