@@ -1,6 +1,7 @@
 #include "ombrel/dupes/dupe_search.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <exception>
 #include <thread>
@@ -130,6 +131,35 @@ std::shared_ptr<CList> CDupeSearch::GetAllCards() {
   return nameless;
 }
 
+void CDupeSearch::ScanStep(ICardStore& store, int32_t parts, int32_t resourceId, int32_t total,
+                           const std::function<bool(int32_t id)>& wanted,
+                           const std::function<void(int32_t part, int32_t id, const ICardValues& values)>& work) {
+  if (parts <= 1) {
+    int32_t done = 0;
+    dupes_internal::Scan(store, [&](int32_t id, const ICardValues& values) {
+      if (wanted && !wanted(id)) return true;
+      if (++done > total || !UpdateProgress(resourceId, done, total)) return false;
+      work(0, id, values);
+      return done < total;
+    });
+    return;
+  }
+  // Part 0 reports for all parts; the others only look out for a stop.
+  int32_t partZeroDone = 0, reported = 0;
+  std::atomic<bool> halt{false};
+  dupes_internal::ScanInParts(store, parts, [&](int32_t part, int32_t id, const ICardValues& values) {
+    const bool counted = !wanted || wanted(id);
+    if (part == 0 && counted) {
+      reported = dupes_internal::PartProgress(++partZeroDone, parts, total);
+      if (!UpdateProgress(resourceId, reported, total)) halt = true;
+    }
+    if (halt.load(std::memory_order_relaxed)) return false;
+    if (counted) work(part, id, values);
+    return true;
+  });
+  if (!halt && reported < total) UpdateProgress(resourceId, total, total);
+}
+
 std::shared_ptr<CList> CDupeSearch::GetSuspectCards() {
   auto start = Clock::now();
   int32_t total = Mgr().GetNumberOfCards();
@@ -137,7 +167,7 @@ std::shared_ptr<CList> CDupeSearch::GetSuspectCards() {
   timings_.suspects += SecondsSince(start);
   if (stopped_) return nullptr;
   start = Clock::now();
-  auto list = LoadSuspects(ids);
+  auto list = LoadSuspects(ids, total);
   timings_.loading += SecondsSince(start);
   if (stopped_ || !list) return nullptr;
   Trap(list->GetNumItems() != static_cast<int32_t>(ids.size()), "Failed to identify correctly the duplicate cards");

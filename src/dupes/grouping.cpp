@@ -71,15 +71,20 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted)
   // cards (the cards are only read); then the texts are numbered in order.
   struct Facts {
     uint64_t lastHash = 0, tagHash = 0, rawHash = 0, emailHash = 0;
-    std::string email;  // lower-cased and trimmed
+    const std::string* raw = nullptr;  // the stored e-mail text
+    std::string email;                 // the same lower-cased and trimmed
   };
   std::vector<Facts> facts(n);
   std::vector<std::exception_ptr> errors(n);
   auto observe = [&](size_t from, size_t to) {
     for (size_t p = from; p < to; ++p) {
       try {
-        Observe(p, facts[p].lastHash, facts[p].tagHash, facts[p].rawHash);
+        Observe(p);
+        facts[p].lastHash = KeyTable::Hash(cards_[p]->GetLastName());
+        facts[p].tagHash = KeyTable::Hash(cards_[p]->tag);
         const std::string& raw = cards_[p]->FieldText("Email");
+        facts[p].raw = &raw;
+        facts[p].rawHash = KeyTable::Hash(raw);
         if (!raw.empty()) {
           facts[p].email = CString::LowerText(CString::TrimText(raw));
           if (!facts[p].email.empty()) facts[p].emailHash = KeyTable::Hash(facts[p].email);
@@ -110,19 +115,16 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted)
     };
     profile.last = number(lastNames, card.GetLastName(), f.lastHash);
     profile.tag = number(tags, card.tag, f.tagHash);
-    profile.rawEmail = number(rawEmails, card.FieldText("Email"), f.rawHash);
+    profile.rawEmail = number(rawEmails, *f.raw, f.rawHash);
     profile.email = number(emails, f.email, f.emailHash);
   }
 }
 
-// Hashes of the card's texts, and whether it has the common layout, with
-// the measures ShouldBecomePrimary asks for while its fields are at hand.
-void SortedSuspects::Observe(size_t p, uint64_t& lastHash, uint64_t& tagHash, uint64_t& rawHash) {
+// Whether the card has the common layout, with the measures
+// ShouldBecomePrimary asks for while its fields are at hand.
+void SortedSuspects::Observe(size_t p) {
   const CCard& card = *cards_[p];
   Profile& profile = profiles_[p];
-  lastHash = KeyTable::Hash(card.GetLastName());
-  tagHash = KeyTable::Hash(card.tag);
-  rawHash = KeyTable::Hash(card.FieldText("Email"));
 
   const int32_t fields = card.NumFields();
   bool aligned = !referenceNames_.empty() && fields == static_cast<int32_t>(referenceNames_.size());
@@ -216,8 +218,8 @@ bool SortedSuspects::FieldTest(int32_t type, const CCard& card1, const CCard& ca
 bool SortedSuspects::Compare(int32_t type, int32_t a, int32_t b) {
   const Profile& x = profiles_[static_cast<size_t>(a)];
   const Profile& y = profiles_[static_cast<size_t>(b)];
-  if (!x.aligned || !y.aligned || type < EXACT_DUPE || type > CONFLICT_DUPE) {
-    CDupeSet& comparer = comparers_[type >= EXACT_DUPE && type <= CONFLICT_DUPE ? type : 0];
+  if (!x.aligned || !y.aligned) {
+    CDupeSet& comparer = comparers_[type];
     if (!comparer.GetPrimaryCard() || comparer.GetType() != type) comparer.Init(Card(a), type);
     return comparer.CompareCards(Card(a).get(), Card(b).get());
   }

@@ -37,7 +37,8 @@ class SortedSuspects {
   int32_t Size() const { return static_cast<int32_t>(cards_.size()); }
   const std::shared_ptr<CCard>& Card(int32_t p) const { return cards_[static_cast<size_t>(p)]; }
 
-  // CDupeSet::CompareCards(card a, card b) for a set of the given type.
+  // CDupeSet::CompareCards(card a, card b) for a set of the given type
+  // (EXACT_DUPE, COMPATIBLE_DUPE or CONFLICT_DUPE).
   bool Compare(int32_t type, int32_t a, int32_t b);
   // CDupeSet::ShouldBecomePrimary for a set of the given type whose primary is card primary.
   bool ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate);
@@ -68,7 +69,7 @@ class SortedSuspects {
 
   const std::string& LoweredText(int32_t p);
   const std::string& UserData(int32_t p);
-  void Observe(size_t p, uint64_t& lastHash, uint64_t& tagHash, uint64_t& rawHash);
+  void Observe(size_t p);
   int32_t CardId(int32_t p) const;
   bool HasFrontImage(CCardStoreMgr& mgr, int32_t p);
   bool FieldTest(int32_t type, const CCard& card1, const CCard& card2) const;
@@ -85,7 +86,7 @@ class SortedSuspects {
   bool emailIndexBuilt_ = false;
   bool threaded_ = false;
   std::mutex textsMutex_;
-  CDupeSet comparers_[4];  // CompareCards of each type, for the cards laid out otherwise
+  CDupeSet comparers_[CONFLICT_DUPE + 1];  // CompareCards by type, for the cards laid out otherwise
 };
 
 // Where a walk reports: begin(type) as it starts, update(done, total) as it

@@ -1,5 +1,5 @@
-// KeyTable: text keys to the card ID first seen with them, for the search's
-// pass over every card of the store. A million cards make three million keys;
+// KeyTable: text keys to the ID first stored with them, for the search's
+// pass over every card of the store and for numbering the suspects' texts. A million cards make three million keys;
 // keeping them in one arena with an open-addressing index costs one hash and
 // at most a few comparisons per lookup and no allocation per key.
 #pragma once
@@ -15,23 +15,9 @@ class KeyTable {
  public:
   explicit KeyTable(size_t expected = 0) { Rehash(Capacity(expected)); }
 
-  // The ID stored under key, or null when the key is new.
-  const int32_t* Find(std::string_view key) const { return Find(key, Hash(key)); }
-  // The same with the key's Hash worked out already (perhaps on another thread).
-  const int32_t* Find(std::string_view key, uint64_t h) const {
-    for (size_t i = h & mask_;; i = (i + 1) & mask_) {
-      const Slot& s = slots_[i];
-      if (s.length < 0) return nullptr;
-      if (s.hash == h && Key(s) == key) return &s.id;
-    }
-  }
-
-  // Stores id under key unless the key is present (the first card keeps it).
-  void Emplace(std::string_view key, int32_t id) { Intern(key, id); }
-  void Emplace(std::string_view key, uint64_t h, int32_t id) { Intern(key, h, id); }
-
-  // The ID stored under key, storing id there first when the key is new.
-  int32_t Intern(std::string_view key, int32_t id) { return Intern(key, Hash(key), id); }
+  // The ID stored under key, storing id there first when the key is new (the
+  // first card keeps it). h is the key's Hash, perhaps worked out on another
+  // thread.
   int32_t Intern(std::string_view key, uint64_t h, int32_t id) {
     if ((count_ + 1) * 4 > slots_.size() * 3) Rehash(slots_.size() * 2);
     for (size_t i = h & mask_;; i = (i + 1) & mask_) {

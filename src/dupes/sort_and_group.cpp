@@ -110,6 +110,12 @@ std::vector<int32_t> InsertionOrder(const std::vector<std::string_view>& tags) {
   return result;
 }
 
+std::shared_ptr<CList> NoSets() {
+  auto none = std::make_shared<CList>();
+  none->RestrictType("CDupeSet");
+  return none;
+}
+
 }  // namespace
 
 std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards) {
@@ -161,11 +167,7 @@ void CDupeSearch::SortCards(CList& cards) {
 }
 
 std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
-  if (cards.GetNumItems() == 0) {
-    auto none = std::make_shared<CList>();
-    none->RestrictType("CDupeSet");
-    return none;
-  }
+  if (cards.GetNumItems() == 0) return NoSets();
   auto sortedCards = SortedCards(cards);
   auto start = Clock::now();
   dupes_internal::SortedSuspects sorted(std::move(sortedCards));
@@ -182,11 +184,7 @@ void CDupeSearch::FindDupesOfTypes(const std::vector<int32_t>& dupeTypes, const 
                                    const std::function<void(int32_t, std::shared_ptr<CList>)>& found) {
   std::vector<int32_t> types = dupeTypes;
   if (cards.GetNumItems() == 0) {
-    for (int32_t type : types) {
-      auto none = std::make_shared<CList>();
-      none->RestrictType("CDupeSet");
-      found(type, std::move(none));
-    }
+    for (int32_t type : types) found(type, NoSets());
     return;
   }
   // Each type would sort the same tags into the same order: sort once.

@@ -7,7 +7,6 @@
 // of the cards (the first card seen with a key is the partner of the later
 // ones) and runs afterwards, in order, on keys already made.
 #include <algorithm>
-#include <atomic>
 #include <string>
 #include <thread>
 #include <utility>
@@ -136,29 +135,9 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
   std::vector<KeyPart> parts(1);
 
   if (ICardStore* store = dupes_internal::ScanningStore()) {
-    const int32_t partCount = dupes_internal::ScanPartsFor(*store, total);
-    if (partCount > 1) {
-      parts.resize(static_cast<size_t>(partCount));
-      int32_t partZeroSeen = 0, reported = 0;
-      std::atomic<bool> halt{false};
-      dupes_internal::ScanInParts(*store, partCount, [&](int32_t part, int32_t id, const ICardValues& values) {
-        if (part == 0) {
-          reported = dupes_internal::PartProgress(++partZeroSeen, partCount, total);
-          if (!UpdateProgress(search_text::kReadingCards, reported, total)) halt = true;
-        }
-        if (halt.load(std::memory_order_relaxed)) return false;
-        parts[static_cast<size_t>(part)].Add(id, values);
-        return true;
-      });
-      if (!halt && reported < total) UpdateProgress(search_text::kReadingCards, total, total);
-    } else {
-      int32_t i = 0;
-      dupes_internal::Scan(*store, [&](int32_t id, const ICardValues& values) {
-        if (++i > total || !UpdateProgress(search_text::kReadingCards, i, total)) return false;
-        parts[0].Add(id, values);
-        return true;
-      });
-    }
+    parts.resize(static_cast<size_t>(dupes_internal::ScanPartsFor(*store, total)));
+    ScanStep(*store, static_cast<int32_t>(parts.size()), search_text::kReadingCards, total, {},
+             [&](int32_t part, int32_t id, const ICardValues& values) { parts[static_cast<size_t>(part)].Add(id, values); });
   } else {
     CCardStoreMgr& mgr = dupes_internal::Mgr();
     for (int32_t i = 1; i <= total; ++i) {

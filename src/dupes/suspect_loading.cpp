@@ -5,7 +5,6 @@
 // reads parts at once; otherwise each suspect is read on its own. Either way
 // an error is raised for the first failing card in suspect order, as reading
 // them one by one would.
-#include <atomic>
 #include <exception>
 #include <unordered_map>
 #include <vector>
@@ -18,7 +17,7 @@
 
 namespace ombrel {
 
-std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids) {
+std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids, int32_t total) {
   auto list = std::make_shared<CList>();
   std::vector<std::shared_ptr<CCard>> cards(ids.size());
   ICardStore* store = dupes_internal::ScanningStore();
@@ -29,39 +28,20 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
     std::vector<std::exception_ptr> errors(ids.size());
     CCardStoreMgr& mgr = dupes_internal::Mgr();
     const std::string customFields = mgr.GetCustomFields();
-    const auto wanted = static_cast<int32_t>(ids.size());
-    const int32_t parts = dupes_internal::ScanPartsFor(*store, mgr.GetNumberOfCards());
-    int32_t partZeroLoaded = 0, reported = 0;
-    std::atomic<int32_t> loaded{0};
-    std::atomic<bool> halt{false};
     // Each card lands in its own slot, so parts never write the same place.
-    auto build = [&](int32_t part, int32_t id, const ICardValues& values) {
-      auto it = slot.find(id);
-      if (it == slot.end()) return !halt.load(std::memory_order_relaxed);
-      loaded.fetch_add(1, std::memory_order_relaxed);
-      if (part == 0) {
-        reported = parts > 1 ? dupes_internal::PartProgress(++partZeroLoaded, parts, wanted) : loaded.load();
-        if (!UpdateProgress(search_text::kLoadingSuspects, reported, wanted)) halt = true;
-      }
-      if (halt.load(std::memory_order_relaxed)) return false;
+    auto build = [&](int32_t, int32_t id, const ICardValues& values) {
+      const size_t k = slot.at(id);
       try {
         auto card = mgr.BuildCard(id, customFields,
                                   [&](std::string_view name, std::string& value) { values.Read(name, value); });
         card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
-        cards[it->second] = std::move(card);
+        cards[k] = std::move(card);
       } catch (...) {
-        errors[it->second] = std::current_exception();
+        errors[k] = std::current_exception();
       }
-      return true;
     };
-    if (parts > 1) {
-      dupes_internal::ScanInParts(*store, parts, build);
-      if (!halt && reported < wanted) UpdateProgress(search_text::kLoadingSuspects, wanted, wanted);
-    } else {
-      dupes_internal::Scan(*store, [&](int32_t id, const ICardValues& values) {
-        return build(0, id, values) && loaded.load(std::memory_order_relaxed) < wanted;
-      });
-    }
+    ScanStep(*store, dupes_internal::ScanPartsFor(*store, total), search_text::kLoadingSuspects,
+             static_cast<int32_t>(ids.size()), [&](int32_t id) { return slot.count(id) > 0; }, build);
     if (stopped_) return nullptr;
     for (size_t k = 0; k < ids.size(); ++k) {
       if (errors[k]) {

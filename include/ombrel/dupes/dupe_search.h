@@ -25,6 +25,8 @@
 namespace ombrel {
 
 class CCard;
+class ICardStore;
+class ICardValues;
 namespace dupes_internal {
 struct GroupingReports;
 }
@@ -97,7 +99,14 @@ class CDupeSearch {
   dupes_internal::GroupingReports Reports();
   // The cards in SortCards' order, with the sort's tag clean-up done.
   std::vector<std::shared_ptr<CCard>> SortedCards(const CList& cards);
-  std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids);
+  // The suspects of a store of total cards, in the order of ids.
+  std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids, int32_t total);
+  // One pass of the search over a scanning store, in parts cards at once:
+  // work(part, id, values) for every card wanted (every card when wanted is
+  // empty), with progress (resourceId, done, of total) counted over those.
+  void ScanStep(ICardStore& store, int32_t parts, int32_t resourceId, int32_t total,
+                const std::function<bool(int32_t id)>& wanted,
+                const std::function<void(int32_t part, int32_t id, const ICardValues& values)>& work);
 
   ISearchProgress* progress_;
   // The tags of the last sort's input, in order, and the order it gave.
