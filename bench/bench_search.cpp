@@ -87,10 +87,10 @@ void Phases(const std::string& path) {
   mgr->Connect();
   ombrel::CardStoreMgr() = mgr;
   ombrel::CDupeSearch search;
-  auto suspects = search.GetSuspectCards();
   int32_t sets[4] = {0, 0, 0, 0};
-  search.FindDupesOfTypes({ombrel::EXACT_DUPE, ombrel::COMPATIBLE_DUPE, ombrel::CONFLICT_DUPE}, *suspects,
-                          [&](int32_t type, std::shared_ptr<ombrel::CList> found) { sets[type] = found->GetNumItems(); });
+  auto suspects = search.FindDupesInStore(
+      {ombrel::EXACT_DUPE, ombrel::COMPATIBLE_DUPE, ombrel::CONFLICT_DUPE},
+      [&](int32_t type, std::shared_ptr<ombrel::CList> found) { sets[type] = found->GetNumItems(); });
   const auto& t = search.Timings();
   std::printf("  phases: suspects %.2f s, loading %.2f s (%d suspects), sorting %.2f s, grouping %.2f s\n",
               t.suspects, t.loading, suspects->GetNumItems(), t.sorting, t.grouping);

@@ -23,16 +23,9 @@ SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* pr
   };
   CDupeSearch search(progress);
   try {
-    auto suspects = search.GetSuspectCards();
-    if (!suspects) {
-      for (int32_t type : types) deliver(type, nullptr);
-      outcome.stopped = true;
-      outcome.timings = search.Timings();
-      return outcome;
-    }
-    outcome.suspects = suspects->GetNumItems();
+    auto suspects = search.FindDupesInStore(types, deliver);
+    if (suspects) outcome.suspects = suspects->GetNumItems();
     outcome.cards = suspects;
-    search.FindDupesOfTypes(types, *suspects, deliver);
   } catch (const Error& e) {
     if (search.FailedCardId() != 0)
       throw Error(e.Number(), e.Source(), e.Description() + "\n(while reading card " + std::to_string(search.FailedCardId()) + ")");

@@ -40,18 +40,11 @@ void InUpdate(Body body) {
 
 CDupeSet::CDupeSet() : dupes_(std::make_shared<CList>()) { dupes_->RestrictType("CCard"); }
 
-std::string CDupeSet::DataSignature(const CCard& card) {
-  // Sized first: one allocation per signature, and a set is made per candidate primary.
-  const int32_t n = card.NumFields();
-  size_t size = 16;
-  for (int32_t i = 1; i <= n; ++i) {
-    const CCardField& f = card.FieldAt(i);
-    size += 3 + f.Text().size() + (f.Text().empty() ? 0 : f.Label().size());
-  }
-  std::string sig;
-  sig.reserve(size);
+namespace {
+void AppendSignature(const CCard& card, std::string& sig) {
   sig += std::to_string(card.GetCardID());
   sig += "\r\n";
+  const int32_t n = card.NumFields();
   for (int32_t i = 1; i <= n; ++i) {
     const CCardField& f = card.FieldAt(i);
     if (IsBookkeepingField(f.Name())) continue;
@@ -60,7 +53,22 @@ std::string CDupeSet::DataSignature(const CCard& card) {
     sig += f.Text();
     sig += "\r\n";
   }
+}
+}  // namespace
+
+std::string CDupeSet::DataSignature(const CCard& card) {
+  std::string sig;
+  AppendSignature(card, sig);
   return sig;
+}
+
+uint64_t CDupeSet::SignatureHash(const CCard& card) {
+  // A search makes a set for nearly every suspect: each keeps a hash of its
+  // primary's signature rather than a copy, built in a buffer kept per thread.
+  thread_local std::string buffer;
+  buffer.clear();
+  AppendSignature(card, buffer);
+  return std::hash<std::string_view>{}(buffer);
 }
 
 void CDupeSet::Init(std::shared_ptr<CCard> primary, int32_t type) {
@@ -102,7 +110,7 @@ CList& CDupeSet::RecycleBin() {
 
 void CDupeSet::SetPrimaryCard(std::shared_ptr<CCard> card) {
   Trap(!card, "Cannot set as primary empty card");
-  primarySnapshot_ = DataSignature(*card);
+  primarySnapshot_ = SignatureHash(*card);
   primary_ = std::move(card);
 }
 
@@ -157,7 +165,7 @@ void CDupeSet::MergeAllDupes() {
 bool CDupeSet::DupeSetNeedsSaving() const {
   if (!primary_) RaiseObjectNotSet();
   if (recycleBin_ && recycleBin_->GetNumItems() > 0) return true;
-  if (DataSignature(*primary_) != primarySnapshot_) return true;
+  if (SignatureHash(*primary_) != primarySnapshot_) return true;
   return primary_->HasStoredCardId() && primary_->GetStoredCardId() != primary_->GetCardID();
 }
 
@@ -209,8 +217,8 @@ void CDupeSet::CommitToDatabase() {
     }
     return;
   }
-  if (DataSignature(*primary_) != primarySnapshot_) InUpdate([&](CCardStoreMgr&) { WritePrimaryFields(id); });
-  primarySnapshot_ = DataSignature(*primary_);
+  if (SignatureHash(*primary_) != primarySnapshot_) InUpdate([&](CCardStoreMgr&) { WritePrimaryFields(id); });
+  primarySnapshot_ = SignatureHash(*primary_);
   InUpdate([&](CCardStoreMgr&) {
     SaveImage(id, kFrontImage);
     SaveImage(id, kBackImage);

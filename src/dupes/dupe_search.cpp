@@ -160,14 +160,16 @@ void CDupeSearch::ScanStep(ICardStore& store, int32_t parts, int32_t resourceId,
   if (!halt && reported < total) UpdateProgress(resourceId, total, total);
 }
 
-std::shared_ptr<CList> CDupeSearch::GetSuspectCards() {
+std::shared_ptr<CList> CDupeSearch::GetSuspectCards() { return ReadSuspects(nullptr); }
+
+std::shared_ptr<CList> CDupeSearch::ReadSuspects(std::vector<dupes_internal::CardFacts>* facts) {
   auto start = Clock::now();
   int32_t total = Mgr().GetNumberOfCards();
   std::vector<int32_t> ids = FindSuspectIds(total);
   timings_.suspects += SecondsSince(start);
   if (stopped_) return nullptr;
   start = Clock::now();
-  auto list = LoadSuspects(ids, total);
+  auto list = LoadSuspects(ids, total, facts);
   timings_.loading += SecondsSince(start);
   if (stopped_ || !list) return nullptr;
   Trap(list->GetNumItems() != static_cast<int32_t>(ids.size()), "Failed to identify correctly the duplicate cards");

@@ -45,7 +45,34 @@ class SkipTable {
 
 }  // namespace
 
-SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted)
+void ObserveCard(const CCard& card, CardFacts& facts) {
+  const int32_t fields = card.NumFields();
+  bool namedAsKeys = true;
+  int32_t filled = 0;
+  for (int32_t i = 1; i <= fields; ++i) {
+    const CCardField& field = card.FieldAt(i);
+    if (!field.Text().empty()) ++filled;
+    const std::string& key = card.GetFields().GetIndexedKey(i);
+    const std::string& name = field.Name();
+    if (namedAsKeys && &key != &name && key != name) namedAsKeys = false;
+  }
+  facts.namedAsKeys = namedAsKeys;
+  facts.filled = filled;
+  facts.textLength = card.TextLength();
+  facts.id = card.HasCardId() ? card.GetCardID() : 0;
+  facts.lastHash = KeyTable::Hash(card.GetLastName());
+  const std::string& raw = card.FieldText("Email");
+  facts.rawEmail = &raw;
+  facts.rawEmailHash = KeyTable::Hash(raw);
+  facts.email.clear();
+  facts.emailHash = 0;
+  if (!raw.empty()) {
+    facts.email = CString::LowerText(CString::TrimText(raw));
+    if (!facts.email.empty()) facts.emailHash = KeyTable::Hash(facts.email);
+  }
+}
+
+SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts)
     : cards_(std::move(sorted)), profiles_(cards_.size()), loweredText_(cards_.size()), userData_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
@@ -67,35 +94,28 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted)
     inText_.push_back(CCard::IsTextFieldName(*name));
   }
 
-  // What each card says for itself, worked out on two threads for many
+  // Facts not handed over are worked out here, on two threads for many
   // cards (the cards are only read); then the texts are numbered in order.
-  struct Facts {
-    uint64_t lastHash = 0, tagHash = 0, rawHash = 0, emailHash = 0;
-    const std::string* raw = nullptr;  // the stored e-mail text
-    std::string email;                 // the same lower-cased and trimmed
-  };
-  std::vector<Facts> facts(n);
+  const bool given = facts.size() == n;
+  if (!given) facts.assign(n, CardFacts{});
   std::vector<std::exception_ptr> errors(n);
+  std::vector<uint64_t> tagHashes(n);
   auto observe = [&](size_t from, size_t to) {
     for (size_t p = from; p < to; ++p) {
       try {
-        Observe(p);
-        facts[p].lastHash = KeyTable::Hash(cards_[p]->GetLastName());
-        facts[p].tagHash = KeyTable::Hash(cards_[p]->tag);
-        const std::string& raw = cards_[p]->FieldText("Email");
-        facts[p].raw = &raw;
-        facts[p].rawHash = KeyTable::Hash(raw);
-        if (!raw.empty()) {
-          facts[p].email = CString::LowerText(CString::TrimText(raw));
-          if (!facts[p].email.empty()) facts[p].emailHash = KeyTable::Hash(facts[p].email);
-        }
+        const CCard& card = *cards_[p];
+        tagHashes[p] = KeyTable::Hash(card.tag);
+        if (given) continue;
+        ObserveCard(card, facts[p]);
+        // Cards built by one manager share a layout; these may not.
+        if (facts[p].namedAsKeys && !HasReferenceLayout(card)) facts[p].namedAsKeys = false;
       } catch (...) {
         errors[p] = std::current_exception();
         return;  // the first failure in order is the one raised
       }
     }
   };
-  if (n >= static_cast<size_t>(PartScanThreshold()) && std::thread::hardware_concurrency() >= 2) {
+  if (!given && n >= static_cast<size_t>(PartScanThreshold()) && std::thread::hardware_concurrency() >= 2) {
     std::thread helper(observe, n / 2, n);
     observe(0, n / 2);
     helper.join();
@@ -106,44 +126,34 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted)
     if (error) std::rethrow_exception(error);
 
   KeyTable lastNames(n), tags(n), rawEmails(n), emails(n);
+  const bool layoutKnown = !referenceNames_.empty();
   for (size_t p = 0; p < n; ++p) {
     const CCard& card = *cards_[p];
     Profile& profile = profiles_[p];
-    const Facts& f = facts[p];
+    const CardFacts& f = facts[p];
     auto number = [](KeyTable& table, std::string_view text, uint64_t hash) {
       return text.empty() ? 0 : table.Intern(text, hash, static_cast<int32_t>(table.Size()) + 1);
     };
     profile.last = number(lastNames, card.GetLastName(), f.lastHash);
-    profile.tag = number(tags, card.tag, f.tagHash);
-    profile.rawEmail = number(rawEmails, *f.raw, f.rawHash);
+    profile.tag = number(tags, card.tag, tagHashes[p]);
+    profile.rawEmail = number(rawEmails, *f.rawEmail, f.rawEmailHash);
     profile.email = number(emails, f.email, f.emailHash);
+    profile.aligned = layoutKnown && f.namedAsKeys;
+    profile.filled = f.filled;
+    profile.textLength = f.textLength;
+    profile.id = f.id;
   }
 }
 
-// Whether the card has the common layout, with the measures
-// ShouldBecomePrimary asks for while its fields are at hand.
-void SortedSuspects::Observe(size_t p) {
-  const CCard& card = *cards_[p];
-  Profile& profile = profiles_[p];
-
+bool SortedSuspects::HasReferenceLayout(const CCard& card) const {
   const int32_t fields = card.NumFields();
-  bool aligned = !referenceNames_.empty() && fields == static_cast<int32_t>(referenceNames_.size());
-  int32_t filled = 0;
-  size_t textLength = 0;
+  if (fields != static_cast<int32_t>(referenceNames_.size())) return false;
   for (int32_t i = 1; i <= fields; ++i) {
-    const CCardField& field = card.FieldAt(i);
-    if (!field.Text().empty()) ++filled;
-    if (!aligned) continue;
     const std::string* ref = referenceNames_[static_cast<size_t>(i - 1)];
     const std::string& key = card.GetFields().GetIndexedKey(i);
-    const std::string& name = field.Name();
-    aligned = (&key == ref || key == *ref) && (&name == ref || name == *ref);
-    if (!field.Text().empty() && inText_[static_cast<size_t>(i - 1)]) textLength += utf8::CountCodePoints(field.Text()) + 2;
+    if (&key != ref && key != *ref) return false;
   }
-  profile.aligned = aligned;
-  profile.filled = filled;
-  profile.textLength = aligned ? static_cast<int32_t>(textLength) : -1;
-  profile.id = card.HasCardId() ? card.GetCardID() : 0;
+  return true;
 }
 
 bool SortedSuspects::HasFrontImage(CCardStoreMgr& mgr, int32_t p) {
@@ -260,10 +270,8 @@ bool SortedSuspects::ShouldBecomePrimary(int32_t type, int32_t primary, int32_t 
       bool candidateHasImage = HasFrontImage(mgr, candidate);
       if (!primaryHasImage && candidateHasImage) return true;
       auto measure = [&](int32_t p) {
-        Profile& profile = profiles_[static_cast<size_t>(p)];
-        int32_t& value = type == COMPATIBLE_DUPE ? profile.filled : profile.textLength;
-        if (value < 0) value = Card(p)->TextLength();  // a card laid out otherwise
-        return value;
+        const Profile& profile = profiles_[static_cast<size_t>(p)];
+        return type == COMPATIBLE_DUPE ? profile.filled : profile.textLength;
       };
       return measure(candidate) > measure(primary);
     }

@@ -29,9 +29,24 @@ class CDupeSearch;
 
 namespace dupes_internal {
 
+// What the grouping asks of a card that follows from the card alone, best
+// worked out as the card is built, while its fields are still in cache.
+struct CardFacts {
+  const std::string* rawEmail = nullptr;  // the card's stored e-mail text
+  std::string email;                      // the same lower-cased and trimmed
+  uint64_t lastHash = 0, rawEmailHash = 0, emailHash = 0;
+  int32_t filled = 0;      // fields with text
+  int32_t textLength = 0;  // CCard::TextLength
+  int32_t id = 0;          // 0 when the card has none
+  bool namedAsKeys = false;  // every field carries the name it is filed under
+};
+void ObserveCard(const CCard& card, CardFacts& facts);
+
 class SortedSuspects {
  public:
-  explicit SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted);
+  // facts, when given, are those of the sorted cards in the same order, and
+  // all the cards were built with one field layout.
+  explicit SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts = {});
   ~SortedSuspects();
 
   int32_t Size() const { return static_cast<int32_t>(cards_.size()); }
@@ -59,8 +74,8 @@ class SortedSuspects {
     int32_t tag = 0;
     int32_t rawEmail = 0;
     int32_t email = 0;  // lower-cased and trimmed
-    int32_t filled = -1;
-    int32_t textLength = -1;
+    int32_t filled = 0;
+    int32_t textLength = 0;
     int32_t id = 0;  // 0 when the card has none
     int8_t frontImage = -1;  // not asked yet
     bool aligned = false;
@@ -69,7 +84,8 @@ class SortedSuspects {
 
   const std::string& LoweredText(int32_t p);
   const std::string& UserData(int32_t p);
-  void Observe(size_t p);
+  // Whether the card's fields are filed as the first card's are.
+  bool HasReferenceLayout(const CCard& card) const;
   int32_t CardId(int32_t p) const;
   bool HasFrontImage(CCardStoreMgr& mgr, int32_t p);
   bool FieldTest(int32_t type, const CCard& card1, const CCard& card2) const;

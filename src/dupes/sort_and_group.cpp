@@ -118,7 +118,7 @@ std::shared_ptr<CList> NoSets() {
 
 }  // namespace
 
-std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards) {
+std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards, std::vector<int32_t>* order) {
   auto start = Clock::now();
   const int32_t n = cards.GetNumItems();
   std::vector<std::shared_ptr<CCard>> input;
@@ -156,6 +156,7 @@ std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards)
     CCard* card = sorted[pos - 1].get();
     if (card->tag == ",") card->tag.clear();
   }
+  if (order) *order = std::move(result);
   timings_.sorting += SecondsSince(start);
   return sorted;
 }
@@ -182,15 +183,40 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
 
 void CDupeSearch::FindDupesOfTypes(const std::vector<int32_t>& dupeTypes, const CList& cards,
                                    const std::function<void(int32_t, std::shared_ptr<CList>)>& found) {
+  GroupTypes(dupeTypes, cards, nullptr, found);
+}
+
+std::shared_ptr<CList> CDupeSearch::FindDupesInStore(const std::vector<int32_t>& dupeTypes,
+                                                     const std::function<void(int32_t, std::shared_ptr<CList>)>& found) {
+  std::vector<dupes_internal::CardFacts> facts;
+  auto suspects = ReadSuspects(&facts);
+  if (!suspects) {
+    for (int32_t type : dupeTypes) found(type, nullptr);
+    return nullptr;
+  }
+  GroupTypes(dupeTypes, *suspects, &facts, found);
+  return suspects;
+}
+
+void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList& cards,
+                             std::vector<dupes_internal::CardFacts>* facts,
+                             const std::function<void(int32_t, std::shared_ptr<CList>)>& found) {
   std::vector<int32_t> types = dupeTypes;
   if (cards.GetNumItems() == 0) {
     for (int32_t type : types) found(type, NoSets());
     return;
   }
   // Each type would sort the same tags into the same order: sort once.
-  auto sortedCards = SortedCards(cards);
+  std::vector<int32_t> order;
+  auto sortedCards = SortedCards(cards, &order);
   auto start = Clock::now();
-  dupes_internal::SortedSuspects sorted(std::move(sortedCards));
+  std::vector<dupes_internal::CardFacts> sortedFacts;
+  if (facts && facts->size() == order.size()) {
+    sortedFacts.reserve(order.size());
+    for (int32_t idx : order) sortedFacts.push_back(std::move((*facts)[static_cast<size_t>(idx)]));
+    facts->clear();
+  }
+  dupes_internal::SortedSuspects sorted(std::move(sortedCards), std::move(sortedFacts));
   timings_.grouping += SecondsSince(start);
   const bool alongside = types.size() > 1 && sorted.Size() >= dupes_internal::PartScanThreshold() &&
                          std::thread::hardware_concurrency() >= 2;

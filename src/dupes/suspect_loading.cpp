@@ -5,11 +5,13 @@
 // reads parts at once; otherwise each suspect is read on its own. Either way
 // an error is raised for the first failing card in suspect order, as reading
 // them one by one would.
+#include <algorithm>
 #include <exception>
 #include <unordered_map>
 #include <vector>
 
 #include "dupes/dupes_internal.h"
+#include "dupes/grouping.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/cardstore/icardstore.h"
@@ -17,40 +19,77 @@
 
 namespace ombrel {
 
-std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids, int32_t total) {
+namespace {
+
+// Where each suspect goes in the list, by card ID: asked for every card of
+// the store, so IDs (mostly dense, 1..N) index a vector when they allow it.
+class SlotsById {
+ public:
+  explicit SlotsById(const std::vector<int32_t>& ids) {
+    int64_t highest = 0;
+    for (int32_t id : ids) highest = std::max<int64_t>(highest, id);
+    if (highest <= 4 * static_cast<int64_t>(ids.size()) + 1024) {
+      dense_.assign(static_cast<size_t>(highest) + 1, -1);
+      for (size_t k = 0; k < ids.size(); ++k)
+        if (ids[k] >= 0 && dense_[static_cast<size_t>(ids[k])] < 0) dense_[static_cast<size_t>(ids[k])] = static_cast<int32_t>(k);
+    } else {
+      sparse_.reserve(ids.size());
+      for (size_t k = 0; k < ids.size(); ++k) sparse_.emplace(ids[k], static_cast<int32_t>(k));
+    }
+  }
+  // The slot, or -1 when the card is no suspect.
+  int32_t Find(int32_t id) const {
+    if (!dense_.empty()) return id >= 0 && static_cast<size_t>(id) < dense_.size() ? dense_[static_cast<size_t>(id)] : -1;
+    auto it = sparse_.find(id);
+    return it == sparse_.end() ? -1 : it->second;
+  }
+
+ private:
+  std::vector<int32_t> dense_;
+  std::unordered_map<int32_t, int32_t> sparse_;
+};
+
+}  // namespace
+
+std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids, int32_t total,
+                                                 std::vector<dupes_internal::CardFacts>* facts) {
   auto list = std::make_shared<CList>();
   std::vector<std::shared_ptr<CCard>> cards(ids.size());
   ICardStore* store = dupes_internal::ScanningStore();
   if (store && !ids.empty()) {
-    std::unordered_map<int32_t, size_t> slot;
-    slot.reserve(ids.size());
-    for (size_t k = 0; k < ids.size(); ++k) slot.emplace(ids[k], k);
+    SlotsById slot(ids);
     std::vector<std::exception_ptr> errors(ids.size());
     CCardStoreMgr& mgr = dupes_internal::Mgr();
     const std::string customFields = mgr.GetCustomFields();
+    if (facts) facts->assign(ids.size(), dupes_internal::CardFacts{});
     // Each card lands in its own slot, so parts never write the same place.
     auto build = [&](int32_t, int32_t id, const ICardValues& values) {
-      const size_t k = slot.at(id);
+      const size_t k = static_cast<size_t>(slot.Find(id));
       try {
         auto card = mgr.BuildCard(id, customFields,
                                   [&](std::string_view name, std::string& value) { values.Read(name, value); });
         card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
+        if (facts) dupes_internal::ObserveCard(*card, (*facts)[k]);
         cards[k] = std::move(card);
       } catch (...) {
         errors[k] = std::current_exception();
       }
     };
     ScanStep(*store, dupes_internal::ScanPartsFor(*store, total), search_text::kLoadingSuspects,
-             static_cast<int32_t>(ids.size()), [&](int32_t id) { return slot.count(id) > 0; }, build);
+             static_cast<int32_t>(ids.size()), [&](int32_t id) { return slot.Find(id) >= 0; }, build);
     if (stopped_) return nullptr;
     for (size_t k = 0; k < ids.size(); ++k) {
       if (errors[k]) {
         failedCardId_ = ids[k];
         std::rethrow_exception(errors[k]);
       }
-      if (!cards[k]) cards[k] = LoadCard(ids[k]);  // not met by the scan: read it alone
+      if (!cards[k]) {
+        cards[k] = LoadCard(ids[k]);  // not met by the scan: read it alone
+        if (facts) facts->clear();    // and perhaps with other fields: no shared layout
+      }
     }
   } else {
+    if (facts) facts->clear();
     for (size_t k = 0; k < ids.size(); ++k) {
       if (!UpdateProgress(search_text::kLoadingSuspects, static_cast<int32_t>(k + 1), static_cast<int32_t>(ids.size())))
         return nullptr;

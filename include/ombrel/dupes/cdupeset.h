@@ -58,6 +58,8 @@ class CDupeSet final : public CObject {
   // The data signature compared to notice edits: the card ID, then label and
   // text of every field but the store's bookkeeping dates and status.
   static std::string DataSignature(const CCard& card);
+  // A 64-bit hash of DataSignature(card).
+  static uint64_t SignatureHash(const CCard& card);
 
  private:
   void DoSemanticallyMatchExtraFields(const std::string& fieldType);
@@ -70,7 +72,7 @@ class CDupeSet final : public CObject {
   int32_t type_ = 0;
   bool extraFieldsMatched_ = false;
   std::shared_ptr<CList> recycleBin_;
-  std::string primarySnapshot_;
+  uint64_t primarySnapshot_ = 0;  // SignatureHash of the primary when last set or saved
 };
 
 // The number of cards that are duplicates of some primary: the sum over the

@@ -29,6 +29,7 @@ class ICardStore;
 class ICardValues;
 namespace dupes_internal {
 struct GroupingReports;
+struct CardFacts;
 }
 
 // Resource numbers of the search's texts.
@@ -82,6 +83,12 @@ class CDupeSearch {
   // cards are sorted once for all types.
   void FindDupesOfTypes(const std::vector<int32_t>& dupeTypes, const CList& cards,
                         const std::function<void(int32_t dupeType, std::shared_ptr<CList> sets)>& found);
+  // GetSuspectCards, then FindDupesOfTypes on the suspects, which nobody can
+  // change in between: what was learned of each card as it was read serves
+  // the grouping. Answers the suspects, or null when stopped while reading
+  // them (found then receives null for every type).
+  std::shared_ptr<CList> FindDupesInStore(const std::vector<int32_t>& dupeTypes,
+                                          const std::function<void(int32_t dupeType, std::shared_ptr<CList> sets)>& found);
   void StopSearch();
   bool IsStopped() const { return stopped_; }
   std::shared_ptr<CCard> LoadCard(int32_t cardId);
@@ -95,12 +102,20 @@ class CDupeSearch {
 
  private:
   std::vector<int32_t> FindSuspectIds(int32_t total);
+  // GetSuspectCards; facts, when given, receives what each card showed as
+  // it was built, in list order (left empty when the store was read card by card).
+  std::shared_ptr<CList> ReadSuspects(std::vector<dupes_internal::CardFacts>* facts);
+  void GroupTypes(const std::vector<int32_t>& dupeTypes, const CList& cards,
+                  std::vector<dupes_internal::CardFacts>* facts,
+                  const std::function<void(int32_t dupeType, std::shared_ptr<CList> sets)>& found);
   // Where a grouping walk on this thread reports.
   dupes_internal::GroupingReports Reports();
   // The cards in SortCards' order, with the sort's tag clean-up done.
-  std::vector<std::shared_ptr<CCard>> SortedCards(const CList& cards);
+  // order, when given, receives the input position of each sorted card.
+  std::vector<std::shared_ptr<CCard>> SortedCards(const CList& cards, std::vector<int32_t>* order = nullptr);
   // The suspects of a store of total cards, in the order of ids.
-  std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids, int32_t total);
+  std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids, int32_t total,
+                                      std::vector<dupes_internal::CardFacts>* facts);
   // One pass of the search over a scanning store, in parts cards at once:
   // work(part, id, values) for every card wanted (every card when wanted is
   // empty), with progress (resourceId, done, of total) counted over those.
