@@ -73,7 +73,7 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
 }
 
 SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts)
-    : cards_(std::move(sorted)), profiles_(cards_.size()), loweredText_(cards_.size()), userData_(cards_.size()) {
+    : cards_(std::move(sorted)), profiles_(cards_.size()), texts_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
 
@@ -99,13 +99,10 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
   const bool given = facts.size() == n;
   if (!given) facts.assign(n, CardFacts{});
   std::vector<std::exception_ptr> errors(n);
-  std::vector<uint64_t> tagHashes(n);
   auto observe = [&](size_t from, size_t to) {
     for (size_t p = from; p < to; ++p) {
       try {
         const CCard& card = *cards_[p];
-        tagHashes[p] = KeyTable::Hash(card.tag);
-        if (given) continue;
         ObserveCard(card, facts[p]);
         // Cards built by one manager share a layout; these may not.
         if (facts[p].namedAsKeys && !HasReferenceLayout(card)) facts[p].namedAsKeys = false;
@@ -115,29 +112,50 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       }
     }
   };
-  if (!given && n >= static_cast<size_t>(PartScanThreshold()) && std::thread::hardware_concurrency() >= 2) {
+  const bool threads = n >= static_cast<size_t>(PartScanThreshold()) && std::thread::hardware_concurrency() >= 2;
+  if (!given && threads) {
     std::thread helper(observe, n / 2, n);
     observe(0, n / 2);
     helper.join();
-  } else {
+  } else if (!given) {
     observe(0, n);
   }
   for (auto& error : errors)
     if (error) std::rethrow_exception(error);
 
-  KeyTable lastNames(n), tags(n), rawEmails(n), emails(n);
+  // Each text is numbered in a table of its own kind; the numbers only say
+  // which texts are equal, so two threads can fill two tables each.
+  auto number = [&](int32_t Profile::*member, auto text, auto hash) {
+    KeyTable table(n);
+    for (size_t p = 0; p < n; ++p) {
+      std::string_view key = text(p);
+      profiles_[p].*member = key.empty() ? 0 : table.Intern(key, hash(p), static_cast<int32_t>(table.Size()) + 1);
+    }
+  };
+  auto namesAndTags = [&] {
+    number(&Profile::last, [&](size_t p) -> std::string_view { return cards_[p]->GetLastName(); },
+           [&](size_t p) { return facts[p].lastHash; });
+    number(&Profile::tag, [&](size_t p) -> std::string_view { return cards_[p]->tag; },
+           [&](size_t p) { return KeyTable::Hash(cards_[p]->tag); });
+  };
+  auto emails = [&] {
+    number(&Profile::rawEmail, [&](size_t p) -> std::string_view { return *facts[p].rawEmail; },
+           [&](size_t p) { return facts[p].rawEmailHash; });
+    number(&Profile::email, [&](size_t p) -> std::string_view { return facts[p].email; },
+           [&](size_t p) { return facts[p].emailHash; });
+  };
+  if (threads) {
+    std::thread helper(emails);
+    namesAndTags();
+    helper.join();
+  } else {
+    namesAndTags();
+    emails();
+  }
   const bool layoutKnown = !referenceNames_.empty();
   for (size_t p = 0; p < n; ++p) {
-    const CCard& card = *cards_[p];
     Profile& profile = profiles_[p];
     const CardFacts& f = facts[p];
-    auto number = [](KeyTable& table, std::string_view text, uint64_t hash) {
-      return text.empty() ? 0 : table.Intern(text, hash, static_cast<int32_t>(table.Size()) + 1);
-    };
-    profile.last = number(lastNames, card.GetLastName(), f.lastHash);
-    profile.tag = number(tags, card.tag, tagHashes[p]);
-    profile.rawEmail = number(rawEmails, *f.rawEmail, f.rawEmailHash);
-    profile.email = number(emails, f.email, f.emailHash);
     profile.aligned = layoutKnown && f.namedAsKeys;
     profile.filled = f.filled;
     profile.textLength = f.textLength;
@@ -170,21 +188,16 @@ int32_t SortedSuspects::CardId(int32_t p) const {
 
 SortedSuspects::~SortedSuspects() = default;
 
-const std::string& SortedSuspects::LoweredText(int32_t p) {
+const SortedSuspects::Texts& SortedSuspects::TextsOf(int32_t p) {
   std::unique_lock<std::mutex> lock(textsMutex_, std::defer_lock);
   if (threaded_) lock.lock();  // two walks may ask for the same card at once
-  Profile& profile = profiles_[static_cast<size_t>(p)];
-  if (!profile.textsReady) {
-    loweredText_[static_cast<size_t>(p)] = CString::LowerText(cards_[static_cast<size_t>(p)]->GetText());
-    userData_[static_cast<size_t>(p)] = cards_[static_cast<size_t>(p)]->GetAllUserModifiableData();
-    profile.textsReady = true;
+  // Only cards without a tag are asked: made when first needed.
+  auto& texts = texts_[static_cast<size_t>(p)];
+  if (!texts) {
+    const CCard& card = *cards_[static_cast<size_t>(p)];
+    texts = std::make_unique<Texts>(Texts{CString::LowerText(card.GetText()), card.GetAllUserModifiableData()});
   }
-  return loweredText_[static_cast<size_t>(p)];
-}
-
-const std::string& SortedSuspects::UserData(int32_t p) {
-  LoweredText(p);
-  return userData_[static_cast<size_t>(p)];
+  return *texts;
 }
 
 void SortedSuspects::PrepareForThreads() {
@@ -242,10 +255,10 @@ bool SortedSuspects::Compare(int32_t type, int32_t a, int32_t b) {
   if (!emailsMatch && x.last != 0 && y.last != 0 && !tagsEqual) return false;
 
   if (x.tag == 0 || y.tag == 0) {
-    const std::string& text1 = LoweredText(a);
-    const std::string& text2 = LoweredText(b);
+    const std::string& text1 = TextsOf(a).lowered;
+    const std::string& text2 = TextsOf(b).lowered;
     if (text1 == text2) {
-      if (UserData(a) == UserData(b)) return true;
+      if (TextsOf(a).userData == TextsOf(b).userData) return true;
     } else if (type == EXACT_DUPE) {
       return false;
     }

@@ -79,11 +79,14 @@ class SortedSuspects {
     int32_t id = 0;  // 0 when the card has none
     int8_t frontImage = -1;  // not asked yet
     bool aligned = false;
-    bool textsReady = false;
   };
 
-  const std::string& LoweredText(int32_t p);
-  const std::string& UserData(int32_t p);
+  // A card's lower-cased text and its user-modifiable data.
+  struct Texts {
+    std::string lowered;
+    std::string userData;
+  };
+  const Texts& TextsOf(int32_t p);
   // Whether the card's fields are filed as the first card's are.
   bool HasReferenceLayout(const CCard& card) const;
   int32_t CardId(int32_t p) const;
@@ -92,8 +95,7 @@ class SortedSuspects {
 
   std::vector<std::shared_ptr<CCard>> cards_;
   std::vector<Profile> profiles_;
-  std::vector<std::string> loweredText_;
-  std::vector<std::string> userData_;
+  std::vector<std::unique_ptr<Texts>> texts_;
   std::vector<const std::string*> referenceNames_;  // the common field layout
   enum FieldKind : uint8_t { kOther, kDate, kCategories };
   std::vector<FieldKind> fieldKind_;  // by position in that layout
