@@ -31,7 +31,8 @@ Status ICardStore::GetCategories(std::string&) { RaiseMissingMember("GetCategori
 Status ICardStore::ScanCards(const std::function<bool(int32_t, const ICardValues&)>&) {
   RaiseMissingMember("ScanCards");
 }
-Status ICardStore::ScanCardsInParts(int32_t, const std::function<bool(int32_t, int32_t, const ICardValues&)>&) {
+Status ICardStore::ScanCardsInParts(int32_t, const std::function<bool(int32_t, int32_t, const ICardValues&)>&,
+                                    std::span<const int32_t>) {
   RaiseMissingMember("ScanCardsInParts");
 }
 

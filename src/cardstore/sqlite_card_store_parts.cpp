@@ -129,7 +129,7 @@ void ReadPart(int32_t number, Part& part, ICardValues& values, DecodedCard& card
 
 }  // namespace
 
-Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit) {
+Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit, std::span<const int32_t> partStarts) {
   std::exception_ptr thrown;
   Status status = impl_->Run("ScanCardsInParts", [&] {
     Impl& s = *impl_;
@@ -160,6 +160,26 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit)
       __int128 span = static_cast<__int128>(last) - first + 1;
       part[p].first = static_cast<int64_t>(first + span * p / count);
       part[p].last = static_cast<int64_t>(first + span * (p + 1) / count - 1);
+    }
+    if (count > 1 && partStarts.size() == static_cast<size_t>(count - 1)) {
+      // The caller's split, when every card it names is here and in order.
+      std::vector<int64_t> starts;
+      Statement find(s.db_, "SELECT ord FROM cards WHERE id = ?1");
+      for (int32_t id : partStarts) {
+        find.Reset();
+        find.BindInt(1, id);
+        if (!find.Step()) break;
+        int64_t ord = find.Int(0);
+        if (ord <= (starts.empty() ? first : starts.back())) break;
+        starts.push_back(ord);
+      }
+      find.Reset();
+      if (starts.size() == partStarts.size()) {
+        for (int32_t p = 1; p < count; ++p) {
+          part[p].first = starts[static_cast<size_t>(p - 1)];
+          part[p - 1].last = part[p].first - 1;
+        }
+      }
     }
 
     // What can fail on its own (the names, the connections) is done before any card is visited.

@@ -40,8 +40,9 @@ void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues
 }
 
 void ScanInParts(ICardStore& store, int32_t parts,
-                 const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit) {
-  if (store.ScanCardsInParts(parts, visit) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
+                 const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit,
+                 std::span<const int32_t> partStarts) {
+  if (store.ScanCardsInParts(parts, visit, partStarts) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
 }
 
 int32_t& PartScanThreshold() {
@@ -133,7 +134,8 @@ std::shared_ptr<CList> CDupeSearch::GetAllCards() {
 
 void CDupeSearch::ScanStep(ICardStore& store, int32_t parts, int32_t resourceId, int32_t total,
                            const std::function<bool(int32_t id)>& wanted,
-                           const std::function<void(int32_t part, int32_t id, const ICardValues& values)>& work) {
+                           const std::function<void(int32_t part, int32_t id, const ICardValues& values)>& work,
+                           std::span<const int32_t> partStarts) {
   if (parts <= 1) {
     int32_t done = 0;
     dupes_internal::Scan(store, [&](int32_t id, const ICardValues& values) {
@@ -156,7 +158,7 @@ void CDupeSearch::ScanStep(ICardStore& store, int32_t parts, int32_t resourceId,
     if (halt.load(std::memory_order_relaxed)) return false;
     if (counted) work(part, id, values);
     return true;
-  });
+  }, partStarts);
   if (!halt && reported < total) UpdateProgress(resourceId, total, total);
 }
 
@@ -165,11 +167,12 @@ std::shared_ptr<CList> CDupeSearch::GetSuspectCards() { return ReadSuspects(null
 std::shared_ptr<CList> CDupeSearch::ReadSuspects(std::vector<dupes_internal::CardFacts>* facts) {
   auto start = Clock::now();
   int32_t total = Mgr().GetNumberOfCards();
-  std::vector<int32_t> ids = FindSuspectIds(total);
+  std::vector<int32_t> partStarts;
+  std::vector<int32_t> ids = FindSuspectIds(total, partStarts);
   timings_.suspects += SecondsSince(start);
   if (stopped_) return nullptr;
   start = Clock::now();
-  auto list = LoadSuspects(ids, total, facts);
+  auto list = LoadSuspects(ids, total, partStarts, facts);
   timings_.loading += SecondsSince(start);
   if (stopped_ || !list) return nullptr;
   Trap(list->GetNumItems() != static_cast<int32_t>(ids.size()), "Failed to identify correctly the duplicate cards");

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 
 #include "ombrel/cardstore/ccardstoremgr.h"
@@ -32,7 +33,8 @@ ICardStore* ScanningStore();
 void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues&)>& visit);
 // ScanCardsInParts, raising when the store fails.
 void ScanInParts(ICardStore& store, int32_t parts,
-                 const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit);
+                 const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit,
+                 std::span<const int32_t> partStarts = {});
 // How many parts the search reads a store of that many cards in at once: one
 // per core, at most two, and one below PartScanThreshold() cards, where a
 // thread costs more than it saves.

@@ -130,7 +130,8 @@ class IdMarks {
 
 }  // namespace
 
-std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
+std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int32_t>& partStarts) {
+  partStarts.clear();
   const size_t expected = static_cast<size_t>(std::max(total, 0));
   std::vector<KeyPart> parts(1);
 
@@ -185,10 +186,12 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
   }
 
   std::vector<int32_t> suspects;
+  std::vector<int32_t> positions;  // of the suspects in store order
   IdMarks present(expected);
-  auto add = [&](int32_t id) {
+  auto add = [&](int32_t id, size_t position) {
     Trap(!present.Insert(id), "HashTable already contains key: " + std::to_string(id));
     suspects.push_back(id);
+    positions.push_back(static_cast<int32_t>(position));
   };
   for (size_t c = 0; c < order.size(); ++c) {
     const auto& [part, k] = order[c];
@@ -206,12 +209,23 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total) {
       suspect = !hasEmail || partner != 0;
     }
     if (suspect) {
-      add(part->Id(k));
+      add(part->Id(k), c);
       if (partner != 0) {
         const auto& [partnerPart, partnerK] = order[static_cast<size_t>(partner - 1)];
         int32_t partnerId = partnerPart->Id(partnerK);
-        if (!present.Contains(partnerId)) add(partnerId);
+        if (!present.Contains(partnerId)) add(partnerId, static_cast<size_t>(partner - 1));
       }
+    }
+  }
+
+  // Suspects often cluster in one stretch of the store: the parts that load
+  // them begin where each gets an equal share, not at equal stretches.
+  const size_t loadParts = parts.size();
+  if (loadParts > 1 && suspects.size() >= loadParts) {
+    std::sort(positions.begin(), positions.end());
+    for (size_t p = 1; p < loadParts; ++p) {
+      const auto& [part, k] = order[static_cast<size_t>(positions[suspects.size() * p / loadParts])];
+      partStarts.push_back(part->Id(k));
     }
   }
   return suspects;

@@ -52,6 +52,7 @@ class SlotsById {
 }  // namespace
 
 std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids, int32_t total,
+                                                 std::span<const int32_t> partStarts,
                                                  std::vector<dupes_internal::CardFacts>* facts) {
   auto list = std::make_shared<CList>();
   std::vector<std::shared_ptr<CCard>> cards(ids.size());
@@ -76,7 +77,7 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
       }
     };
     ScanStep(*store, dupes_internal::ScanPartsFor(*store, total), search_text::kLoadingSuspects,
-             static_cast<int32_t>(ids.size()), [&](int32_t id) { return slot.Find(id) >= 0; }, build);
+             static_cast<int32_t>(ids.size()), [&](int32_t id) { return slot.Find(id) >= 0; }, build, partStarts);
     if (stopped_) return nullptr;
     for (size_t k = 0; k < ids.size(); ++k) {
       if (errors[k]) {

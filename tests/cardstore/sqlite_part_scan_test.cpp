@@ -81,13 +81,16 @@ class PartScanTest : public ::testing::Test {
     return all;
   }
   // Each part writes only its own list; part stopping answers false at its first card.
-  static Parts ScanInParts(S& store, int32_t parts, const Reader& read = Dump, int32_t stopping = -1) {
+  static Parts ScanInParts(S& store, int32_t parts, const Reader& read = Dump, int32_t stopping = -1,
+                           std::vector<int32_t> starts = {}) {
     Parts got(parts);
-    EXPECT_EQ(store.ScanCardsInParts(parts,
-                                     [&](int32_t part, int32_t id, const ICardValues& v) {
-                                       got.at(part).push_back(read(id, v));
-                                       return part != stopping;
-                                     }),
+    EXPECT_EQ(store.ScanCardsInParts(
+                  parts,
+                  [&](int32_t part, int32_t id, const ICardValues& v) {
+                    got.at(part).push_back(read(id, v));
+                    return part != stopping;
+                  },
+                  starts),
               0)
         << store.GetLastError();
     return got;
@@ -118,6 +121,26 @@ TEST_F(PartScanTest, PartsInOrderAreExactlyTheScan) {
   Parts eight = ScanInParts(*few, 8);
   EXPECT_EQ(Joined(eight), Scan(*few));
   EXPECT_EQ(eight[2].size(), 1u);
+}
+
+TEST_F(PartScanTest, PartsBeginAtTheCardsAskedForWhenTheStoreHoldsThemInOrder) {
+  const auto whole = Scan(*store_);
+  auto sizes = [](const Parts& parts) {
+    std::vector<size_t> n;
+    for (const auto& p : parts) n.push_back(p.size());
+    return n;
+  };
+  Parts asked = ScanInParts(*store_, 3, Dump, -1, {300, 7500});  // the 100th and the 2,500th card
+  EXPECT_EQ(Joined(asked), whole);
+  EXPECT_EQ(sizes(asked), (std::vector<size_t>{99, 2400, 501}));
+  EXPECT_EQ(asked[1][0].substr(0, 4), "300|");
+
+  // Out of order, unknown, the first card (no part before it), or too few: equal stretches.
+  for (std::vector<int32_t> starts : std::vector<std::vector<int32_t>>{{7500, 300}, {301, 7500}, {3, 7500}, {300}}) {
+    Parts even = ScanInParts(*store_, 3, Dump, -1, starts);
+    EXPECT_EQ(Joined(even), whole);
+    EXPECT_EQ(sizes(even), (std::vector<size_t>{1000, 1000, 1000})) << starts[0];
+  }
 }
 
 TEST_F(PartScanTest, OnePartOnTheStoresConnectionWhenOthersCouldNotSeeTheCards) {

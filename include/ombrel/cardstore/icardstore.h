@@ -20,6 +20,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -86,9 +87,13 @@ class ICardStore {
   // When a visitor throws, or a part fails, the other parts stop at their next card and every thread
   // is joined before the call returns. The exception of the lowest-numbered part that threw is then
   // rethrown here; otherwise the failure of the lowest-numbered failing part is the call's status.
+  // partStarts, when it names parts - 1 cards in store order, asks for the parts to begin at those
+  // cards instead of splitting the store into equal stretches (a caller that wants only some cards
+  // can give each part as many of them); a store may ignore it.
   virtual bool OffersPartScan() const { return false; }
   virtual Status ScanCardsInParts(
-      int32_t parts, const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit);
+      int32_t parts, const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit,
+      std::span<const int32_t> partStarts = {});
 };
 
 }  // namespace ombrel

@@ -148,9 +148,10 @@ class CSqliteCardStore : public ICardStore {
   // are this connection's alone) or when the database is not a file of its
   // own (in memory, temporary).
   bool OffersPartScan() const override { return true; }
-  Status ScanCardsInParts(
-      int32_t parts,
-      const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit) override;
+  // partStarts that the store does not hold, or not in store order, are ignored.
+  Status ScanCardsInParts(int32_t parts,
+                          const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit,
+                          std::span<const int32_t> partStarts = {}) override;
 
   // Bulk and administrative paths used by import, export and the sample
   // generator. They follow the same status convention; inside an update

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -101,7 +102,9 @@ class CDupeSearch {
   const SearchTimings& Timings() const { return timings_; }
 
  private:
-  std::vector<int32_t> FindSuspectIds(int32_t total);
+  // The suspects' IDs; partStarts receives, for reading them in parts, the
+  // suspects at which parts after the first begin so each gets as many.
+  std::vector<int32_t> FindSuspectIds(int32_t total, std::vector<int32_t>& partStarts);
   // GetSuspectCards; facts, when given, receives what each card showed as
   // it was built, in list order (left empty when the store was read card by card).
   std::shared_ptr<CList> ReadSuspects(std::vector<dupes_internal::CardFacts>* facts);
@@ -115,13 +118,16 @@ class CDupeSearch {
   std::vector<std::shared_ptr<CCard>> SortedCards(const CList& cards, std::vector<int32_t>* order = nullptr);
   // The suspects of a store of total cards, in the order of ids.
   std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids, int32_t total,
+                                      std::span<const int32_t> partStarts,
                                       std::vector<dupes_internal::CardFacts>* facts);
   // One pass of the search over a scanning store, in parts cards at once:
   // work(part, id, values) for every card wanted (every card when wanted is
-  // empty), with progress (resourceId, done, of total) counted over those.
+  // empty), with progress (resourceId, done, of total) counted over those;
+  // partStarts as ICardStore::ScanCardsInParts takes it.
   void ScanStep(ICardStore& store, int32_t parts, int32_t resourceId, int32_t total,
                 const std::function<bool(int32_t id)>& wanted,
-                const std::function<void(int32_t part, int32_t id, const ICardValues& values)>& work);
+                const std::function<void(int32_t part, int32_t id, const ICardValues& values)>& work,
+                std::span<const int32_t> partStarts = {});
 
   ISearchProgress* progress_;
   // The tags of the last sort's input, in order, and the order it gave.
