@@ -8,6 +8,7 @@
 // reused). `find --type all` and `apply` run as child processes, so their
 // wall time and peak memory are those of the real command; the phases of the
 // search are timed in this process.
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -101,6 +102,10 @@ void Phases(const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The phases below run in this process: the same memory settings as the command's.
+  mallopt(M_MMAP_THRESHOLD, 64 << 20);
+  mallopt(M_TRIM_THRESHOLD, 512 << 20);
+  mallopt(M_TOP_PAD, 64 << 20);
   std::vector<int> sizes = {100000, 1000000};
   std::string dir = "/tmp/ombrel-bench";
   bool keep = false;

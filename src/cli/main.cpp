@@ -25,6 +25,9 @@ int main(int argc, char** argv) {
   // system and faulted in again page by page.
   mallopt(M_MMAP_THRESHOLD, 64 << 20);
   mallopt(M_TRIM_THRESHOLD, 512 << 20);
+  // The search's other threads allocate from heaps of their own, which grow
+  // by one mprotect call per page unless padded when made: pad them whole.
+  mallopt(M_TOP_PAD, 64 << 20);
   std::ios::sync_with_stdio(false);  // exports of a million cards go through std::cout
   CLI::App app{
       "Ombrel: find and resolve duplicate business cards in a card database; import, export and "
