@@ -16,13 +16,11 @@ const std::string kLabelRule = "Only additional Email or Phone fields may contai
 
 TEST(CCardFieldTest, SetDataChecksLabelsAndLevels) {
   struct Case {
-    std::string name;
-    std::string label;
-    int32_t ocr;
-    int32_t cat;
+    std::string name, label;
+    int32_t ocr, cat;
     std::string expected;
   };
-  const std::vector<Case> cases = {
+  for (const Case& c : std::vector<Case>{
       {"Title", "", 100, 100, "<no error>"},
       {"Title", "", 101, 100, "OCR confidence level 101 is out of expected range 0-100"},
       {"Title", "", 100, 101, "CAT confidence level 101 is out of expected range 0-100"},
@@ -36,8 +34,7 @@ TEST(CCardFieldTest, SetDataChecksLabelsAndLevels) {
       // An 8-bit level cannot hold these: the conversion overflows.
       {"Title", "", 256, 100, "Overflow"},
       {"Title", "", 100, -1, "Overflow"},
-  };
-  for (const Case& c : cases) {
+  }) {
     CCardField field;
     EXPECT_EQ(ErrorText([&] { field.SetData(c.name, "x", c.label, nullptr, c.ocr, c.cat, false, false); }), c.expected)
         << c.name << " label=" << c.label << " ocr=" << c.ocr << " cat=" << c.cat;
@@ -101,20 +98,17 @@ TEST(CCardFieldTest, EmptyTextAndAreaLessRectanglesMeanNone) {
 
 TEST(CCardFieldTest, EmptyNameOrCompanyIsAlwaysOcrSuspect) {
   struct Case {
-    std::string name;
-    std::string text;
-    bool flag;
-    bool suspect;
+    std::string name, text;
+    bool flag, suspect;
   };
-  const std::vector<Case> cases = {
-      {"Name", "", false, true},     {"Company", "", false, true},  {"Title", "", false, false},
-      {"Name", "Ann", false, false}, {"Company", "Acme", true, true}, {"Title", "CEO", true, true},
-  };
-  for (const Case& c : cases) {
+  for (const Case& c : std::vector<Case>{{"Name", "", false, true},      {"Company", "", false, true},
+                                         {"Title", "", false, false},    {"Name", "Ann", false, false},
+                                         {"Company", "Acme", true, true}, {"Title", "CEO", true, true}}) {
     CCardField field;
     field.SetData(c.name, c.text, "", nullptr, 100, 100, c.flag, false);
-    EXPECT_EQ(field.IsOcrSuspect(), c.suspect) << c.name << "/" << c.text;
-    EXPECT_EQ(field.OcrSuspectFlag(), c.flag) << c.name << "/" << c.text;
+    EXPECT_EQ(std::to_string(field.IsOcrSuspect()) + std::to_string(field.OcrSuspectFlag()),
+              std::to_string(c.suspect) + std::to_string(c.flag))
+        << c.name << "/" << c.text;
   }
 }
 
@@ -138,13 +132,11 @@ TEST(CCardFieldTest, CopyTakesTheOcrSuspectAnswerAndTheReadOnlyType) {
   EXPECT_FALSE(target.IsReadOnlyType());
 }
 
-TEST(CCardFieldTest, MergeCategories) {
+TEST(CCardFieldTest, MergeCategoriesAppendsOnlyNewOnesInTheirOrder) {
   struct Case {
-    std::string current;
-    std::string incoming;
-    std::string merged;
+    std::string current, incoming, merged;
   };
-  const std::vector<Case> cases = {
+  for (const Case& c : std::vector<Case>{
       {"", "A", ", A"},  // the kept quirk of merging into an empty field
       {"", "", ""},
       {"A, B", "B", "A, B"},
@@ -153,8 +145,7 @@ TEST(CCardFieldTest, MergeCategories) {
       {"A, B", "b", "A, B, b"},
       {"Clients", "Client", "Clients, Client"},
       {"A", "B, B", "A, B"},
-  };
-  for (const Case& c : cases) {
+  }) {
     CCardField field;
     field.SetData("Categories", c.current, "", nullptr, 100, 100, false, false);
     field.MergeCategories(c.incoming);
@@ -168,19 +159,17 @@ TEST(CCardFieldTest, MergeCategories) {
 TEST(CCardFieldTest, ReadOnlyByTypeOrByName) {
   struct Case {
     std::string name;
-    bool madeReadOnly;
-    bool readOnly;
+    bool madeReadOnly, readOnly;
   };
-  const std::vector<Case> cases = {
-      {"Modified Date", false, true}, {"Creation Date", false, true}, {"Solvane Status", false, true},
-      {"Notes", false, false},        {"Badge", true, true},          {"modified date", false, false},
-  };
-  for (const Case& c : cases) {
+  for (const Case& c : std::vector<Case>{{"Modified Date", false, true}, {"Creation Date", false, true},
+                                         {"Solvane Status", false, true}, {"Notes", false, false},
+                                         {"Badge", true, true},          {"modified date", false, false}}) {
     CCardField field;
     field.SetFieldName(c.name);
     if (c.madeReadOnly) field.MakeReadOnly();
-    EXPECT_EQ(field.IsReadOnly(), c.readOnly) << c.name;
-    EXPECT_EQ(field.IsReadOnlyType(), c.madeReadOnly) << c.name;
+    EXPECT_EQ(std::to_string(field.IsReadOnly()) + std::to_string(field.IsReadOnlyType()),
+              std::to_string(c.readOnly) + std::to_string(c.madeReadOnly))
+        << c.name;
   }
 }
 

@@ -11,12 +11,8 @@
 
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
-#include "ombrel/foundation/cdictionary.h"
-#include "ombrel/foundation/crectangle.h"
 #include "ombrel/foundation/error.h"
-#include "ombrel/foundation/messages.h"
 #include "support/error_text.h"
-#include "support/fake_card_store.h"
 #include "support/store_fixture.h"
 
 namespace ombrel {
@@ -24,22 +20,23 @@ namespace {
 
 using Texts = std::vector<std::pair<std::string, std::string>>;
 
+void SetText(CCard& card, const std::string& name, const std::string& text) {
+  card.SetData(name, text, "", nullptr, 100, 100, false, false);
+}
+
 std::shared_ptr<CCard> Card(int32_t id, const Texts& texts = {}) {
   auto card = std::make_shared<CCard>();
   card->SetCardId(id);
-  for (const auto& [name, text] : texts) card->SetData(name, text, "", nullptr, 100, 100, false, false);
+  for (const auto& [name, text] : texts) SetText(*card, name, text);
   return card;
 }
 
 std::shared_ptr<CCard> Named(int32_t id, const std::string& name) { return Card(id, {{"Name", name}}); }
 
-// Card IDs of a list of cards, e.g. "2 3 4".
 std::string Ids(const CList& cards) {
   std::string out;
-  for (int32_t i = 1; i <= cards.GetNumItems(); ++i) {
-    if (i > 1) out += " ";
-    out += std::to_string(cards.GetItemAs<CCard>(i)->GetCardID());
-  }
+  for (int32_t i = 1; i <= cards.GetNumItems(); ++i)
+    out += (i > 1 ? " " : "") + std::to_string(cards.GetItemAs<CCard>(i)->GetCardID());
   return out;
 }
 
@@ -56,22 +53,9 @@ std::shared_ptr<CDupeSet> SetOf(int32_t type, const std::vector<std::shared_ptr<
   return set;
 }
 
-// Sets that talk to a store: a fake store behind the shared manager, and a
-// prompt that records what would have been shown.
-class DupeSetStoreTest : public StoreFixture {
- protected:
-  std::string Log() const {
-    std::string out;
-    for (const auto& call : store_->calls) out += call + "\n";
-    return out;
-  }
+std::shared_ptr<CCard> Dupe(CDupeSet& set, int32_t position) { return set.GetDupes().GetItemAs<CCard>(position); }
 
-};
-
-// ---------------------------------------------------------------------------
-// Building a set
-
-TEST(CDupeSetTest, InitAddDupeAndCounts) {
+TEST(CDupeSetTest, AddDupeNeedsAPrimaryAndInsertsAtTheGivenPosition) {
   CDupeSet set;
   EXPECT_EQ(set.GetNumberOfCards(), 0);
   EXPECT_EQ(ErrorText([&] { set.AddDupe(Named(2, "B")); }),
@@ -84,15 +68,14 @@ TEST(CDupeSetTest, InitAddDupeAndCounts) {
   set.AddDupe(Named(5, "E"), 3);  // before the third
   EXPECT_EQ(Layout(set), "1 | 4 2 5 3 | ");
   EXPECT_EQ(set.GetNumberOfCards(), 5);
-
   set.Init(Named(9, "Z"), EXACT_DUPE);  // starts a new dupes list
   EXPECT_EQ(Layout(set), "9 |  | ");
 }
 
-TEST(CDupeSetTest, CloneToStrAndCount) {
+TEST(CDupeSetTest, CloneLeavesTheRecycleBinAndCountingSkipsRecycledCards) {
   auto a = Named(1, "Ann Lee");
   auto set = SetOf(COMPATIBLE_DUPE, {a, Named(2, "Ann  Lee"), Card(3)});
-  set->DeleteDupe(set->GetDupes().GetItemAs<CCard>(2));
+  set->DeleteDupe(Dupe(*set, 2));
   auto copy = set->Clone();  // new cards, same type, no recycle bin
   EXPECT_EQ(Layout(*copy), "1 | 2 | ");
   EXPECT_NE(copy->GetPrimaryCard(), a);
@@ -100,9 +83,7 @@ TEST(CDupeSetTest, CloneToStrAndCount) {
                           "Primary card: Ann Lee\r\nDupe 1: Ann  Lee\r\n");
   copy->DeleteAllDupes();
   EXPECT_EQ(Layout(*set), "1 | 2 | 3");
-  CDupeSet unknown;
-  unknown.Init(Named(4, "X"), 4);
-  EXPECT_EQ(unknown.ToStr().substr(0, 21), "Unknown dupe set type");
+  EXPECT_EQ(SetOf(4, {Named(4, "X")})->ToStr().substr(0, 21), "Unknown dupe set type");
 
   CList sets;
   sets.AddItem(set);
@@ -110,17 +91,13 @@ TEST(CDupeSetTest, CloneToStrAndCount) {
   EXPECT_EQ(CountDuplicateCards(sets), 3);  // recycled cards are not counted
 }
 
-// ---------------------------------------------------------------------------
-// Delete, undelete, merge
-
 TEST(CDupeSetTest, DeleteAllFillsTheRecycleBinLastFirstAndUndeleteAppends) {
   auto set = SetOf(CONFLICT_DUPE, {Named(1, "P"), Named(2, "A"), Named(3, "B"), Named(4, "C")});
-  auto b = set->GetDupes().GetItemAs<CCard>(2);
+  auto b = Dupe(*set, 2);
   set->DeleteDupe(b);
   EXPECT_EQ(Layout(*set), "1 | 2 4 | 3");
   set->UndeleteDupe(b);
   EXPECT_EQ(Layout(*set), "1 | 2 4 3 | ");
-
   set->DeleteAllDupes();
   EXPECT_EQ(Layout(*set), "1 |  | 3 4 2");
   EXPECT_EQ(set->GetNumberOfCards(), 1);
@@ -128,7 +105,7 @@ TEST(CDupeSetTest, DeleteAllFillsTheRecycleBinLastFirstAndUndeleteAppends) {
   EXPECT_EQ(Layout(*set), "1 | 3 | 4 2");
 }
 
-TEST(CDupeSetTest, DeleteAndUndeleteRefuseCardsThatAreNotThere) {
+TEST(CDupeSetTest, DeleteUndeleteAndMergeRefuseCardsThatAreNotThere) {
   auto primary = Named(1, "P");
   auto dupe = Named(2, "A");
   auto set = SetOf(EXACT_DUPE, {primary, dupe});
@@ -147,11 +124,8 @@ TEST(CDupeSetTest, MergeFillsOnlyEmptyFieldsKeepsThePrimarysLabelAndMergesCatego
   auto primary = Card(1, {{"Name", "John Smith"}, {"Company", "Acme"}, {"Categories", "Clients, Golf"}});
   primary->SetData("Phone 1", "", "Work", nullptr, 100, 100, false, false);
   primary->SetData("Phone 3", "555 0003", "Home", nullptr, 100, 100, false, false);
-  auto dupe = Card(2, {{"Name", "J. Smith"},
-                       {"Company", "Acme Corporation"},
-                       {"Title", "CEO"},
-                       {"Categories", "Golf, Suppliers"},
-                       {"Notes", ""}});
+  auto dupe = Card(2, {{"Name", "J. Smith"}, {"Company", "Acme Corporation"}, {"Title", "CEO"},
+                       {"Categories", "Golf, Suppliers"}, {"Notes", ""}});
   dupe->SetData("Phone 1", "555 0001", "Mobile", &rect, 80, 90, true, false);
   dupe->SetData("Phone 2", "555 0002", "Fax", nullptr, 100, 100, false, false);
   dupe->SetData("Phone 3", "", "Other", nullptr, 100, 100, false, false);
@@ -170,103 +144,88 @@ TEST(CDupeSetTest, MergeFillsOnlyEmptyFieldsKeepsThePrimarysLabelAndMergesCatego
   EXPECT_EQ(merged.GetField("Phone 1")->ToStr(), taken);
   EXPECT_EQ(merged.GetField("Phone 2")->Text() + "|" + merged.GetField("Phone 2")->Label(), "555 0002|");
   EXPECT_EQ(merged.GetField("Phone 3")->Text() + "|" + merged.GetField("Phone 3")->Label(), "555 0003|Home");
-  // The dupe itself is not changed by the merge.
-  EXPECT_EQ(dupe->FieldText("Categories"), "Golf, Suppliers");
+  EXPECT_EQ(dupe->FieldText("Categories"), "Golf, Suppliers");  // the dupe itself is not changed
 }
 
 TEST(CDupeSetTest, MergeAllTakesTheLastDupeFirst) {
-  auto set = SetOf(CONFLICT_DUPE, {Card(1, {{"Name", "P"}}), Card(2, {{"Name", "A"}, {"Title", "First"}}),
+  auto set = SetOf(CONFLICT_DUPE, {Named(1, "P"), Card(2, {{"Name", "A"}, {"Title", "First"}}),
                                    Card(3, {{"Name", "B"}, {"Title", "Second"}, {"Categories", "X"}}),
                                    Card(4, {{"Name", "C"}, {"Categories", "Y, X"}})});
   set->MergeAllDupes();
   EXPECT_EQ(Layout(*set), "1 |  | 4 3 2");
-  EXPECT_EQ(set->GetPrimaryCard()->FieldText("Title"), "Second");
-  EXPECT_EQ(set->GetPrimaryCard()->FieldText("Categories"), "Y, X");
+  EXPECT_EQ(set->GetPrimaryCard()->FieldText("Title") + "|" + set->GetPrimaryCard()->FieldText("Categories"),
+            "Second|Y, X");
 }
-
-// ---------------------------------------------------------------------------
-// DupeSetNeedsSaving
 
 TEST(CDupeSetTest, NeedsSavingFollowsTheRecycleBinAndThePrimarysSignature) {
   auto primary = Card(1, {{"Name", "John Smith"}, {"Phone 1", "555"}});
   auto dupe = Named(2, "John Smith");
   auto set = SetOf(CONFLICT_DUPE, {primary, dupe});
-  std::vector<std::pair<std::string, bool>> steps;
-  auto note = [&](const std::string& what) { steps.emplace_back(what, set->DupeSetNeedsSaving()); };
-
+  std::string dump;
+  auto note = [&](const std::string& what) { dump += what + ": " + (set->DupeSetNeedsSaving() ? "yes\n" : "no\n"); };
   note("fresh");
   set->DeleteDupe(dupe);
   note("dupe deleted");
   set->UndeleteDupe(dupe);
-  primary->SetData("Title", "CEO", "", nullptr, 100, 100, false, false);
+  SetText(*primary, "Title", "CEO");
   note("title set");
-  primary->SetData("Title", "", "", nullptr, 100, 100, false, false);
+  SetText(*primary, "Title", "");
   note("title cleared again");
   primary->GetField("Phone 2")->SetUserLabel("Home");
   note("label on an empty field");
   primary->GetField("Phone 1")->SetUserLabel("Work");
   note("label on a filled field");
   primary->GetField("Phone 1")->SetUserLabel("");
-  primary->SetData("Modified Date", "2024-01-01", "", nullptr, 100, 100, false, false);
-  primary->SetData("Creation Date", "2023-01-01", "", nullptr, 100, 100, false, false);
-  primary->SetData("Solvane Status", "OK", "", nullptr, 100, 100, false, false);
+  for (const char* name : {"Modified Date", "Creation Date", "Solvane Status"}) SetText(*primary, name, "x");
   note("bookkeeping values changed");
   primary->SetData("Phone 1", "555", "", nullptr, 40, 40, true, true);
   note("only levels and flags changed");
   primary->SetCardId(7);
   note("card ID changed");
-
-  std::string dump;
-  for (const auto& [what, needs] : steps) dump += what + ": " + (needs ? "yes" : "no") + "\n";
   EXPECT_EQ(dump,
-            "fresh: no\n"
-            "dupe deleted: yes\n"
-            "title set: yes\n"
-            "title cleared again: no\n"
-            "label on an empty field: no\n"
-            "label on a filled field: yes\n"
-            "bookkeeping values changed: no\n"
-            "only levels and flags changed: no\n"
+            "fresh: no\ndupe deleted: yes\ntitle set: yes\ntitle cleared again: no\nlabel on an empty field: no\n"
+            "label on a filled field: yes\nbookkeeping values changed: no\nonly levels and flags changed: no\n"
             "card ID changed: yes\n");
 }
 
-// ---------------------------------------------------------------------------
-// CommitToDatabase
+// Sets over cards read from the fake store, whose calls are the log.
+class DupeSetStoreTest : public StoreFixture {
+ protected:
+  std::shared_ptr<CDupeSet> StoredSet(int32_t type, const std::vector<int32_t>& ids) {
+    std::vector<std::shared_ptr<CCard>> cards;
+    for (int32_t id : ids) cards.push_back(CardStoreMgr()->GetCard(id));
+    return SetOf(type, cards);
+  }
+  std::string Log() const {
+    std::string out;
+    for (const auto& call : store_->calls) out += call + "\n";
+    return out;
+  }
+};
 
 TEST_F(DupeSetStoreTest, CommitOfAnUnchangedSetOpensTheImageAndDeletionBracketsOnly) {
-  store_->AddCard(1, {{"Name", "Ann Lee"}});
-  store_->AddCard(2, {{"Name", "Ann Lee"}});
-  auto set = SetOf(EXACT_DUPE, {CardStoreMgr()->GetCard(1), CardStoreMgr()->GetCard(2)});
+  for (int32_t id : {1, 2}) store_->AddCard(id, {{"Name", "Ann Lee"}});
+  auto set = StoredSet(EXACT_DUPE, {1, 2});
   store_->calls.clear();
   set->CommitToDatabase();
-  EXPECT_EQ(Log(),
-            "CardExists 1\nCardExists 1\n"
-            "BeginUpdate\nCommitUpdate\n"
-            "BeginUpdate\nCommitUpdate\n");
+  EXPECT_EQ(Log(), "CardExists 1\nCardExists 1\nBeginUpdate\nCommitUpdate\nBeginUpdate\nCommitUpdate\n");
   EXPECT_TRUE(store_->HasCard(2));
   EXPECT_EQ(prompt_->shown, "");
 }
 
 TEST_F(DupeSetStoreTest, CommitWritesFieldsThenImagesThenDeletionsEachInItsOwnBracket) {
   store_->customFields = "Nickname\tTEXT\tVISIBLE\tREADWRITE";
-  store_->AddCard(1, {{"Name", "John Smith"},
-                      {"Phone 1", "555 0001"},
-                      {"Phone 1.Label", "Work"},
-                      {"Phone 1.Rectangle", "10 20 110 45"},
-                      {"Phone 1.Confidence Levels", "80 90"},
-                      {"Notes", "met at the fair"},
-                      {"Modified Date", "2001-02-03"}});
+  store_->AddCard(1, {{"Name", "John Smith"}, {"Phone 1", "555 0001"}, {"Phone 1.Label", "Work"},
+                      {"Phone 1.Rectangle", "10 20 110 45"}, {"Phone 1.Confidence Levels", "80 90"},
+                      {"Notes", "met at the fair"}, {"Modified Date", "2001-02-03"}});
   for (int32_t id : {2, 3, 4}) store_->AddCard(id, {{"Name", "John Smith"}, {"Title", "CEO"}});
   store_->frontDib[3] = 333;
   store_->backDib[4] = 444;
-  auto set = SetOf(CONFLICT_DUPE, {CardStoreMgr()->GetCard(1), CardStoreMgr()->GetCard(2),
-                                   CardStoreMgr()->GetCard(3), CardStoreMgr()->GetCard(4)});
-  auto primary = set->GetPrimaryCard();
-  auto card4 = set->GetDupes().GetItemAs<CCard>(3);
-  set->MergeDupe(set->GetDupes().GetItemAs<CCard>(1));  // card 2 brings the title
-  set->DeleteDupe(card4);
-  primary->frontImage = std::make_shared<CLong>(3);
-  primary->backImage = std::make_shared<CLong>(4);
+  auto set = StoredSet(CONFLICT_DUPE, {1, 2, 3, 4});
+  set->MergeDupe(Dupe(*set, 1));  // card 2 brings the title
+  set->DeleteDupe(Dupe(*set, 2));  // card 4
+  set->GetPrimaryCard()->frontImage = std::make_shared<CLong>(3);
+  set->GetPrimaryCard()->backImage = std::make_shared<CLong>(4);
   store_->calls.clear();
 
   set->CommitToDatabase();
@@ -292,19 +251,17 @@ TEST_F(DupeSetStoreTest, CommitWritesFieldsThenImagesThenDeletionsEachInItsOwnBr
   EXPECT_EQ(values,
             "Title=CEO\nPhone 1.Label=Work\nPhone 1.Rectangle=10 20 110 45\nName.Confidence Levels=100 100\n"
             "Notes.Rectangle=<none>\nModified Date=2001-02-03\n");
-  EXPECT_EQ(store_->frontDib[1], 333);
-  EXPECT_EQ(store_->backDib[1], 444);
+  EXPECT_EQ(std::to_string(store_->frontDib[1]) + " " + std::to_string(store_->backDib[1]), "333 444");
   EXPECT_EQ(Layout(*set), "1 | 3 | ");
   EXPECT_FALSE(set->DupeSetNeedsSaving());
 }
 
 TEST_F(DupeSetStoreTest, CommitOfADeletedContactWarnsRestoresTheDupesAndWritesNothing) {
   for (int32_t id : {1, 2, 3, 4}) store_->AddCard(id, {{"Name", "Ann Lee"}});
-  auto set = SetOf(CONFLICT_DUPE, {CardStoreMgr()->GetCard(1), CardStoreMgr()->GetCard(2),
-                                   CardStoreMgr()->GetCard(3), CardStoreMgr()->GetCard(4)});
-  set->GetPrimaryCard()->SetData("Title", "CEO", "", nullptr, 100, 100, false, false);
-  set->DeleteDupe(set->GetDupes().GetItemAs<CCard>(1));
-  set->DeleteDupe(set->GetDupes().GetItemAs<CCard>(2));
+  auto set = StoredSet(CONFLICT_DUPE, {1, 2, 3, 4});
+  SetText(*set->GetPrimaryCard(), "Title", "CEO");
+  set->DeleteDupe(Dupe(*set, 1));
+  set->DeleteDupe(Dupe(*set, 2));
   EXPECT_EQ(Layout(*set), "1 | 3 | 2 4");
   CardStoreMgr()->DeleteCard(1);
   store_->calls.clear();
@@ -346,9 +303,8 @@ TEST_F(DupeSetStoreTest, AFailingWriteAbortsItsBracketAndEndsTheCommit) {
     CardStoreMgr()->SetCardStore(store_);
     for (int32_t id : {1, 2, 3}) store_->AddCard(id, {{"Name", "Ann Lee"}});
     store_->frontDib[3] = 33;
-    auto set = SetOf(CONFLICT_DUPE, {CardStoreMgr()->GetCard(1), CardStoreMgr()->GetCard(2),
-                                     CardStoreMgr()->GetCard(3)});
-    set->GetPrimaryCard()->SetData("Title", "CEO", "", nullptr, 100, 100, false, false);
+    auto set = StoredSet(CONFLICT_DUPE, {1, 2, 3});
+    SetText(*set->GetPrimaryCard(), "Title", "CEO");
     set->GetPrimaryCard()->frontImage = std::make_shared<CLong>(3);
     set->DeleteAllDupes();
     c.fault(*store_);
@@ -367,30 +323,17 @@ TEST_F(DupeSetStoreTest, AFailingWriteAbortsItsBracketAndEndsTheCommit) {
 // A set may be without a primary (its count is then 0). The operations that
 // need the primary must raise, as using any unset object does, rather than
 // crash; each runs apart so that a crash fails only its own case.
-TEST_F(DupeSetStoreTest, OperationsThatNeedThePrimaryRaiseOnASetWithoutOne) {
-  const std::vector<std::pair<std::string, std::function<void(CDupeSet&)>>> operations = {
-      {"ToStr", [](CDupeSet& s) { s.ToStr(); }},
-      {"DupeSetNeedsSaving", [](CDupeSet& s) { s.DupeSetNeedsSaving(); }},
-      {"CommitToDatabase", [](CDupeSet& s) { s.CommitToDatabase(); }},
-  };
-  for (const auto& [name, operation] : operations) {
+TEST(CDupeSetTest, OperationsThatNeedThePrimaryRaiseOnASetWithoutOne) {
+  for (auto operation : {+[](CDupeSet& s) { s.ToStr(); }, +[](CDupeSet& s) { s.DupeSetNeedsSaving(); },
+                         +[](CDupeSet& s) { s.CommitToDatabase(); }}) {
     EXPECT_EXIT(
         {
           CDupeSet set;
-          try {
-            operation(set);
-          } catch (const Error&) {
-            std::_Exit(0);
-          }
-          std::_Exit(1);
+          std::_Exit(ErrorText([&] { operation(set); }) == "<no error>" ? 1 : 0);
         },
-        ::testing::ExitedWithCode(0), "")
-        << name;
+        ::testing::ExitedWithCode(0), "");
   }
 }
-
-// ---------------------------------------------------------------------------
-// Text dump and counting
 
 }  // namespace
 }  // namespace ombrel

@@ -3,9 +3,8 @@
 // step by step, with no shortcut of any kind: one store call per value, the
 // three key tables, a binary insertion into a plain vector, and the grouping
 // loop over a list from which taken cards are removed. Membership is decided
-// by CDupeSet::AddCardIfDupe, which has tests of its own.
-//
-// Everything reads the store through the shared CardStoreMgr().
+// by CDupeSet::AddCardIfDupe, which has tests of its own. Everything reads
+// the store through the shared CardStoreMgr().
 #pragma once
 
 #include <cstdint>
@@ -28,20 +27,16 @@ using Sets = std::vector<std::shared_ptr<CDupeSet>>;
 
 // GetCard, with the tag set to Trim(last name + "," + stored "First Name").
 std::shared_ptr<CCard> LoadCard(int32_t cardId);
-
 // The cards that share a name or e-mail key with an earlier card, and their
 // partners, in the order they were first registered as suspects.
 Cards GetSuspectCards();
-
 // Binary insertion on the tags, then the check walk that clears "," tags
 // (all but the one at the last position).
 void SortCards(Cards& cards);
-
 // The sets of one type: those whose primary has a name first, then the
 // nameless ones, each in creation order. cards is consumed.
 Sets FindDupes(int32_t dupeType, Cards cards);
-
-// A readable dump of sets: one line per set, "type primary: dupe dupe ...".
+// One line per set: "type primary: dupe dupe ...".
 std::string DumpSets(const Sets& sets);
 
 }  // namespace model
@@ -80,7 +75,6 @@ class ScanningStore final : public ICardStore {
   Status HasFrontImage(int32_t id, bool& answer) override { return inner_->HasFrontImage(id, answer); }
   Status HasBackImage(int32_t id, bool& answer) override { return inner_->HasBackImage(id, answer); }
   Status GetCategories(std::string& categories) override { return inner_->GetCategories(categories); }
-
   bool OffersScan() const override { return true; }
   Status ScanCards(const std::function<bool(int32_t cardId, const ICardValues& values)>& visit) override;
 

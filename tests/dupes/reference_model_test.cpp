@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <map>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -23,6 +23,8 @@
 
 namespace ombrel {
 namespace {
+
+using Strings = std::vector<std::string>;
 
 class Random {
  public:
@@ -53,31 +55,28 @@ struct Person {
 // name at all.
 std::shared_ptr<FakeCardStore> RandomStore(uint32_t seed, int n) {
   Random rnd(seed);
-  const std::vector<std::string> firsts = {"John", "Jane", "Ann", "Bob", "Mary Ann", "Li"};
-  const std::vector<std::string> lasts = {"Smith", "Smyth", "Lee", "van Dijk", "O'Neil", "'t Hooft", "Ng"};
-  const std::vector<std::string> titles = {"CEO", "CTO", "Sales", "Engineer"};
-  const std::vector<std::string> companies = {"Acme Corp", "Acme Corporation", "Globex", "Initech"};
-  const std::vector<std::string> words = {"north", "south", "tower", "plaza", "suite", "main",
-                                          "street", "avenue", "floor", "park", "at", "to"};
-  const std::vector<std::string> categories = {"Clients", "Golf", "Suppliers", "Clients, Golf"};
+  const Strings firsts = {"John", "Jane", "Ann", "Bob", "Mary Ann", "Li"};
+  const Strings lasts = {"Smith", "Smyth", "Lee", "van Dijk", "O'Neil", "'t Hooft", "Ng"};
+  const Strings titles = {"CEO", "CTO", "Sales", "Engineer"};
+  const Strings companies = {"Acme Corp", "Acme Corporation", "Globex", "Initech"};
+  const Strings words = {"north", "south", "tower", "plaza", "suite", "main",
+                         "street", "avenue", "floor", "park", "at", "to"};
+  const Strings categories = {"Clients", "Golf", "Suppliers", "Clients, Golf"};
+  const Strings namelessEmails = {"info@acme.com", "INFO@acme.com", "sales@globex.com"};
 
-  std::vector<Person> people;
-  const int numPeople = std::max(2, n / 4);
-  for (int p = 0; p < numPeople; ++p) {
-    Person person;
+  std::vector<Person> people(static_cast<size_t>(std::max(2, n / 4)));
+  for (Person& person : people) {
     person.first = rnd.Pick(firsts);
     person.last = rnd.Pick(lasts);
     std::string local = person.first.substr(0, person.first.find(' ')) + "." + person.last;
-    local.erase(std::remove_if(local.begin(), local.end(), [](char c) { return c == ' ' || c == '\''; }), local.end());
+    std::erase_if(local, [](char c) { return c == ' ' || c == '\''; });
     // Some families share one address.
     person.email = rnd.Chance(25) ? "family." + person.last.substr(person.last.size() - 2) + "@home.net"
                                   : Upper(local.substr(0, 1)) + local.substr(1) + "@x.com";
     person.title = rnd.Pick(titles);
     person.company = rnd.Pick(companies);
     person.phone = "555 0" + std::to_string(100 + rnd.Below(900));
-    people.push_back(person);
   }
-  const std::vector<std::string> namelessEmails = {"info@acme.com", "INFO@acme.com", "sales@globex.com"};
 
   auto store = std::make_shared<FakeCardStore>();
   store->logCalls = false;
@@ -154,16 +153,11 @@ std::string DumpCards(const model::Cards& cards) {
   return out;
 }
 
-model::Cards FromList(const CList& list) {
-  model::Cards cards;
-  for (int32_t i = 1; i <= list.GetNumItems(); ++i) cards.push_back(list.GetItemAs<CCard>(i));
-  return cards;
-}
-
-model::Sets SetsFromList(const CList& list) {
-  model::Sets sets;
-  for (int32_t i = 1; i <= list.GetNumItems(); ++i) sets.push_back(list.GetItemAs<CDupeSet>(i));
-  return sets;
+template <class T>
+std::vector<std::shared_ptr<T>> FromList(const CList& list) {
+  std::vector<std::shared_ptr<T>> items;
+  for (int32_t i = 1; i <= list.GetNumItems(); ++i) items.push_back(list.GetItemAs<T>(i));
+  return items;
 }
 
 model::Cards Clones(const model::Cards& cards) {
@@ -178,26 +172,16 @@ CList ToList(const model::Cards& cards) {
   return list;
 }
 
-class ReferenceModelTest : public ::testing::Test {
- protected:
-  void SetUp() override { saved_ = CardStoreMgr(); }
-  void TearDown() override { CardStoreMgr() = saved_; }
-
-  static void Connect(std::shared_ptr<ICardStore> store) {
-    CardStoreMgr() = std::make_shared<CCardStoreMgr>();
-    CardStoreMgr()->SetCardStore(std::move(store));
-  }
-
- private:
-  std::shared_ptr<CCardStoreMgr> saved_;
-};
-
-TEST_F(ReferenceModelTest, SearchMatchesTheModelOnRandomStores) {
+TEST(ReferenceModelTest, SearchMatchesTheModelOnRandomStores) {
 #if defined(__SANITIZE_ADDRESS__)
   constexpr int kStores = 60;  // instrumented builds run the same kinds of store, fewer of them
 #else
   constexpr int kStores = 240;
 #endif
+  struct Restore {
+    std::shared_ptr<CCardStoreMgr> saved = CardStoreMgr();
+    ~Restore() { CardStoreMgr() = saved; }
+  } restore;
   int mismatches = 0;
   // What the stores exercised, so that a generator gone dull is noticed.
   int sets[4] = {0, 0, 0, 0}, namelessSets = 0, newPrimaries = 0, multiDupeSets = 0, scanned = 0;
@@ -206,21 +190,19 @@ TEST_F(ReferenceModelTest, SearchMatchesTheModelOnRandomStores) {
     Random sizes(seed * 7919);
     const int n = 10 + (sizes.Below(100) < 80 ? sizes.Below(60) : sizes.Below(291));
     auto fake = RandomStore(seed, n);
-    std::shared_ptr<ScanningStore> scanning;
-    if (seed % 2 == 0) scanning = std::make_shared<ScanningStore>(fake);
-    Connect(scanning ? std::shared_ptr<ICardStore>(scanning) : fake);
-    SCOPED_TRACE("seed " + std::to_string(seed) + ", " + std::to_string(n) + " cards" +
-                 (scanning ? ", scanned" : ""));
-    bool same = true;
+    auto scanning = seed % 2 == 0 ? std::make_shared<ScanningStore>(fake) : nullptr;
+    CardStoreMgr() = std::make_shared<CCardStoreMgr>();
+    CardStoreMgr()->SetCardStore(scanning ? std::shared_ptr<ICardStore>(scanning) : fake);
+    SCOPED_TRACE("seed " + std::to_string(seed) + ", " + std::to_string(n) + " cards" + (scanning ? ", scanned" : ""));
+    std::string got, want;
 
     // The suspects, in order, with their tags.
     CDupeSearch search;
     auto suspects = search.GetSuspectCards();
     ASSERT_TRUE(suspects);
-    const model::Cards realSuspects = FromList(*suspects);
-    const model::Cards modelSuspects = model::GetSuspectCards();
-    EXPECT_EQ(DumpCards(realSuspects), DumpCards(modelSuspects));
-    same = same && DumpCards(realSuspects) == DumpCards(modelSuspects);
+    const model::Cards realSuspects = FromList<CCard>(*suspects), modelSuspects = model::GetSuspectCards();
+    got += DumpCards(realSuspects);
+    want += DumpCards(modelSuspects);
     if (scanning) scanned += scanning->scans > 0;
 
     // Sorting every card of the store: many equal tags, nameless cards.
@@ -231,8 +213,8 @@ TEST_F(ReferenceModelTest, SearchMatchesTheModelOnRandomStores) {
     CList list = ToList(all);
     search.SortCards(list);
     model::SortCards(allToo);
-    EXPECT_EQ(DumpCards(FromList(list)), DumpCards(allToo));
-    same = same && DumpCards(FromList(list)) == DumpCards(allToo);
+    got += DumpCards(FromList<CCard>(list));
+    want += DumpCards(allToo);
 
     std::map<int32_t, size_t> sortedAt;
     model::Cards sorted = Clones(modelSuspects);
@@ -242,24 +224,21 @@ TEST_F(ReferenceModelTest, SearchMatchesTheModelOnRandomStores) {
     // Each type groups its own copy of the suspects (grouping changes tags);
     // the first works on the cards exactly as GetSuspectCards gave them.
     const model::Cards realCopies[] = {{}, Clones(realSuspects), Clones(realSuspects)};
-    const model::Cards modelCopies[] = {Clones(modelSuspects), Clones(modelSuspects), Clones(modelSuspects)};
+    std::string modelled;
     for (int32_t type : {EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE}) {
-      SCOPED_TRACE("type " + std::to_string(type));
-      CDupeSearch typed;
       CList cards = type == EXACT_DUPE ? *suspects : ToList(realCopies[type - 1]);
-      auto found = SetsFromList(*typed.FindDupes(type, cards));
-      auto modelled = model::FindDupes(type, modelCopies[type - 1]);
-      std::string got = model::DumpSets(found), want = model::DumpSets(modelled);
-      EXPECT_EQ(got, want);
-      same = same && got == want;
+      auto found = FromList<CDupeSet>(*CDupeSearch().FindDupes(type, cards));
+      auto modelSets = model::FindDupes(type, Clones(modelSuspects));
+      got += model::DumpSets(found);
+      modelled += model::DumpSets(modelSets);
 
       sets[type] += static_cast<int>(found.size());
       for (const auto& set : found) {
-        if (set->GetPrimaryCard()->GetFieldText("Name").Value().empty()) ++namelessSets;
-        if (set->GetDupes().GetNumItems() > 1) ++multiDupeSets;
+        namelessSets += set->GetPrimaryCard()->GetFieldText("Name").Value().empty();
+        multiDupeSets += set->GetDupes().GetNumItems() > 1;
       }
       // A dupe sorted before its primary: a candidate replaced the first card.
-      for (const auto& set : modelled) {
+      for (const auto& set : modelSets) {
         size_t primaryAt = sortedAt[set->GetPrimaryCard()->GetCardID()];
         for (int32_t i = 1; i <= set->GetDupes().GetNumItems(); ++i)
           if (sortedAt[set->GetDupes().GetItemAs<CCard>(i)->GetCardID()] < primaryAt) {
@@ -268,7 +247,18 @@ TEST_F(ReferenceModelTest, SearchMatchesTheModelOnRandomStores) {
           }
       }
     }
-    if (!same) ++mismatches;
+    want += modelled;
+
+    // The command line's way: every type in one pass over the store.
+    got += "in one pass:\n";
+    want += "in one pass:\n" + modelled;
+    CDupeSearch()
+        .FindDupesInStore({EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE},
+                          [&](int32_t, std::shared_ptr<CList> found) {
+                            got += found ? model::DumpSets(FromList<CDupeSet>(*found)) : "stopped\n";
+                          });
+    EXPECT_EQ(got, want);
+    mismatches += got != want;
   }
 
   EXPECT_GT(sets[EXACT_DUPE], kStores * 2);

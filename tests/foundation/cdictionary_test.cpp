@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <string>
+
 #include "support/error_text.h"
 
 namespace ombrel {
@@ -24,8 +25,7 @@ TEST(CDictionaryTest, KeepsTextsInOrderWithExactErrors) {
 
 TEST(CDictionaryTest, MergeAddsOnlyMissingItemsInTheirOrder) {
   CDictionary a, b, empty;
-  a.AddItem("x");
-  a.AddItem("y");
+  for (const char* t : {"x", "y"}) a.AddItem(t);
   for (const char* t : {"z", "y", "w"}) b.AddItem(t);
   a.Merge(b);
   EXPECT_EQ(a.ToStr(), "x\r\ny\r\nz\r\nw");
@@ -39,10 +39,9 @@ TEST(CDictionaryTest, MergeAddsOnlyMissingItemsInTheirOrder) {
 TEST(CLongTest, TextAndIndependentClone) {
   for (int32_t v : {0, -42, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()}) {
     CLong n(v);
-    EXPECT_EQ(n.ToStr(), std::to_string(v));
     auto copy = n.Clone();
     copy->SetValue(v ^ 1);
-    EXPECT_EQ(n.Value(), v);
+    EXPECT_EQ(n.ToStr() + " " + std::to_string(n.Value()), std::to_string(v) + " " + std::to_string(v));
   }
 }
 

@@ -94,7 +94,7 @@ TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
 
 // Static keys are referred to, not copied, and checked as copied keys are; a
 // static key list fills an empty table in order, checking only the class.
-TEST(CHashTableTest, StaticKeys) {
+TEST(CHashTableTest, StaticKeysAreReferredToAndCheckedAsCopiedKeys) {
   static const std::vector<std::string> kNames = {"Name", "Title", "Company"};
   static const CHashTable::StaticKeys kKeys(kNames);
   std::vector<ObjectRef> items = {Str("n"), Str("t"), Str("c")};

@@ -73,7 +73,7 @@ TEST(CListTest, EmptyListAndRestrictionErrors) {
   EXPECT_EQ(list.GetNumItems(), 1);
 }
 
-TEST(CListTest, ToStrAndLookups) {
+TEST(CListTest, ToStrJoinsItemsAndLookupsFindByIdentityOrValue) {
   CList list;
   EXPECT_EQ(list.ToStr(), "");
   list.AddItem(Num(-7));

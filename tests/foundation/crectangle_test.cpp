@@ -27,10 +27,9 @@ TEST(CRectangleTest, TextFormAndParseStrAreInverse) {
   }
   CRectangle r;
   r.SetCorners(20, 10, 320, 50);
-  EXPECT_EQ(r.ToStr(), "T:10,L:20,W:300,H:40");
-  EXPECT_EQ(r.GetRight(), 320);
-  EXPECT_EQ(r.GetBottom(), 50);
-  EXPECT_EQ(r.GetArea(), 12000);
+  EXPECT_EQ(r.ToStr() + " " + std::to_string(r.GetRight()) + " " + std::to_string(r.GetBottom()) + " " +
+                std::to_string(r.GetArea()),
+            "T:10,L:20,W:300,H:40 320 50 12000");
 }
 
 TEST(CRectangleTest, FailuresNameTheInputAndKeepTheValue) {

@@ -107,35 +107,26 @@ TEST_F(MessagesTest, GetResStringCapsAt4096CharactersBeforeExpanding) {
   EXPECT_EQ(GetResString(8), std::string(4095, 'a') + "\\");  // the cap splits the escape
 }
 
+// Shown only while an error is being handled, and not for an error numbered 0.
 TEST_F(MessagesTest, ReportErrorShowsThePendingErrorOnly) {
   AppName() = "Contacts";
   ReportError();
-  try {
-    throw Error(0, "x", "not an error");
-  } catch (...) {
-    ReportError();
-  }
-  for (const char* message : {"HashTable does not contain key: Company", ""}) {
+  auto reportWhileHandling = [](auto raise) {
     try {
-      Trap(true, message);
+      raise();
     } catch (...) {
       ReportError();
     }
-  }
-  try {
-    throw std::runtime_error("disk full");
-  } catch (...) {
-    ReportError();
-  }
+  };
+  reportWhileHandling([] { throw Error(0, "x", "not an error"); });
+  reportWhileHandling([] { Trap(true, "HashTable does not contain key: Company"); });
+  reportWhileHandling([] { Trap(true, ""); });
+  reportWhileHandling([] { throw std::runtime_error("disk full"); });
   EXPECT_EQ(prompt_->shown, (std::vector<std::string>{"ERROR: HashTable does not contain key: Company|16|Contacts",
                                                       "ERROR: TRAP error|16|Contacts",
                                                       "ERROR: disk full|16|Contacts"}));
   SetPrompt(std::make_shared<FailingPrompt>());
-  try {
-    Trap(true, "x");
-  } catch (...) {
-    EXPECT_NO_THROW(ReportError());
-  }
+  EXPECT_NO_THROW(reportWhileHandling([] { Trap(true, "x"); }));
 }
 
 TEST(ValueUtilitiesTest, SortLongsSortsOnlyTheGivenRange) {

@@ -31,17 +31,11 @@ inline std::string Slurp(const fs::path& p) {
   return ss.str();
 }
 
+// The text quoted for the shell.
 inline std::string Quote(const std::string& s) {
   std::string q = "'";
-  for (char c : s) {
-    if (c == '\'') {
-      q.append("'\\''");
-    } else {
-      q.push_back(c);
-    }
-  }
-  q.push_back('\'');
-  return q;
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
 }
 
 class CommandTest : public ::testing::Test {
@@ -58,30 +52,18 @@ class CommandTest : public ::testing::Test {
 
   static std::string Binary() { return std::string(OMBREL_BINARY_DIR) + "/src/cli/ombrel"; }
 
-  // Each argument quoted for the shell.
   RunResult Run(const std::vector<std::string>& args) {
-    std::string line;
-    for (const auto& a : args) line.append(" ").append(Quote(a));
-    return Execute(line);
+    fs::path out = dir_ / "stdout.txt", err = dir_ / "stderr.txt";
+    std::string cmd = Quote(Binary());
+    for (const auto& a : args) cmd += " " + Quote(a);
+    cmd += " >" + Quote(out.string()) + " 2>" + Quote(err.string()) + " </dev/null";
+    int status = std::system(cmd.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out), Slurp(err)};
   }
-  // Arguments as one shell line (for arguments without blanks or quotes).
-  RunResult RunLine(const std::string& args) { return Execute(" " + args); }
 
-  fs::path Path(const std::string& name) const { return dir_ / name; }
+  std::string Path(const std::string& name) const { return (dir_ / name).string(); }
 
   fs::path dir_;
-
- private:
-  RunResult Execute(const std::string& args) {
-    fs::path out = dir_ / "stdout.txt", err = dir_ / "stderr.txt";
-    std::string cmd = Quote(Binary()) + args + " >" + Quote(out.string()) + " 2>" + Quote(err.string()) + " </dev/null";
-    int status = std::system(cmd.c_str());
-    RunResult r;
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = Slurp(out);
-    r.err = Slurp(err);
-    return r;
-  }
 };
 
 }  // namespace ombrel::clitest

@@ -1,7 +1,8 @@
-// What an action raises, as text, for tests that check error messages byte
-// for byte in one assertion.
+// What an action raises, as text or number, for tests that check errors
+// exactly in one assertion.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "ombrel/foundation/error.h"
@@ -28,6 +29,17 @@ std::string ErrorText(F f) {
     return e.Description();
   }
   return "<no error>";
+}
+
+// The number of the system error f raises; 0 when it raises none.
+template <class F>
+int32_t ErrorNumber(F f) {
+  try {
+    f();
+  } catch (const Error& e) {
+    return e.Number();
+  }
+  return 0;
 }
 
 }  // namespace ombrel

@@ -11,7 +11,8 @@
 // (when given), for its number of calls (every call by default); the first
 // matching fault wins. A failing call leaves its out-arguments untouched and
 // sets the text GetLastError answers. successStatus is what a call that works
-// returns (a store answering anything but 0 fails everywhere).
+// returns (a store answering anything but 0 fails everywhere). A value the
+// card does not hold reads as empty, as a database column would.
 //
 // Cards may share one value map (AddSharedCard), so a large store costs
 // little memory; writing a value copies the map first. Every call is logged
@@ -42,35 +43,21 @@ class FakeCardStore final : public ICardStore {
 
   struct Fault {
     std::string member;
-    Status status = 1;
+    Status status;
     std::string lastError;
     std::optional<int32_t> cardId;
     std::optional<std::string> fieldName;
     int remaining = -1;  // calls left to fail; -1 = every call
 
-    Fault& ForCard(int32_t id) {
-      cardId = id;
-      return *this;
-    }
-    Fault& ForField(std::string name) {
-      fieldName = std::move(name);
-      return *this;
-    }
-    Fault& Times(int n) {
-      remaining = n;
-      return *this;
-    }
+    Fault& ForCard(int32_t id) { cardId = id; return *this; }
+    Fault& ForField(std::string name) { fieldName = std::move(name); return *this; }
+    Fault& Times(int n) { remaining = n; return *this; }
   };
 
-  // --- contents ---------------------------------------------------------
   Status successStatus = 0;
-  std::string customFields;
-  std::string categories;
-  std::string labels;
+  std::string customFields, categories;
   std::string lastError;  // what GetLastError answers
-  std::map<int32_t, int32_t> frontDib;
-  std::map<int32_t, int32_t> backDib;
-  bool connected = false;
+  std::map<int32_t, int32_t> frontDib, backDib;
   bool inUpdate = false;
   std::vector<std::string> calls;
   bool logCalls = true;  // benchmarks turn the log off
@@ -88,21 +75,16 @@ class FakeCardStore final : public ICardStore {
   bool HasCard(int32_t id) const { return cards_.count(id) != 0; }
   std::optional<std::string> FindValue(int32_t id, const std::string& name) const {
     auto card = cards_.find(id);
-    if (card == cards_.end()) return std::nullopt;
-    auto it = card->second->find(name);
-    if (it == card->second->end()) return std::nullopt;
-    return it->second;
+    if (card == cards_.end() || !card->second->count(name)) return std::nullopt;
+    return card->second->at(name);
   }
   const std::vector<int32_t>& CardOrder() const { return order_; }
 
-  // --- misbehaviour -----------------------------------------------------
   Fault& Fail(std::string member, Status status, std::string errorText) {
-    faults_.push_back(Fault{std::move(member), status, std::move(errorText), {}, {}, -1});
-    return faults_.back();
+    return faults_.emplace_back(Fault{std::move(member), status, std::move(errorText), {}, {}});
   }
   void ClearFaults() { faults_.clear(); }
   void Lack(std::string member) { lacking_.insert(std::move(member)); }
-
   int CallCount(std::string_view member) const {
     return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const std::string& c) {
       return std::string_view(c).substr(0, c.find(' ')) == member;
@@ -110,123 +92,67 @@ class FakeCardStore final : public ICardStore {
   }
 
   // --- the contract -----------------------------------------------------
-  Status Connect() override {
-    return Call("Connect", {}, nullptr, [&] {
-      connected = true;
-      return successStatus;
-    });
+  Status Connect() override { return Call("Connect", {}, nullptr, [] {}); }
+  Status Disconnect() override { return Call("Disconnect", {}, nullptr, [] {}); }
+  Status GetNumberOfCards(int32_t& n) override {
+    return Call("GetNumberOfCards", {}, nullptr, [&] { n = static_cast<int32_t>(order_.size()); });
   }
-  Status Disconnect() override {
-    return Call("Disconnect", {}, nullptr, [&] {
-      connected = false;
-      return successStatus;
-    });
+  Status GetCardID(int32_t index, int32_t& id) override {
+    if (auto fault = Enter("GetCardID", index, nullptr)) return *fault;
+    if (index < 0 || index >= static_cast<int32_t>(order_.size()))
+      return Failed("Card index out of range: " + std::to_string(index));
+    id = order_[index];
+    return successStatus;
   }
-  Status GetNumberOfCards(int32_t& numCards) override {
-    return Call("GetNumberOfCards", {}, nullptr, [&] {
-      numCards = static_cast<int32_t>(order_.size());
-      return successStatus;
-    });
+  Status GetCardDIB(int32_t id, int32_t& dib) override {
+    return OnCard("GetCardDIB", id, [&] { dib = Dib(frontDib, id); });
   }
-  Status GetCardID(int32_t cardIndex, int32_t& cardId) override {
-    return Call("GetCardID", cardIndex, nullptr, [&] {
-      if (cardIndex < 0 || cardIndex >= static_cast<int32_t>(order_.size()))
-        return Failed(1, "Card index out of range: " + std::to_string(cardIndex));
-      cardId = order_[cardIndex];
-      return successStatus;
-    });
+  Status GetBackDIB(int32_t id, int32_t& dib) override {
+    return OnCard("GetBackDIB", id, [&] { dib = Dib(backDib, id); });
   }
-  Status GetCardDIB(int32_t cardId, int32_t& dib) override {
-    return Call("GetCardDIB", cardId, nullptr, [&] { return Image(frontDib, cardId, dib); });
+  Status SetCardDIB(int32_t id, int32_t dib) override { return OnCard("SetCardDIB", id, [&] { frontDib[id] = dib; }); }
+  Status SetBackDIB(int32_t id, int32_t dib) override { return OnCard("SetBackDIB", id, [&] { backDib[id] = dib; }); }
+  Status HasFrontImage(int32_t id, bool& answer) override {
+    return OnCard("HasFrontImage", id, [&] { answer = Dib(frontDib, id) != 0; });
   }
-  Status GetBackDIB(int32_t cardId, int32_t& dib) override {
-    return Call("GetBackDIB", cardId, nullptr, [&] { return Image(backDib, cardId, dib); });
+  Status HasBackImage(int32_t id, bool& answer) override {
+    return OnCard("HasBackImage", id, [&] { answer = Dib(backDib, id) != 0; });
   }
-  Status SetCardDIB(int32_t cardId, int32_t dib) override {
-    return Call("SetCardDIB", cardId, nullptr, [&] { return SetImage(frontDib, cardId, dib); });
+  Status GetLabels(const std::string& type, std::string& out) override {
+    return Call("GetLabels", {}, &type, [&] { out.clear(); });
   }
-  Status SetBackDIB(int32_t cardId, int32_t dib) override {
-    return Call("SetBackDIB", cardId, nullptr, [&] { return SetImage(backDib, cardId, dib); });
-  }
-  Status HasFrontImage(int32_t cardId, bool& answer) override {
-    return Call("HasFrontImage", cardId, nullptr, [&] { return HasImage(frontDib, cardId, answer); });
-  }
-  Status HasBackImage(int32_t cardId, bool& answer) override {
-    return Call("HasBackImage", cardId, nullptr, [&] { return HasImage(backDib, cardId, answer); });
-  }
-  Status GetLabels(const std::string& labelType, std::string& out) override {
-    return Call("GetLabels", {}, &labelType, [&] {
-      out = labels;
-      return successStatus;
-    });
-  }
-  Status GetCustomFields(std::string& fields) override {
-    return Call("GetCustomFields", {}, nullptr, [&] {
-      fields = customFields;
-      return successStatus;
-    });
+  Status GetCustomFields(std::string& out) override {
+    return Call("GetCustomFields", {}, nullptr, [&] { out = customFields; });
   }
   Status GetCategories(std::string& out) override {
-    return Call("GetCategories", {}, nullptr, [&] {
-      out = categories;
-      return successStatus;
+    return Call("GetCategories", {}, nullptr, [&] { out = categories; });
+  }
+  Status GetValue(int32_t id, const std::string& name, std::string& value) override {
+    return OnCard(
+        "GetValue", id,
+        [&] {
+          const Values& values = *cards_.at(id);
+          auto it = values.find(name);
+          if (it == values.end()) value.clear();
+          else value = it->second;
+        },
+        &name);
+  }
+  Status PutValue(int32_t id, const std::string& name, const std::string& value) override {
+    return OnCard("PutValue", id, [&] { SetValue(id, name, value); }, &name);
+  }
+  Status DeleteCard(int32_t id) override {
+    return OnCard("DeleteCard", id, [&] {
+      cards_.erase(id);
+      order_.erase(std::find(order_.begin(), order_.end(), id));
     });
   }
-  // A value the card does not hold reads as empty, as a database column would.
-  Status GetValue(int32_t cardId, const std::string& fieldName, std::string& value) override {
-    return Call("GetValue", cardId, &fieldName, [&] {
-      auto card = cards_.find(cardId);
-      if (card == cards_.end()) return Failed(1, NoCard(cardId));
-      auto it = card->second->find(fieldName);
-      if (it == card->second->end()) value.clear();
-      else value = it->second;
-      return successStatus;
-    });
-  }
-  Status PutValue(int32_t cardId, const std::string& fieldName, const std::string& value) override {
-    return Call("PutValue", cardId, &fieldName, [&] {
-      if (!HasCard(cardId)) return Failed(1, NoCard(cardId));
-      SetValue(cardId, fieldName, value);
-      return successStatus;
-    });
-  }
-  Status DeleteCard(int32_t cardId) override {
-    return Call("DeleteCard", cardId, nullptr, [&] {
-      if (!HasCard(cardId)) return Failed(1, NoCard(cardId));
-      cards_.erase(cardId);
-      order_.erase(std::find(order_.begin(), order_.end(), cardId));
-      return successStatus;
-    });
-  }
-  Status BeginUpdate() override {
-    return Call("BeginUpdate", {}, nullptr, [&] {
-      inUpdate = true;
-      return successStatus;
-    });
-  }
-  Status CommitUpdate() override {
-    return Call("CommitUpdate", {}, nullptr, [&] {
-      inUpdate = false;
-      return successStatus;
-    });
-  }
-  Status AbortUpdate() override {
-    return Call("AbortUpdate", {}, nullptr, [&] {
-      inUpdate = false;
-      return successStatus;
-    });
-  }
-  Status GetCapabilities(int32_t& caps) override {
-    return Call("GetCapabilities", {}, nullptr, [&] {
-      caps = 0;
-      return successStatus;
-    });
-  }
-  Status CardExists(int32_t cardId, bool& answer) override {
-    return Call("CardExists", cardId, nullptr, [&] {
-      answer = HasCard(cardId);
-      return successStatus;
-    });
+  Status BeginUpdate() override { return Call("BeginUpdate", {}, nullptr, [&] { inUpdate = true; }); }
+  Status CommitUpdate() override { return Call("CommitUpdate", {}, nullptr, [&] { inUpdate = false; }); }
+  Status AbortUpdate() override { return Call("AbortUpdate", {}, nullptr, [&] { inUpdate = false; }); }
+  Status GetCapabilities(int32_t& caps) override { return Call("GetCapabilities", {}, nullptr, [&] { caps = 0; }); }
+  Status CardExists(int32_t id, bool& answer) override {
+    return Call("CardExists", id, nullptr, [&] { answer = HasCard(id); });
   }
   std::string GetLastError() override {
     Enter("GetLastError", {}, nullptr);
@@ -234,25 +160,13 @@ class FakeCardStore final : public ICardStore {
   }
 
  private:
-  static std::string NoCard(int32_t id) { return "No card with ID: " + std::to_string(id); }
-
-  Status Failed(Status status, std::string text) {
-    lastError = std::move(text);
-    return status;
-  }
-
   // Logs the call, raises for a lacking member, and answers the fault that applies, if any.
   std::optional<Status> Enter(std::string_view member, std::optional<int32_t> id, const std::string* field) {
-    if (logCalls) {
-      std::string entry(member);
-      if (id) entry += " " + std::to_string(*id);
-      if (field) entry += " " + *field;
-      calls.push_back(std::move(entry));
-    }
-    if (lacking_.find(member) != lacking_.end()) RaiseMissingMember(member);
+    if (logCalls)
+      calls.push_back(std::string(member) + (id ? " " + std::to_string(*id) : "") + (field ? " " + *field : ""));
+    if (lacking_.count(member)) RaiseMissingMember(member);
     for (Fault& fault : faults_) {
-      if (fault.member != member || fault.remaining == 0) continue;
-      if (fault.cardId && fault.cardId != id) continue;
+      if (fault.member != member || fault.remaining == 0 || (fault.cardId && fault.cardId != id)) continue;
       if (fault.fieldName && (!field || *fault.fieldName != *field)) continue;
       if (fault.remaining > 0) --fault.remaining;
       lastError = fault.lastError;
@@ -260,29 +174,27 @@ class FakeCardStore final : public ICardStore {
     }
     return std::nullopt;
   }
-
   template <class Body>
   Status Call(std::string_view member, std::optional<int32_t> id, const std::string* field, Body&& body) {
-    if (auto status = Enter(member, id, field)) return *status;
-    return body();
-  }
-
-  Status Image(const std::map<int32_t, int32_t>& dibs, int32_t cardId, int32_t& dib) {
-    if (!HasCard(cardId)) return Failed(1, NoCard(cardId));
-    auto it = dibs.find(cardId);
-    dib = it == dibs.end() ? 0 : it->second;
+    if (auto fault = Enter(member, id, field)) return *fault;
+    body();
     return successStatus;
   }
-  Status SetImage(std::map<int32_t, int32_t>& dibs, int32_t cardId, int32_t dib) {
-    if (!HasCard(cardId)) return Failed(1, NoCard(cardId));
-    dibs[cardId] = dib;
+  // The same for a member about one card, which fails when there is no such card.
+  template <class Body>
+  Status OnCard(std::string_view member, int32_t id, Body&& body, const std::string* field = nullptr) {
+    if (auto fault = Enter(member, id, field)) return *fault;
+    if (!HasCard(id)) return Failed("No card with ID: " + std::to_string(id));
+    body();
     return successStatus;
   }
-  Status HasImage(const std::map<int32_t, int32_t>& dibs, int32_t cardId, bool& answer) {
-    if (!HasCard(cardId)) return Failed(1, NoCard(cardId));
-    auto it = dibs.find(cardId);
-    answer = it != dibs.end() && it->second != 0;
-    return successStatus;
+  Status Failed(std::string text) {
+    lastError = std::move(text);
+    return 1;
+  }
+  static int32_t Dib(const std::map<int32_t, int32_t>& dibs, int32_t id) {
+    auto it = dibs.find(id);
+    return it == dibs.end() ? 0 : it->second;
   }
 
   std::unordered_map<int32_t, std::shared_ptr<Values>> cards_;
