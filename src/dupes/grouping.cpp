@@ -49,16 +49,19 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   const int32_t fields = card.NumFields();
   bool namedAsKeys = true;
   int32_t filled = 0;
+  size_t textLength = 0;  // as CCard::TextLength counts it
   for (int32_t i = 1; i <= fields; ++i) {
     const CCardField& field = card.FieldAt(i);
-    if (!field.Text().empty()) ++filled;
     const std::string& key = card.GetFields().GetIndexedKey(i);
     const std::string& name = field.Name();
     if (namedAsKeys && &key != &name && key != name) namedAsKeys = false;
+    if (field.Text().empty()) continue;
+    ++filled;
+    if (CCard::IsTextFieldName(name)) textLength += utf8::CountCodePoints(field.Text()) + 2;
   }
   facts.namedAsKeys = namedAsKeys;
   facts.filled = filled;
-  facts.textLength = card.TextLength();
+  facts.textLength = static_cast<int32_t>(textLength);
   facts.id = card.HasCardId() ? card.GetCardID() : 0;
   facts.lastHash = KeyTable::Hash(card.GetLastName());
   const std::string& raw = card.FieldText("Email");
