@@ -97,8 +97,6 @@ void Phases(const std::string& path) {
               t.suspects, t.loading, suspects->GetNumItems(), t.sorting, t.grouping);
   std::printf("  sets: exact %d, compatible %d, conflict %d\n", sets[1], sets[2], sets[3]);
   ombrel::CardStoreMgr().reset();
-  // Hand the memory back: a child forked later would count it in its own peak until it execs.
-  malloc_trim(0);
 }
 
 }  // namespace
@@ -155,6 +153,8 @@ int main(int argc, char** argv) {
     std::printf("  find --type all (best of 3): %.2f s, %.0f cards/s, peak %.0f MB, exit %d; ratio to plain read %.2f\n",
                 find.seconds, n / find.seconds, find.peakKb / 1024.0, find.status, find.seconds / floor);
     Phases(db);
+    // Hand the memory back: a child forked later would count it in its own peak until it execs.
+    malloc_trim(0);
 
     for (std::string action : {"remove-exact", "merge-compatible"}) {
       if (!apply) break;
