@@ -8,7 +8,6 @@
 
 #include "dupes/dupes_internal.h"
 #include "dupes/key_table.h"
-#include "foundation/utf8.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/dupes/dupe_search.h"
 #include "ombrel/foundation/cstring.h"
@@ -49,19 +48,16 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   const int32_t fields = card.NumFields();
   bool namedAsKeys = true;
   int32_t filled = 0;
-  size_t textLength = 0;  // as CCard::TextLength counts it
   for (int32_t i = 1; i <= fields; ++i) {
     const CCardField& field = card.FieldAt(i);
     const std::string& key = card.GetFields().GetIndexedKey(i);
     const std::string& name = field.Name();
     if (namedAsKeys && &key != &name && key != name) namedAsKeys = false;
-    if (field.Text().empty()) continue;
-    ++filled;
-    if (CCard::IsTextFieldName(name)) textLength += utf8::CountCodePoints(field.Text()) + 2;
+    if (!field.Text().empty()) ++filled;
   }
   facts.namedAsKeys = namedAsKeys;
   facts.filled = filled;
-  facts.textLength = static_cast<int32_t>(textLength);
+  facts.textLength = card.TextLength();
   facts.id = card.HasCardId() ? card.GetCardID() : 0;
   facts.lastHash = KeyTable::Hash(card.GetLastName());
   const std::string& raw = card.FieldText("Email");
@@ -94,14 +90,13 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
   }
   for (const std::string* name : referenceNames_) {
     fieldKind_.push_back(IsDateField(*name) ? kDate : *name == "Categories" ? kCategories : kOther);
-    inText_.push_back(CCard::IsTextFieldName(*name));
   }
 
   // Facts not handed over are worked out here, on two threads for many
-  // cards (the cards are only read); then the texts are numbered in order.
+  // cards (the cards are only read).
   const bool given = facts.size() == n;
   if (!given) facts.assign(n, CardFacts{});
-  std::vector<std::exception_ptr> errors(n);
+  std::vector<std::exception_ptr> errors(given ? 0 : n);
   auto observe = [&](size_t from, size_t to) {
     for (size_t p = from; p < to; ++p) {
       try {
@@ -116,15 +111,17 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     }
   };
   const bool threads = n >= static_cast<size_t>(PartScanThreshold()) && std::thread::hardware_concurrency() >= 2;
-  if (!given && threads) {
-    std::thread helper(observe, n / 2, n);
-    observe(0, n / 2);
-    helper.join();
-  } else if (!given) {
-    observe(0, n);
+  if (!given) {
+    if (threads) {
+      std::thread helper(observe, n / 2, n);
+      observe(0, n / 2);
+      helper.join();
+    } else {
+      observe(0, n);
+    }
+    for (auto& error : errors)
+      if (error) std::rethrow_exception(error);
   }
-  for (auto& error : errors)
-    if (error) std::rethrow_exception(error);
 
   // Each text is numbered in a table of its own kind; the numbers only say
   // which texts are equal, so two threads can fill two tables each.

@@ -99,7 +99,6 @@ class SortedSuspects {
   std::vector<const std::string*> referenceNames_;  // the common field layout
   enum FieldKind : uint8_t { kOther, kDate, kCategories };
   std::vector<FieldKind> fieldKind_;  // by position in that layout
-  std::vector<bool> inText_;          // by position: part of GetText when filled
   std::vector<std::vector<int32_t>> byRawEmail_;  // by RawEmailId, built on first use
   bool emailIndexBuilt_ = false;
   bool threaded_ = false;
