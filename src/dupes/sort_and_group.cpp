@@ -12,6 +12,7 @@
 // FindDupes then walks the sorted cards once (dupes/grouping.cpp).
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <atomic>
 #include <functional>
 #include <future>
@@ -51,35 +52,66 @@ class Fenwick {
   std::vector<int32_t> tree_;
 };
 
+// The probe of the insertion loop: low + (high - low) / 2 rounded half to
+// even, in whole numbers (low >= 1, high >= low).
+int32_t Probe(int32_t low, int32_t high) {
+  const int32_t gap = high - low;
+  if (gap % 2 == 0) return low + gap / 2;
+  const int32_t below = low + gap / 2;  // the midpoint is below + 0.5
+  return below % 2 == 0 ? below : below + 1;
+}
+
+// The first eight bytes of a tag as a number that orders as the bytes do;
+// tags equal in them are told apart by the full comparison.
+uint64_t Prefix(std::string_view tag) {
+  unsigned char bytes[8] = {};
+  std::memcpy(bytes, tag.data(), std::min<size_t>(tag.size(), 8));
+  uint64_t prefix = 0;
+  for (unsigned char b : bytes) prefix = prefix << 8 | b;
+  return prefix;
+}
+
 // The order the binary insertion gives: result[k] is the input index of the
 // card that ends at position k + 1.
 std::vector<int32_t> InsertionOrder(const std::vector<std::string_view>& tags) {
   const int32_t n = static_cast<int32_t>(tags.size());
   // Rank every card by its tag among the distinct tags (exact byte order).
-  std::vector<int32_t> order(static_cast<size_t>(n));
-  for (int32_t i = 0; i < n; ++i) order[i] = i;
-  std::sort(order.begin(), order.end(), [&](int32_t a, int32_t b) { return tags[a] < tags[b]; });
+  std::vector<std::pair<uint64_t, int32_t>> order(static_cast<size_t>(n));
+  for (int32_t i = 0; i < n; ++i) order[static_cast<size_t>(i)] = {Prefix(tags[static_cast<size_t>(i)]), i};
+  std::sort(order.begin(), order.end(), [&](const auto& a, const auto& b) {
+    if (a.first != b.first) return a.first < b.first;
+    return tags[static_cast<size_t>(a.second)] < tags[static_cast<size_t>(b.second)];
+  });
   std::vector<int32_t> rank(static_cast<size_t>(n));
   int32_t distinct = 0;
-  for (int32_t k = 0; k < n; ++k) {
-    if (k > 0 && tags[order[k]] != tags[order[k - 1]]) ++distinct;
-    rank[order[k]] = distinct;
+  for (size_t k = 0; k < order.size(); ++k) {
+    if (k > 0 && (order[k].first != order[k - 1].first ||
+                  tags[static_cast<size_t>(order[k].second)] != tags[static_cast<size_t>(order[k - 1].second)]))
+      ++distinct;
+    rank[static_cast<size_t>(order[k].second)] = distinct;
   }
   const size_t ranks = n > 0 ? static_cast<size_t>(distinct) + 1 : 0;
 
+  // Each rank's run has a known final length: the runs lie side by side in
+  // one array, each from where the smaller ranks' runs end.
+  std::vector<int32_t> runStart(ranks + 1, 0);
+  for (int32_t r : rank) ++runStart[static_cast<size_t>(r) + 1];
+  for (size_t r = 0; r < ranks; ++r) runStart[r + 1] += runStart[r];
+  std::vector<int32_t> runLength(ranks, 0);
+  std::vector<int32_t> result(static_cast<size_t>(n));
+
   Fenwick placedBelow(ranks);
-  std::vector<std::vector<int32_t>> runs(ranks);
   int32_t placed = 0;
   for (int32_t idx = n - 1; idx >= 0; --idx) {
-    const int32_t r = rank[idx];
-    const int32_t smaller = placedBelow.CountBelow(static_cast<size_t>(r));
-    const int32_t equal = static_cast<int32_t>(runs[r].size());
+    const auto r = static_cast<size_t>(rank[static_cast<size_t>(idx)]);
+    const int32_t smaller = placedBelow.CountBelow(r);
+    const int32_t equal = runLength[r];
     int32_t position = 1;  // where the card ends up, 1-based
     if (placed > 0) {
       int32_t low = 1, high = placed;
       while (true) {
         Trap(low > high, "Insertion sort failed");
-        int32_t probe = RoundHalfEven(low + (high - low) / 2.0);
+        const int32_t probe = Probe(low, high);
         if (probe > smaller && probe <= smaller + equal) {  // equal tag
           position = probe;
           break;
@@ -99,14 +131,14 @@ std::vector<int32_t> InsertionOrder(const std::vector<std::string_view>& tags) {
         }
       }
     }
-    runs[r].insert(runs[r].begin() + (position - smaller - 1), idx);
-    placedBelow.Add(static_cast<size_t>(r));
+    int32_t* run = result.data() + runStart[r];
+    const int32_t at = position - smaller - 1;
+    std::memmove(run + at + 1, run + at, static_cast<size_t>(equal - at) * sizeof(int32_t));
+    run[at] = idx;
+    ++runLength[r];
+    placedBelow.Add(r);
     ++placed;
   }
-
-  std::vector<int32_t> result;
-  result.reserve(static_cast<size_t>(n));
-  for (const auto& run : runs) result.insert(result.end(), run.begin(), run.end());
   return result;
 }
 
@@ -123,38 +155,39 @@ std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards,
   const int32_t n = cards.GetNumItems();
   std::vector<std::shared_ptr<CCard>> input;
   input.reserve(static_cast<size_t>(n));
-  for (int32_t i = 1; i <= n; ++i) input.push_back(cards.GetItemAs<CCard>(i));
-  // The tags side by side in one buffer: the sort compares them many times over.
+  // The tags side by side in one buffer: the sort compares them many times
+  // over, and the cards themselves, scattered in memory, are visited once.
   std::string arena;
+  arena.reserve(static_cast<size_t>(n) * 16);
   std::vector<uint32_t> ends;
-  ends.reserve(input.size());
-  for (auto& card : input) {
+  ends.reserve(static_cast<size_t>(n));
+  for (int32_t i = 1; i <= n; ++i) {
+    auto card = cards.GetItemAs<CCard>(i);
     if (card->tag.empty()) card->tag.assign(1, ',');
     arena += card->tag;
     ends.push_back(static_cast<uint32_t>(arena.size()));
+    input.push_back(std::move(card));
   }
   std::vector<std::string_view> tags(input.size());
   for (size_t k = 0, begin = 0; k < input.size(); begin = ends[k++]) tags[k] = std::string_view(arena).substr(begin, ends[k] - begin);
 
-  std::vector<int32_t> result;
   // The order depends on nothing but the sequence of tags: sorting the same
   // suspects again for another dupe type reuses it.
-  if (lastSortEnds_ == ends && lastSortTags_ == arena) {
-    result = lastSortOrder_;
-  } else {
-    result = InsertionOrder(tags);
-    lastSortTags_ = arena;
-    lastSortEnds_ = ends;
-    lastSortOrder_ = result;
-  }
+  const bool known = lastSortEnds_ == ends && lastSortTags_ == arena;
+  std::vector<int32_t> result = known ? lastSortOrder_ : InsertionOrder(tags);
 
   std::vector<std::shared_ptr<CCard>> sorted;
   sorted.reserve(static_cast<size_t>(n));
-  for (int32_t idx : result) sorted.push_back(std::move(input[idx]));
+  for (int32_t idx : result) sorted.push_back(std::move(input[static_cast<size_t>(idx)]));
   for (int32_t pos = 1; pos < n; ++pos) {
-    if (tags[result[pos - 1]] > tags[result[pos]]) RaiseTrap("Sorting problem at index: " + std::to_string(pos));
-    CCard* card = sorted[pos - 1].get();
-    if (card->tag == ",") card->tag.clear();
+    if (tags[static_cast<size_t>(result[pos - 1])] > tags[static_cast<size_t>(result[pos])])
+      RaiseTrap("Sorting problem at index: " + std::to_string(pos));
+    if (tags[static_cast<size_t>(result[pos - 1])] == ",") sorted[static_cast<size_t>(pos - 1)]->tag.clear();
+  }
+  if (!known) {
+    lastSortTags_ = std::move(arena);  // the views above are not used from here on
+    lastSortEnds_ = std::move(ends);
+    lastSortOrder_ = result;
   }
   if (order) *order = std::move(result);
   timings_.sorting += SecondsSince(start);
