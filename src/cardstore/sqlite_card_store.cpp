@@ -218,14 +218,39 @@ size_t NameHash(std::string_view name) {
   return static_cast<size_t>(h >> 32);
 }
 
+// Whether n bytes at a and b are equal; value names are short, so most are
+// compared with two overlapping word loads each instead of a call.
+bool SameBytes(const char* a, const char* b, size_t n) {
+  if (n >= 8 && n <= 16) {
+    uint64_t a1, a2, b1, b2;
+    std::memcpy(&a1, a, 8);
+    std::memcpy(&b1, b, 8);
+    std::memcpy(&a2, a + n - 8, 8);
+    std::memcpy(&b2, b + n - 8, 8);
+    return ((a1 ^ b1) | (a2 ^ b2)) == 0;
+  }
+  if (n >= 4 && n < 8) {
+    uint32_t a1, a2, b1, b2;
+    std::memcpy(&a1, a, 4);
+    std::memcpy(&b1, b, 4);
+    std::memcpy(&a2, a + n - 4, 4);
+    std::memcpy(&b2, b + n - 4, 4);
+    return ((a1 ^ b1) | (a2 ^ b2)) == 0;
+  }
+  return std::memcmp(a, b, n) == 0;
+}
+
 }  // namespace
 
 bool sqlite_store::ResolvedNames::Find(std::string_view name, int32_t& index, size_t& slot) const {
   static_assert(std::has_single_bit(kResolvedSlots));
   const size_t mask = kResolvedSlots - 1;
-  for (slot = NameHash(name) & mask; slots_[slot].used; slot = (slot + 1) & mask) {
-    if (slots_[slot].name == name) {
-      index = slots_[slot].index;
+  const size_t h = NameHash(name);
+  const auto tag = static_cast<uint32_t>(h);
+  for (slot = h & mask; slots_[slot].length != kUnused; slot = (slot + 1) & mask) {
+    const Slot& s = slots_[slot];
+    if (s.hash == tag && s.length == name.size() && SameBytes(names_.data() + s.offset, name.data(), name.size())) {
+      index = s.index;
       return true;
     }
   }
@@ -236,12 +261,16 @@ void sqlite_store::ResolvedNames::Add(size_t slot, std::string_view name, int32_
   // Names asked for are few; emptying the table when half full bounds a
   // misuse and keeps probes short (slot, free before, stays free).
   if (count_ >= kResolvedSlots / 2) Clear();
-  slots_[slot] = {std::string(name), index, true};
+  if (name.size() >= kUnused || names_.size() + name.size() >= kUnused) return;  // not remembered: resolved again when asked
+  slots_[slot] = {static_cast<uint32_t>(NameHash(name)), index, static_cast<uint32_t>(names_.size()),
+                  static_cast<uint32_t>(name.size())};
+  names_.append(name);
   ++count_;
 }
 
 void sqlite_store::ResolvedNames::Clear() {
-  for (auto& e : slots_) e.used = false;
+  for (auto& s : slots_) s.length = kUnused;
+  names_.clear();
   count_ = 0;
 }
 

@@ -166,7 +166,8 @@ constexpr int32_t kApplicationId = 0x4F6D6272;  // "Ombr"
 
 // Names as asked -> canonical index or kUnknownName, by open addressing
 // with a cheap hash: a scan asks for the same hundred-odd names on every
-// card, in whatever spelling the caller uses.
+// card, in whatever spelling the caller uses. Slots are small and the names
+// lie in one buffer, so the whole table stays in the nearest cache.
 class ResolvedNames {
  public:
   // True with the index remembered for name; otherwise false, with slot set
@@ -177,12 +178,15 @@ class ResolvedNames {
   void Clear();
 
  private:
-  struct Entry {
-    std::string name;
+  struct Slot {
+    uint32_t hash = 0;
     int32_t index = kUnknownName;
-    bool used = false;
+    uint32_t offset = 0;  // of the name in names_
+    uint32_t length = kUnused;
   };
-  std::vector<Entry> slots_ = std::vector<Entry>(kResolvedSlots);
+  static constexpr uint32_t kUnused = UINT32_MAX;
+  std::vector<Slot> slots_ = std::vector<Slot>(kResolvedSlots);
+  std::string names_;
   size_t count_ = 0;
 };
 
