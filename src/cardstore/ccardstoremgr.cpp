@@ -1,6 +1,7 @@
 #include "ombrel/cardstore/ccardstoremgr.h"
 
 #include <array>
+#include <atomic>
 #include <string_view>
 
 #include "ombrel/cards/field_catalogue.h"
@@ -83,25 +84,28 @@ size_t CountCharacters(std::string_view text) {
   return n;
 }
 
-// Reads a value through read into value, which arrives empty as promised.
+// Reads the plan's k-th value name through read into value, which arrives
+// empty as promised.
 template <class Read>
-void ReadValue(const Read& read, const std::string& name, std::string& value) {
+void ReadValue(const Read& read, const std::vector<std::string>& names, size_t k, std::string& value) {
   value.clear();
-  read(name, value);
+  read(names[k], k, value);
 }
 
-// Reads one field's data into data (reset first). key and value are buffers
-// kept from field to field.
+// Reads one field's data into data (reset first); names[first] is the
+// field's name, followed by its rectangle, levels and suspect info. value is
+// a buffer kept from field to field.
 template <class Read>
-void ReadFieldData(const std::string& name, const Read& read, FieldData& data, std::string& key, std::string& value) {
+void ReadFieldData(const std::vector<std::string>& names, size_t first, const Read& read, FieldData& data,
+                   std::string& value) {
+  const std::string& name = names[first];
   data = FieldData{std::move(data.text)};
   try {
-    ReadValue(read, name, data.text);
+    ReadValue(read, names, first, data.text);
     TrimInPlace(data.text);
     if (data.text.empty() || SkipsGeometry(name)) return;
 
-    key.assign(name).append(kRectangleSuffix);
-    ReadValue(read, key, value);
+    ReadValue(read, names, first + 1, value);
     if (!value.empty()) {
       std::array<std::string_view, 4> tokens;
       if (SplitOnBlanks(value, tokens) != 4) RaiseTrap("Incorrect rectangle information: " + value);
@@ -111,8 +115,7 @@ void ReadFieldData(const std::string& name, const Read& read, FieldData& data, s
       data.bottom = ToInt(tokens[3]);
     }
 
-    key.assign(name).append(kConfidenceLevelsSuffix);
-    ReadValue(read, key, value);
+    ReadValue(read, names, first + 2, value);
     if (!value.empty()) {
       std::array<std::string_view, 2> tokens;
       if (SplitOnBlanks(value, tokens) != 2) RaiseTrap("Incorrect confidence levels: " + value);
@@ -120,8 +123,7 @@ void ReadFieldData(const std::string& name, const Read& read, FieldData& data, s
       data.catLevel = ToInt(tokens[1]);
     }
 
-    key.assign(name).append(kSuspectInfoSuffix);
-    ReadValue(read, key, value);
+    ReadValue(read, names, first + 3, value);
     if (!value.empty()) {
       if (CountCharacters(value) != 3) RaiseTrap("Incorrect suspect info: " + value);
       if (value.front() == '1') data.ocrSuspect = true;
@@ -270,20 +272,22 @@ bool CCardStoreMgr::AbortUpdate() {
 std::string CCardStoreMgr::GetLastError() { return cardStore_ ? cardStore_->GetLastError() : std::string(); }
 
 std::shared_ptr<CCard> CCardStoreMgr::GetCard(int32_t cardId) {
-  std::string customFields = GetCustomFields();
+  auto plan = PlanCustomFields(GetCustomFields());
   // GetValue's leniency, reading into the caller's buffer.
-  return Build(cardId, customFields, [this, cardId](const std::string& name, std::string& value) {
+  return Build(cardId, *plan, [this, cardId](const std::string& name, size_t, std::string& value) {
     if (Store().GetValue(cardId, name, value) != 0) value.clear();
   });
 }
 
-const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std::string& customFields) {
+std::shared_ptr<const CCardStoreMgr::CustomFieldPlan> CCardStoreMgr::PlanCustomFields(const std::string& customFields) {
   // A plan follows from the text alone, so each thread keeps the last one it
   // made: threads building cards at once then share nothing, not even a lock.
-  thread_local std::optional<CustomFieldPlan> last;
-  if (last && last->text == customFields) return *last;
-  CustomFieldPlan plan;
-  plan.text = customFields;
+  thread_local std::shared_ptr<const CustomFieldPlan> last;
+  if (last && last->text == customFields) return last;
+  static std::atomic<uint64_t> lastSerial{0};
+  auto plan = std::make_shared<CustomFieldPlan>();
+  plan->text = customFields;
+  plan->serial = ++lastSerial;
   try {
     auto lines = CString(customFields).GetTokens(kCrLf, false);
     for (int32_t i = 1; i <= lines->GetNumItems(); ++i) {
@@ -292,56 +296,78 @@ const CCardStoreMgr::CustomFieldPlan& CCardStoreMgr::PlanCustomFields(const std:
       const std::string& visibility = tokens->GetItemAs<CString>(3)->Value();
       if (type == "TEXT" && visibility != "HIDDEN") {
         const std::string& access = tokens->GetItemAs<CString>(4)->Value();
-        plan.fields.push_back({tokens->GetItemAs<CString>(1)->Value(), access == "READONLY"});
+        plan->fields.push_back({tokens->GetItemAs<CString>(1)->Value(), access == "READONLY"});
       }
     }
   } catch (const Error& e) {
-    plan.error = e;
+    plan->error = e;
   }
+  auto addField = [&](const std::string& name) {
+    for (std::string_view suffix : {std::string_view(), kRectangleSuffix, kConfidenceLevelsSuffix, kSuspectInfoSuffix,
+                                    kLabelSuffix}) {
+      plan->valueNames.push_back(name + std::string(suffix));
+    }
+  };
+  for (std::string_view name : kStandardFieldNames) addField(std::string(name));
+  for (const CCard::CustomField& field : plan->fields) addField(field.name);
+  plan->valueNames.emplace_back(kLastNameValue);
   last = std::move(plan);
-  return *last;
+  return last;
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
                                                 const std::function<std::string(const std::string& name)>& getValue) {
-  return Build(cardId, customFields, [&](const std::string& name, std::string& value) { value = getValue(name); });
+  auto plan = PlanCustomFields(customFields);
+  return Build(cardId, *plan, [&](const std::string& name, size_t, std::string& value) { value = getValue(name); });
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
                                                 const ValueReader& readValue) {
-  return Build(cardId, customFields, [&](const std::string& name, std::string& value) { readValue(name, value); });
+  auto plan = PlanCustomFields(customFields);
+  return Build(cardId, *plan, [&](const std::string& name, size_t, std::string& value) { readValue(name, value); });
+}
+
+std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
+                                                const ICardValues& values) {
+  auto plan = PlanCustomFields(customFields);
+  // The names this thread last prepared, and with which values and plan: a
+  // scan builds card after card from the same values object.
+  struct Prepared {
+    const ICardValues* values = nullptr;
+    uint64_t plan = 0;
+    uint64_t ticket = 0;
+  };
+  thread_local Prepared prepared;
+  if (prepared.values != &values || prepared.plan != plan->serial || !values.IsPrepared(prepared.ticket)) {
+    prepared = {&values, plan->serial, values.Prepare(plan->valueNames)};
+  }
+  if (prepared.ticket == 0) {
+    return Build(cardId, *plan, [&](const std::string& name, size_t, std::string& value) { values.Read(name, value); });
+  }
+  return Build(cardId, *plan, [&](const std::string&, size_t k, std::string& value) { values.ReadPrepared(k, value); });
 }
 
 template <class Read>
-std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const std::string& customFields, const Read& read) {
-  std::shared_ptr<CCard> card;
-  {
-    // Used before any value is read: a reader that builds another card on this thread replaces the plan.
-    const CustomFieldPlan& plan = PlanCustomFields(customFields);
-    card = std::make_shared<CCard>(plan.fields);
-    if (plan.error) throw *plan.error;
-  }
+std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPlan& plan, const Read& read) {
+  auto card = std::make_shared<CCard>(plan.fields);
+  if (plan.error) throw *plan.error;
 
   card->SetCardId(cardId);
   card->SetStoredCardId(cardId);
 
   // Buffers kept from field to field; a field's text moves into the card.
   FieldData data;
-  std::string key;
   std::string value;
   std::string label;
-  key.reserve(32);
-  const CHashTable& fields = card->GetFields();
+  const std::vector<std::string>& names = plan.valueNames;
   for (int32_t i = 1; i <= card->NumFields(); ++i) {
-    const std::string& name = fields.GetIndexedKey(i);
-    ReadFieldData(name, read, data, key, value);
+    const size_t first = static_cast<size_t>(i - 1) * kNamesPerField;
+    const std::string& name = names[first];
+    ReadFieldData(names, first, read, data, value);
     if (data.text.empty()) continue;
 
     label.clear();
-    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) {
-      key.assign(name).append(kLabelSuffix);
-      ReadValue(read, key, label);
-    }
+    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) ReadValue(read, names, first + 4, label);
     int32_t width = CheckedSub(data.right, data.left);
     int32_t height = CheckedSub(data.bottom, data.top);
     if (width < 0 || height < 0) width = height = 0;
@@ -351,8 +377,7 @@ std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const std::string& c
                          data.ocrSuspect, data.catSuspect);
   }
 
-  static const std::string kLastName(kLastNameValue);
-  ReadValue(read, kLastName, value);
+  ReadValue(read, names, names.size() - 1, value);
   TrimInPlace(value);
   card->SetLastName(value);
   return card;

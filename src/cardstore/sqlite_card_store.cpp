@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <atomic>
 #include <cstring>
 
 #include "cardstore/sqlite_card_store_internal.h"
@@ -198,6 +199,7 @@ void CSqliteCardStore::Impl::EnsureCustomFieldsLoaded() {
   while (use->Step()) customFields_.emplace(use->Text(0));
   customLoaded_ = true;
   resolved_.Clear();
+  ++resolveGeneration_;
 }
 
 namespace {
@@ -272,6 +274,16 @@ void sqlite_store::ResolvedNames::Clear() {
   for (auto& s : slots_) s.length = kUnused;
   names_.clear();
   count_ = 0;
+}
+
+uint64_t sqlite_store::ViewedValues::Prepare(std::span<const std::string> names) const {
+  // Tickets are unique in the process, so none is taken for another object's.
+  static std::atomic<uint64_t> lastTicket{0};
+  prepared_.clear();
+  for (const std::string& name : names) prepared_.push_back(Resolve(name));
+  generation_ = Generation();
+  ticket_ = ++lastTicket;
+  return ticket_;
 }
 
 int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {

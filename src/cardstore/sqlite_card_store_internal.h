@@ -292,6 +292,7 @@ class CSqliteCardStore::Impl {
   std::vector<CanonName> canon_;
   sqlite_store::StringMap<int32_t> canonByName_;
   sqlite_store::ResolvedNames resolved_;
+  uint64_t resolveGeneration_ = 1;  // counts the times resolved_ was emptied
   std::vector<int32_t> canonByCode_;           // code -> canonical index, -1 when unknown
   bool namesLoaded_ = false;
   std::unordered_set<std::string> customFields_;
@@ -359,34 +360,49 @@ Status CSqliteCardStore::Impl::Run(std::string_view operation, int32_t cardId, s
 
 namespace sqlite_store {
 
-// What a scan on the store's own connection hands to its visitor: the row's
-// values, decoded in place.
 // Values a scan hands out as views into the card being visited; Get and
-// Read copy from them.
+// Read copy from them. Names prepared are resolved once for the whole scan.
 class ViewedValues : public ICardValues {
  public:
   std::string Get(std::string_view name) const final { return std::string(Find(name)); }
   void Read(std::string_view name, std::string& value) const final { value.assign(Find(name)); }
+  uint64_t Prepare(std::span<const std::string> names) const final;
+  bool IsPrepared(uint64_t ticket) const final { return ticket != 0 && ticket == ticket_ && Generation() == generation_; }
+  void ReadPrepared(size_t k, std::string& value) const final { value.assign(Card().Find(prepared_[k])); }
 
  protected:
   virtual std::string_view Find(std::string_view name) const = 0;
+  // The canonical index of a name, kUnknownName when it is none.
+  virtual int32_t Resolve(std::string_view name) const = 0;
+  // Changes whenever a name may come to mean something else.
+  virtual uint64_t Generation() const = 0;
+  virtual const DecodedCard& Card() const = 0;
+
+ private:
+  mutable std::vector<int32_t> prepared_;
+  mutable uint64_t ticket_ = 0;
+  mutable uint64_t generation_ = 0;
 };
 
+// What a scan on the store's own connection hands to its visitor: the row's
+// values, decoded in place. The visitor may call back into the store, which
+// may then learn of new custom fields: its generation tells.
 class ScanValues : public ViewedValues {
  public:
   explicit ScanValues(CSqliteCardStore::Impl& store) : store_(store) {}
   DecodedCard card;
 
  private:
-  std::string_view Find(std::string_view name) const override {
-    int32_t index = kUnknownName;
+  std::string_view Find(std::string_view name) const override { return card.Find(Resolve(name)); }
+  int32_t Resolve(std::string_view name) const override {
     try {
-      index = store_.Resolve(name);
+      return store_.Resolve(name);
     } catch (const Failure&) {
-      return {};
+      return kUnknownName;
     }
-    return card.Find(index);
   }
+  uint64_t Generation() const override { return store_.resolveGeneration_; }
+  const DecodedCard& Card() const override { return card; }
 
   CSqliteCardStore::Impl& store_;
 };

@@ -40,7 +40,8 @@ class PartValues final : public ViewedValues {
   DecodedCard card;
 
  private:
-  std::string_view Find(std::string_view name) const override {
+  std::string_view Find(std::string_view name) const override { return card.Find(Resolve(name)); }
+  int32_t Resolve(std::string_view name) const override {
     int32_t index = kUnknownName;
     size_t slot = 0;
     if (!resolved_.Find(name, index, slot)) {
@@ -52,8 +53,10 @@ class PartValues final : public ViewedValues {
       }
       resolved_.Add(slot, name, index);
     }
-    return card.Find(index);
+    return index;
   }
+  uint64_t Generation() const override { return 1; }  // the tables are this scan's copy
+  const DecodedCard& Card() const override { return card; }
 
   const NameTables& tables_;
   mutable ResolvedNames resolved_;  // this part's alone

@@ -112,8 +112,7 @@ std::shared_ptr<CList> CDupeSearch::GetAllCards() {
     Scan(*store, [&](int32_t id, const ICardValues& values) {
       if (++i > total || !UpdateProgress(search_text::kReadingCards, i, total)) return false;
       try {
-        auto card = mgr.BuildCard(id, customFields,
-                                  [&](std::string_view name, std::string& value) { value = values.Get(name); });
+        auto card = mgr.BuildCard(id, customFields, values);
         card->tag = Tag(*card, values.Get("First Name"));
         place(std::move(card));
       } catch (...) {

@@ -67,8 +67,7 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
     auto build = [&](int32_t, int32_t id, const ICardValues& values) {
       const size_t k = static_cast<size_t>(slot.Find(id));
       try {
-        auto card = mgr.BuildCard(id, customFields,
-                                  [&](std::string_view name, std::string& value) { values.Read(name, value); });
+        auto card = mgr.BuildCard(id, customFields, values);
         card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
         if (facts) dupes_internal::ObserveCard(*card, (*facts)[k]);
         cards[k] = std::move(card);

@@ -80,6 +80,9 @@ class CCardStoreMgr {
   // The same card as the BuildCard above, without a new string per value name
   // or value.
   std::shared_ptr<CCard> BuildCard(int32_t cardId, const std::string& customFields, const ValueReader& readValue);
+  // The same card read from a scan's values; values that can prepare the
+  // names read card after card are asked to (ICardValues::Prepare).
+  std::shared_ptr<CCard> BuildCard(int32_t cardId, const std::string& customFields, const ICardValues& values);
 
  private:
   // The custom-field text split into the fields it declares, kept for the
@@ -90,16 +93,23 @@ class CCardStoreMgr {
     std::string text;
     std::vector<CCard::CustomField> fields;
     std::optional<Error> error;
+    // Every value name a card is read by: for each field in table order its
+    // text, rectangle, levels, suspect info and label (kNamesPerField from
+    // the field's position), then the last name.
+    std::vector<std::string> valueNames;
+    uint64_t serial = 0;  // unique to this plan in the process
   };
+  static constexpr size_t kNamesPerField = 5;
 
   ICardStore& Store() const;
   [[noreturn]] void RaiseFailure(const std::string& message);
   // The plan of that text, made anew only when it is not the text this
-  // thread asked for last; valid until this thread asks again.
-  static const CustomFieldPlan& PlanCustomFields(const std::string& customFields);
-  // The one body of GetCard and both BuildCards; read(name, value) as ValueReader.
+  // thread asked for last; held by the caller, it outlives a newer one.
+  static std::shared_ptr<const CustomFieldPlan> PlanCustomFields(const std::string& customFields);
+  // The one body of GetCard and the BuildCards; read(name, k, value) as
+  // ValueReader, where name is the plan's valueNames[k].
   template <class Read>
-  std::shared_ptr<CCard> Build(int32_t cardId, const std::string& customFields, const Read& read);
+  std::shared_ptr<CCard> Build(int32_t cardId, const CustomFieldPlan& plan, const Read& read);
 
   std::shared_ptr<ICardStore> cardStore_;
 };

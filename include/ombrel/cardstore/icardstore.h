@@ -37,6 +37,24 @@ class ICardValues {
   // The same into value, whose buffer a store may reuse (a scan reads
   // dozens of values per card).
   virtual void Read(std::string_view name, std::string& value) const { value = Get(name); }
+
+  // For a reader that asks the same names of card after card: Prepare works
+  // the names out once and answers a ticket, 0 when these values offer no
+  // such thing. While IsPrepared(ticket) holds, ReadPrepared(k, value) reads
+  // names[k] of the card now shown exactly as Read would; a later Prepare,
+  // or a change in what the names mean to the store, ends it.
+  virtual uint64_t Prepare(std::span<const std::string> names) const {
+    (void)names;
+    return 0;
+  }
+  virtual bool IsPrepared(uint64_t ticket) const {
+    (void)ticket;
+    return false;
+  }
+  virtual void ReadPrepared(size_t k, std::string& value) const {
+    (void)k;
+    value.clear();
+  }
 };
 
 class ICardStore {
