@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,15 +35,38 @@ class KeyTable {
 
   size_t Size() const { return count_; }
 
+  // Eight bytes a step (the last step overlapping the one before), then
+  // mixed so that the low bits the index uses spread.
   static uint64_t Hash(std::string_view key) {
-    uint64_t h = 1469598103934665603ull;  // FNV-1a, then mixed so the low bits spread
-    for (unsigned char c : key) h = (h ^ c) * 1099511628211ull;
+    const char* p = key.data();
+    size_t n = key.size();
+    uint64_t h = 0x9E3779B97F4A7C15ull ^ (n * 0xC2B2AE3D27D4EB4Full);
+    auto mix = [&h](uint64_t word) {
+      h = (h ^ word) * 0xBF58476D1CE4E5B9ull;
+      h ^= h >> 31;
+    };
+    if (n >= 8) {
+      for (; n > 8; p += 8, n -= 8) mix(Load<uint64_t>(p));
+      mix(Load<uint64_t>(p + n - 8));
+    } else if (n >= 4) {
+      mix(Load<uint32_t>(p) | static_cast<uint64_t>(Load<uint32_t>(p + n - 4)) << 32);
+    } else if (n > 0) {
+      mix(static_cast<uint64_t>(static_cast<unsigned char>(p[0])) << 16 |
+          static_cast<uint64_t>(static_cast<unsigned char>(p[n / 2])) << 8 | static_cast<unsigned char>(p[n - 1]));
+    }
     h ^= h >> 29;
-    h *= 0xbf58476d1ce4e5b9ull;
+    h *= 0x94D049BB133111EBull;
     return h ^ (h >> 32);
   }
 
  private:
+  template <class T>
+  static T Load(const char* p) {
+    T value;
+    std::memcpy(&value, p, sizeof value);
+    return value;
+  }
+
   struct Slot {
     uint64_t hash = 0;
     size_t offset = 0;
