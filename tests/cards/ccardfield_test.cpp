@@ -15,11 +15,7 @@ namespace {
 const std::string kLabelRule = "Only additional Email or Phone fields may contain user labels";
 
 TEST(CCardFieldTest, SetDataChecksLabelsAndLevels) {
-  struct Case {
-    std::string name, label;
-    int32_t ocr, cat;
-    std::string expected;
-  };
+  struct Case { std::string name, label; int32_t ocr, cat; std::string expected; };
   for (const Case& c : std::vector<Case>{
       {"Title", "", 100, 100, "<no error>"},
       {"Title", "", 101, 100, "OCR confidence level 101 is out of expected range 0-100"},
@@ -44,7 +40,8 @@ TEST(CCardFieldTest, SetDataChecksLabelsAndLevels) {
             "Email 1\r\nEmail 2\r\nEmail 3\r\nEmail 4\r\nEmail 5\r\nEmail 6");
 }
 
-TEST(CCardFieldTest, FailedSetDataKeepsEarlierStepsAndOldLevels) {
+// The checks come after the steps before them: a failure keeps those steps.
+TEST(CCardFieldTest, FailedSetDataOrRenameKeepsEarlierStepsAndOldLevels) {
   CCardField field;
   CRectangle oldRect(1, 2, 3, 4);
   field.SetData("Phone 1", "old", "Work", &oldRect, 40, 50, true, false);
@@ -54,24 +51,15 @@ TEST(CCardFieldTest, FailedSetDataKeepsEarlierStepsAndOldLevels) {
   EXPECT_EQ(field.ToStr(),
             "FIELD:Phone 2 LABEL:Home TEXT:new RECT:T:10,L:20,W:30,H:40 OCR_CONF:40 CAT_CONF:50 "
             "OCR_SUSP:True CAT_SUSP:False");
-
-  // The label check comes right after the name is stored.
-  EXPECT_EQ(ErrorText([&] { field.SetData("Fax", "fax", "Home", nullptr, 100, 100, false, false); }), kLabelRule);
-  EXPECT_EQ(field.Name(), "Fax");
-  EXPECT_EQ(field.Text(), "new");
-}
-
-TEST(CCardFieldTest, RenamingALabelledFieldChecksTheLabelAfterStoringTheName) {
-  CCardField field;
-  field.SetData("Phone 2", "555", "Home", nullptr, 100, 100, false, false);
+  // A renamed field keeps its label, checked right after the name is stored.
   field.SetFieldName("Phone 3");
   EXPECT_EQ(field.Label(), "Home");
   EXPECT_EQ(ErrorText([&] { field.SetFieldName("Phone"); }), kLabelRule);
-  EXPECT_EQ(field.GetFieldName().Value(), "Phone");
-
-  CCardField unlabelled;
-  unlabelled.SetData("Phone 2", "555", "", nullptr, 100, 100, false, false);
-  EXPECT_EQ(ErrorText([&] { unlabelled.SetFieldName("Phone"); }), "<no error>");
+  EXPECT_EQ(field.Name(), "Phone");
+  EXPECT_EQ(ErrorText([&] { field.SetData("Fax", "fax", "Home", nullptr, 100, 100, false, false); }), kLabelRule);
+  EXPECT_EQ(field.Name() + "|" + field.Text(), "Fax|new");
+  field.SetData("Phone 2", "555", "", nullptr, 100, 100, false, false);
+  EXPECT_EQ(ErrorText([&] { field.SetFieldName("Phone"); }), "<no error>");
 }
 
 TEST(CCardFieldTest, EmptyTextAndAreaLessRectanglesMeanNone) {
@@ -97,10 +85,7 @@ TEST(CCardFieldTest, EmptyTextAndAreaLessRectanglesMeanNone) {
 }
 
 TEST(CCardFieldTest, EmptyNameOrCompanyIsAlwaysOcrSuspect) {
-  struct Case {
-    std::string name, text;
-    bool flag, suspect;
-  };
+  struct Case { std::string name, text; bool flag, suspect; };
   for (const Case& c : std::vector<Case>{{"Name", "", false, true},      {"Company", "", false, true},
                                          {"Title", "", false, false},    {"Name", "Ann", false, false},
                                          {"Company", "Acme", true, true}, {"Title", "CEO", true, true}}) {
@@ -133,9 +118,7 @@ TEST(CCardFieldTest, CopyTakesTheOcrSuspectAnswerAndTheReadOnlyType) {
 }
 
 TEST(CCardFieldTest, MergeCategoriesAppendsOnlyNewOnesInTheirOrder) {
-  struct Case {
-    std::string current, incoming, merged;
-  };
+  struct Case { std::string current, incoming, merged; };
   for (const Case& c : std::vector<Case>{
       {"", "A", ", A"},  // the kept quirk of merging into an empty field
       {"", "", ""},
@@ -157,10 +140,7 @@ TEST(CCardFieldTest, MergeCategoriesAppendsOnlyNewOnesInTheirOrder) {
 }
 
 TEST(CCardFieldTest, ReadOnlyByTypeOrByName) {
-  struct Case {
-    std::string name;
-    bool madeReadOnly, readOnly;
-  };
+  struct Case { std::string name; bool madeReadOnly, readOnly; };
   for (const Case& c : std::vector<Case>{{"Modified Date", false, true}, {"Creation Date", false, true},
                                          {"Solvane Status", false, true}, {"Notes", false, false},
                                          {"Badge", true, true},          {"modified date", false, false}}) {

@@ -6,17 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "support/cards.h"
 #include "support/error_text.h"
 
 namespace ombrel {
 namespace {
 
-std::shared_ptr<CCard> Card(int32_t id, const std::string& name) {
-  auto card = std::make_shared<CCard>();
-  card->SetCardId(id);
-  card->SetData("Name", name, "", nullptr, 100, 100, false, false);
-  return card;
-}
+std::shared_ptr<CCard> Card(int32_t id, const std::string& name) { return MakeCard(id, {{"Name", name}}); }
 
 // Three cards: 30 "Ann", 10 "Bob", 20 "Cid", in that order.
 class CMemoryCardStoreTest : public ::testing::Test {
@@ -65,12 +61,7 @@ TEST_F(CMemoryCardStoreTest, DeleteCardKeepsTheRememberedImage) {
 
 TEST_F(CMemoryCardStoreTest, GetValueAnswersPlainFieldNamesOnly) {
   store_.GetCard(1)->SetData("Phone 1", "555", "Work", nullptr, 100, 100, false, false);
-  struct Case {
-    int32_t id;
-    std::string name;
-    Status status;
-    std::string value;
-  };
+  struct Case { int32_t id; std::string name; Status status; std::string value; };
   for (const Case& c : std::vector<Case>{{30, "Name", 0, "Ann"},
                                          {30, "Phone 1", 0, "555"},
                                          {30, "Title", 0, ""},
@@ -111,15 +102,12 @@ TEST_F(CMemoryCardStoreTest, PutValueReplacesTheTextAndResetsTheRest) {
 }
 
 TEST_F(CMemoryCardStoreTest, ImagesAreRememberedButNeverHandedBack) {
-  int32_t dib = -5;
-  EXPECT_EQ(store_.SetCardDIB(30, 1234), 0);
-  EXPECT_EQ(store_.SetCardDIB(30, 99), 0);
-  EXPECT_EQ(store_.RememberedFrontImage(30), 99);
-  EXPECT_EQ(store_.GetCardDIB(30, dib), 0);
-  EXPECT_EQ(dib, 0);
-  dib = -5;
-  EXPECT_EQ(store_.GetCardDIB(99, dib), 1);
-  EXPECT_EQ(dib, 0);
+  int32_t dib = -5, unknown = -5;
+  EXPECT_EQ(store_.SetCardDIB(30, 1234) + store_.SetCardDIB(30, 99) + store_.GetCardDIB(30, dib), 0);
+  EXPECT_EQ(std::to_string(store_.RememberedFrontImage(30)) + " " + std::to_string(dib), "99 0");
+  // An unknown card fails (answering no image), except for the back image, which no card has.
+  EXPECT_EQ(store_.GetCardDIB(99, unknown), 1);
+  EXPECT_EQ(unknown, 0);
   EXPECT_EQ(store_.SetCardDIB(99, 5), 1);
   EXPECT_EQ(store_.GetBackDIB(99, dib), 0);
 

@@ -1,41 +1,27 @@
-// ScanCardsInParts on the SQLite store, and BuildCard fed from its parts.
+// ScanCardsInParts on the SQLite store.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
+#include "support/scratch_dir.h"
 
 namespace ombrel {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using S = CSqliteCardStore;
-using Reader = std::function<std::string(int32_t id, const ICardValues& values)>;
 using Parts = std::vector<std::vector<std::string>>;  // per part, what was read of each card
 
 const std::vector<std::string> kStored = {"Name",           "First Name",        "Last Name", "Title",
                                           "Phone 1",        "Phone 1.Label",     "Email 2",   "Email 2.Label",
                                           "Name.Rectangle", "Email 2.Rectangle", "Nickname",  "Room.Confidence Levels"};
-
-// Names and last names agree on most cards, so that most of them build.
-std::string ValueOf(const std::string& name, int i) {
-  std::string k = std::to_string(i % 97);
-  if (name == "Name" || name == "Last Name") return (name == "Name" ? "Ann Lee" : "Lee") + k;
-  if (name.ends_with(".Rectangle")) return k + " 2 " + std::to_string(i % 97 + 40) + " 60";
-  if (name.ends_with(".Confidence Levels")) return k + " 90";
-  return name + " " + k;
-}
 
 // Also a suffix in another case, a valid name no card holds and a name that is none.
 std::string Dump(int32_t id, const ICardValues& values) {
@@ -47,16 +33,6 @@ std::string Dump(int32_t id, const ICardValues& values) {
 
 class PartScanTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ombrel-parts-" + std::to_string(::getpid()) + "-" +
-                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(dir_);
-    store_ = Fill((dir_ / "cards.db").string(), 3000);
-  }
-  void TearDown() override {
-    store_.reset();
-    fs::remove_all(dir_);
-  }
   static std::unique_ptr<S> Fill(const std::string& path, int cards) {
     auto store = S::Open(path, OpenMode::kOpenOrCreate, {5000, 0});
     EXPECT_EQ(store->DefineCustomFields({{"Nickname"}, {"Room"}}), 0);
@@ -64,30 +40,29 @@ class PartScanTest : public ::testing::Test {
     for (int i = 1; i <= cards; ++i) {
       CardValueList values;
       for (size_t n = 0; n < kStored.size(); ++n) {
-        if ((i * 7 + n * 3) % 5 != 0) values.emplace_back(kStored[n], ValueOf(kStored[n], i));
+        if ((i * 7 + n * 3) % 5 != 0) values.emplace_back(kStored[n], kStored[n] + " " + std::to_string(i % 97));
       }
       EXPECT_EQ(store->AddCard(i * 3, values), 0) << store->GetLastError();
     }
     EXPECT_EQ(store->CommitUpdate(), 0);
     return store;
   }
-  static std::vector<std::string> Scan(S& store, const Reader& read = Dump) {
+  static std::vector<std::string> Scan(S& store) {
     std::vector<std::string> all;
     EXPECT_EQ(store.ScanCards([&](int32_t id, const ICardValues& v) {
-      all.push_back(read(id, v));
+      all.push_back(Dump(id, v));
       return true;
     }),
               0);
     return all;
   }
   // Each part writes only its own list; part stopping answers false at its first card.
-  static Parts ScanInParts(S& store, int32_t parts, const Reader& read = Dump, int32_t stopping = -1,
-                           std::vector<int32_t> starts = {}) {
+  static Parts ScanInParts(S& store, int32_t parts, int32_t stopping = -1, std::vector<int32_t> starts = {}) {
     Parts got(parts);
     EXPECT_EQ(store.ScanCardsInParts(
                   parts,
                   [&](int32_t part, int32_t id, const ICardValues& v) {
-                    got.at(part).push_back(read(id, v));
+                    got.at(part).push_back(Dump(id, v));
                     return part != stopping;
                   },
                   starts),
@@ -101,8 +76,8 @@ class PartScanTest : public ::testing::Test {
     return all;
   }
 
-  fs::path dir_;
-  std::unique_ptr<S> store_;
+  ScratchDir dir_{"ombrel-parts"};
+  std::unique_ptr<S> store_ = Fill((dir_ / "cards.db").string(), 3000);
 };
 
 TEST_F(PartScanTest, PartsInOrderAreExactlyTheScan) {
@@ -130,14 +105,14 @@ TEST_F(PartScanTest, PartsBeginAtTheCardsAskedForWhenTheStoreHoldsThemInOrder) {
     for (const auto& p : parts) n.push_back(p.size());
     return n;
   };
-  Parts asked = ScanInParts(*store_, 3, Dump, -1, {300, 7500});  // the 100th and the 2,500th card
+  Parts asked = ScanInParts(*store_, 3, -1, {300, 7500});  // the 100th and the 2,500th card
   EXPECT_EQ(Joined(asked), whole);
   EXPECT_EQ(sizes(asked), (std::vector<size_t>{99, 2400, 501}));
   EXPECT_EQ(asked[1][0].substr(0, 4), "300|");
 
   // Out of order, unknown, the first card (no part before it), or too few: equal stretches.
   for (std::vector<int32_t> starts : std::vector<std::vector<int32_t>>{{7500, 300}, {301, 7500}, {3, 7500}, {300}}) {
-    Parts even = ScanInParts(*store_, 3, Dump, -1, starts);
+    Parts even = ScanInParts(*store_, 3, -1, starts);
     EXPECT_EQ(Joined(even), whole);
     EXPECT_EQ(sizes(even), (std::vector<size_t>{1000, 1000, 1000})) << starts[0];
   }
@@ -158,7 +133,7 @@ TEST_F(PartScanTest, OnePartOnTheStoresConnectionWhenOthersCouldNotSeeTheCards) 
 TEST_F(PartScanTest, AnsweringFalseEndsThatPartOnly) {
   const Parts all = ScanInParts(*store_, 2);
   for (int32_t stopping : {0, 1}) {
-    Parts got = ScanInParts(*store_, 2, Dump, stopping);
+    Parts got = ScanInParts(*store_, 2, stopping);
     EXPECT_EQ(got[stopping], std::vector<std::string>{all[stopping][0]});
     EXPECT_EQ(got[1 - stopping], all[1 - stopping]);
   }
@@ -191,34 +166,10 @@ TEST_F(PartScanTest, AVisitorsExceptionReachesTheCallerFromTheLowestPartThatThre
 }
 
 TEST_F(PartScanTest, AStoreFailureInAPartIsTheCallsStatus) {
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open((dir_ / "cards.db").c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, "UPDATE cards SET vals = x'630141' WHERE id = 8994", nullptr, nullptr, nullptr), 0);
-  sqlite3_close(db);
+  RunSql(dir_ / "cards.db", "UPDATE cards SET vals = x'630141' WHERE id = 8994");
   EXPECT_EQ(store_->ScanCardsInParts(2, [](int32_t, int32_t, const ICardValues&) { return true; }),
             S::kStatusDatabase);
   EXPECT_EQ(store_->GetLastError(), "ScanCardsInParts: card 8994 holds unknown value code 99");
-}
-
-// The search builds cards on every part's thread with one manager; here the
-// custom-field text changes from card to card too (one of them malformed).
-TEST_F(PartScanTest, BuildCardOnEveryPartGivesTheCardsOfASequentialRead) {
-  const std::string texts[] = {"Nickname\tTEXT\tVISIBLE\tREADWRITE\r\nRoom\tTEXT\tVISIBLE\tREADONLY",
-                               "Room\tTEXT\tVISIBLE\tREADWRITE", "Nickname\tTEXT"};
-  CCardStoreMgr mgr;
-  auto build = [&](int32_t id, const ICardValues& values) -> std::string {
-    try {
-      auto card = mgr.BuildCard(id, texts[id / 3 % 3],
-                                [&](std::string_view name, std::string& value) { value = values.Get(name); });
-      return card->ToStr() + card->GetLastName();
-    } catch (const Error& e) {
-      return "error " + e.Description();
-    }
-  };
-  const auto sequential = Scan(*store_, build);
-  EXPECT_EQ(Joined(ScanInParts(*store_, 2, build)), sequential);
-  EXPECT_THAT(sequential[1], HasSubstr("List index out of range"));
-  EXPECT_THAT(sequential[2], HasSubstr("FIELD:Nickname TEXT:Nickname 3"));
 }
 
 }  // namespace

@@ -6,9 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "ombrel/cards/ccard.h"
-#include "ombrel/dupes/cdupeset.h"
-#include "ombrel/foundation/error.h"
+#include "support/cards.h"
 #include "support/error_text.h"
 
 namespace ombrel {
@@ -25,20 +23,9 @@ template struct ExposeMatch<&CDupeSet::DoSemanticallyMatchExtraFields>;
 
 namespace {
 
-struct Value { std::string field, text, label; };
-
-std::shared_ptr<CCard> Card(int32_t id, const std::vector<Value>& values) {
-  auto card = std::make_shared<CCard>();
-  card->SetCardId(id);
-  for (const Value& v : values) card->SetData(v.field, v.text, v.label, nullptr, 100, 100, false, false);
-  return card;
-}
-
+std::shared_ptr<CCard> Card(int32_t id, const std::vector<FieldValue>& values) { return MakeCard(id, values); }
 std::shared_ptr<CDupeSet> SetOf(const std::vector<std::shared_ptr<CCard>>& cards) {
-  auto set = std::make_shared<CDupeSet>();
-  set->Init(cards.front(), CONFLICT_DUPE);
-  for (size_t i = 1; i < cards.size(); ++i) set->AddDupe(cards[i]);
-  return set;
+  return ombrel::SetOf(CONFLICT_DUPE, cards);
 }
 
 // Every phone, fax and e-mail field holding a text or label: "1: Phone 1=555 [Work];".
@@ -66,10 +53,7 @@ std::string Matched(const std::vector<std::shared_ptr<CCard>>& cards) {
 }
 
 TEST(ExtraFieldMatchingTest, LabelsAreSharedAcrossTheSet) {
-  struct Case {
-    std::vector<std::shared_ptr<CCard>> cards;
-    std::string expected;
-  };
+  struct Case { std::vector<std::shared_ptr<CCard>> cards; std::string expected; };
   const std::vector<Case> cases = {
       // A known value takes its label (compared loosely); the first card that labels it decides.
       {{Card(1, {{"Phone 1", "555-0001", "Work"}, {"Phone 2", "555-0002", "Home"}, {"Email 1", "Ann@X.com", "Office"}}),

@@ -6,12 +6,29 @@
 
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
+#include "ombrel/cardstore/sqlite_card_store.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/cstring.h"
 #include "ombrel/foundation/error.h"
 #include "ombrel/foundation/messages.h"
+#include "support/fake_card_store.h"
+#include "support/scratch_dir.h"
 
 namespace ombrel {
+
+std::shared_ptr<ICardStore> InSqlite(const FakeCardStore& fake, const std::string& path) {
+  std::shared_ptr<CSqliteCardStore> sqlite = CSqliteCardStore::Open(path);
+  const StoredImage png{"png", PngBytes()};
+  EXPECT_EQ(sqlite->BeginUpdate(), 0);
+  for (int32_t id : fake.CardOrder()) {
+    const FakeCardStore::Values& v = fake.ValuesOf(id);
+    EXPECT_EQ(sqlite->AddCard(id, CardValueList(v.begin(), v.end()), fake.frontDib.count(id) ? &png : nullptr), 0)
+        << sqlite->GetLastError();
+  }
+  EXPECT_EQ(sqlite->CommitUpdate(), 0);
+  return sqlite;
+}
+
 namespace model {
 
 namespace {
@@ -150,35 +167,5 @@ std::string DumpSets(const Sets& sets) {
 }
 
 }  // namespace model
-
-namespace {
-
-// One card's values, read through the store's own GetValue.
-class StoreValues final : public ICardValues {
- public:
-  StoreValues(ICardStore& store, int32_t id) : store_(store), id_(id) {}
-  std::string Get(std::string_view name) const override {
-    std::string value;
-    if (store_.GetValue(id_, std::string(name), value) != 0) value.clear();
-    return value;
-  }
-
- private:
-  ICardStore& store_;
-  int32_t id_;
-};
-
-}  // namespace
-
-Status ScanningStore::ScanCards(const std::function<bool(int32_t cardId, const ICardValues& values)>& visit) {
-  ++scans;
-  int32_t count = 0;
-  if (Status s = inner_->GetNumberOfCards(count); s != 0) return s;
-  for (int32_t i = 0, id = 0; i < count; ++i) {
-    if (Status s = inner_->GetCardID(i, id); s != 0) return s;
-    if (!visit(id, StoreValues(*inner_, id))) break;
-  }
-  return 0;
-}
 
 }  // namespace ombrel

@@ -8,17 +8,19 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "ombrel/cardstore/icardstore.h"
 
 namespace ombrel {
 
 class CCard;
 class CDupeSet;
+class FakeCardStore;
+class ICardStore;
+
+// The cards of a fake store in a new SQLite file at path, front images included.
+std::shared_ptr<ICardStore> InSqlite(const FakeCardStore& fake, const std::string& path);
 
 namespace model {
 
@@ -40,46 +42,5 @@ Sets FindDupes(int32_t dupeType, Cards cards);
 std::string DumpSets(const Sets& sets);
 
 }  // namespace model
-
-// Serves another store's cards through the scan fast path (and every other
-// member by forwarding), so the same data can be searched both ways.
-class ScanningStore final : public ICardStore {
- public:
-  explicit ScanningStore(std::shared_ptr<ICardStore> inner) : inner_(std::move(inner)) {}
-
-  int scans = 0;
-
-  Status Connect() override { return inner_->Connect(); }
-  Status Disconnect() override { return inner_->Disconnect(); }
-  Status GetNumberOfCards(int32_t& n) override { return inner_->GetNumberOfCards(n); }
-  Status GetCardID(int32_t index, int32_t& id) override { return inner_->GetCardID(index, id); }
-  Status GetCardDIB(int32_t id, int32_t& dib) override { return inner_->GetCardDIB(id, dib); }
-  Status GetLabels(const std::string& type, std::string& labels) override { return inner_->GetLabels(type, labels); }
-  Status GetCustomFields(std::string& fields) override { return inner_->GetCustomFields(fields); }
-  Status GetValue(int32_t id, const std::string& name, std::string& value) override {
-    return inner_->GetValue(id, name, value);
-  }
-  Status PutValue(int32_t id, const std::string& name, const std::string& value) override {
-    return inner_->PutValue(id, name, value);
-  }
-  Status DeleteCard(int32_t id) override { return inner_->DeleteCard(id); }
-  Status BeginUpdate() override { return inner_->BeginUpdate(); }
-  Status CommitUpdate() override { return inner_->CommitUpdate(); }
-  Status AbortUpdate() override { return inner_->AbortUpdate(); }
-  Status GetCapabilities(int32_t& caps) override { return inner_->GetCapabilities(caps); }
-  std::string GetLastError() override { return inner_->GetLastError(); }
-  Status CardExists(int32_t id, bool& answer) override { return inner_->CardExists(id, answer); }
-  Status GetBackDIB(int32_t id, int32_t& dib) override { return inner_->GetBackDIB(id, dib); }
-  Status SetCardDIB(int32_t id, int32_t dib) override { return inner_->SetCardDIB(id, dib); }
-  Status SetBackDIB(int32_t id, int32_t dib) override { return inner_->SetBackDIB(id, dib); }
-  Status HasFrontImage(int32_t id, bool& answer) override { return inner_->HasFrontImage(id, answer); }
-  Status HasBackImage(int32_t id, bool& answer) override { return inner_->HasBackImage(id, answer); }
-  Status GetCategories(std::string& categories) override { return inner_->GetCategories(categories); }
-  bool OffersScan() const override { return true; }
-  Status ScanCards(const std::function<bool(int32_t cardId, const ICardValues& values)>& visit) override;
-
- private:
-  std::shared_ptr<ICardStore> inner_;
-};
 
 }  // namespace ombrel

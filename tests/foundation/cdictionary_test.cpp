@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <string>
 
 #include "support/error_text.h"
@@ -34,15 +33,6 @@ TEST(CDictionaryTest, MergeAddsOnlyMissingItemsInTheirOrder) {
   EXPECT_EQ(a.GetNumItems(), 4);
   empty.Merge(b);
   EXPECT_EQ(empty.ToStr(), "z\r\ny\r\nw");
-}
-
-TEST(CLongTest, TextAndIndependentClone) {
-  for (int32_t v : {0, -42, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()}) {
-    CLong n(v);
-    auto copy = n.Clone();
-    copy->SetValue(v ^ 1);
-    EXPECT_EQ(n.ToStr() + " " + std::to_string(n.Value()), std::to_string(v) + " " + std::to_string(v));
-  }
 }
 
 }  // namespace

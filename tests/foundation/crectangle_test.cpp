@@ -13,10 +13,7 @@ namespace {
 
 TEST(CRectangleTest, TextFormAndParseStrAreInverse) {
   constexpr int32_t kMax = std::numeric_limits<int32_t>::max(), kMin = std::numeric_limits<int32_t>::min();
-  struct Case {
-    CRectangle r;
-    std::string text;
-  };
+  struct Case { CRectangle r; std::string text; };
   for (const Case& c : {Case{CRectangle(10, 20, 300, 40), "T:10,L:20,W:300,H:40"},
                         Case{CRectangle(-5, -1200, 0, 1), "T:-5,L:-1200,W:0,H:1"},
                         Case{CRectangle(kMin, kMax, kMax, 0), "T:-2147483648,L:2147483647,W:2147483647,H:0"}}) {
@@ -46,11 +43,7 @@ TEST(CRectangleTest, FailuresNameTheInputAndKeepTheValue) {
 
 TEST(CRectangleTest, IntersectionAndContainment) {
   const CRectangle base(10, 10, 100, 50);  // x 10..110, y 10..60
-  struct Case {
-    CRectangle other;
-    std::string overlap;
-    bool inside;
-  };
+  struct Case { CRectangle other; std::string overlap; bool inside; };
   for (const Case& c : {Case{CRectangle(30, 50, 100, 100), "T:30,L:50,W:60,H:30", false},
                         Case{CRectangle(-5, -5, 20, 20), "T:10,L:10,W:5,H:5", false},
                         Case{base, "T:10,L:10,W:100,H:50", true},

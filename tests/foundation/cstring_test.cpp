@@ -23,11 +23,7 @@ const Transform kUpper = [](CString& s) -> CString& { return s.ToUpper(); };
 
 // Every transforming operation changes the value in place and hands back the same object.
 TEST(CStringTest, TransformsInPlace) {
-  struct Case {
-    std::string input;
-    Transform op;
-    std::string expected;
-  };
+  struct Case { std::string input; Transform op; std::string expected; };
   for (const Case& c : std::vector<Case>{
       {"a\r\nb\rc", kSingleLine, "a b c"},
       {"a\n\rb", kSingleLine, "a  b"},  // LF CR is not a pair
@@ -94,11 +90,7 @@ TEST(CStringTest, SearchesAndTheirMisuseTexts) {
 }
 
 TEST(CStringTest, NumbersArePlainDecimalText) {
-  struct Case {
-    std::string text;
-    int32_t asLong;
-    double asDouble;
-  };
+  struct Case { std::string text; int32_t asLong; double asDouble; };
   for (const Case& c : {Case{" -7 ", -7, -7}, Case{"+3", 3, 3}, Case{"007", 7, 7}, Case{"2.5", 2, 2.5},
                         Case{"3.5", 4, 3.5}, Case{"-2.5", -2, -2.5}, Case{".5", 0, 0.5}, Case{"1e3", 1000, 1000},
                         Case{"\t1E-3\t", 0, 0.001}, Case{"2147483647", 2147483647, 2147483647.0},

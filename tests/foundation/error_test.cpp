@@ -9,20 +9,6 @@
 namespace ombrel {
 namespace {
 
-TEST(TrapTest, RaisesTheComponentErrorOnlyWhenFailed) {
-  EXPECT_NO_THROW(Trap(false, ""));
-  for (const std::string message : {"HashTable does not contain key: x", "", "a\r\nb"}) {
-    try {
-      Trap(true, message);
-      ADD_FAILURE() << "no error for " << message;
-    } catch (const Error& e) {
-      EXPECT_EQ(static_cast<uint32_t>(e.Number()), 0x800403E8u);
-      EXPECT_EQ(e.Source() + "|" + e.Description() + "|" + e.what(),
-                "TRAP|" + (message.empty() ? "TRAP error" : message) + "|" + e.Description());
-    }
-  }
-}
-
 TEST(TrapTest, CheckedArithmeticOverflowsOnlyOutside32Bits) {
   constexpr int32_t kMax = std::numeric_limits<int32_t>::max(), kMin = std::numeric_limits<int32_t>::min();
   EXPECT_EQ(CheckedAdd(kMax - 1, 1), kMax);

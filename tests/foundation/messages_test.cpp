@@ -2,14 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
-#include <unistd.h>
 #include <string>
 #include <vector>
 
 #include "ombrel/foundation/error.h"
+#include "support/scratch_dir.h"
 
 namespace ombrel {
 namespace {
@@ -40,13 +39,11 @@ class MessagesTest : public ::testing::Test {
     ResourceReader() = savedReader_;
     AppName() = savedAppName_;
     SetPrompt(nullptr);
-    for (const auto& path : files_) std::filesystem::remove(path);
   }
   std::string WriteFile(const std::string& content) {
-    files_.push_back(std::filesystem::temp_directory_path() /
-                     ("ombrel_messages_test_" + std::to_string(getpid()) + "_" + std::to_string(files_.size())));
-    std::ofstream(files_.back(), std::ios::binary) << content;
-    return files_.back().string();
+    const auto path = dir_ / ("texts" + std::to_string(++files_));
+    std::ofstream(path, std::ios::binary) << content;
+    return path.string();
   }
   void UseResources(const std::string& content) {
     ResourceReader() = std::make_shared<CResourceReader>();
@@ -58,7 +55,8 @@ class MessagesTest : public ::testing::Test {
  private:
   std::shared_ptr<CResourceReader> savedReader_;
   std::string savedAppName_;
-  std::vector<std::filesystem::path> files_;
+  ScratchDir dir_{"ombrel-messages"};
+  int files_ = 0;
 };
 
 TEST_F(MessagesTest, ReaderLoadsNumberedLinesAndRefusesMalformedFiles) {
@@ -78,11 +76,7 @@ TEST_F(MessagesTest, ReaderLoadsNumberedLinesAndRefusesMalformedFiles) {
 
 TEST_F(MessagesTest, GetResStringExpandsEscapesAndAppliesPairsInOrder) {
   UseResources("1\tOne\\nTwo\\tthree\n2\tFound %1 sets in %2 cards\n3\t%1 and %2\n4\t%1%1\n");
-  struct Case {
-    int32_t id;
-    std::vector<std::string> subs;
-    std::string expected;
-  };
+  struct Case { int32_t id; std::vector<std::string> subs; std::string expected; };
   for (const Case& c : std::vector<Case>{
            {1, {}, "One\r\nTwo\tthree"},
            {2, {"%1", "3", "%2", "12"}, "Found 3 sets in 12 cards"},
@@ -130,11 +124,7 @@ TEST_F(MessagesTest, ReportErrorShowsThePendingErrorOnly) {
 }
 
 TEST(ValueUtilitiesTest, SortLongsSortsOnlyTheGivenRange) {
-  struct Case {
-    std::vector<int32_t> values;
-    int32_t first, last;
-    std::vector<int32_t> expected;
-  };
+  struct Case { std::vector<int32_t> values; int32_t first, last; std::vector<int32_t> expected; };
   for (Case c : std::vector<Case>{{{5, 3, 9, 1, 7}, 0, 4, {1, 3, 5, 7, 9}},
                                   {{5, 3, 9, 1, 7}, 1, 3, {5, 1, 3, 9, 7}},
                                   {{4, 4, -2, 4, -2}, 0, 4, {-2, -2, 4, 4, 4}},

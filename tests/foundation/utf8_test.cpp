@@ -11,10 +11,7 @@ namespace {
 
 TEST(Utf8Test, CountCodePointsCountsCharactersAcrossAsciiRuns) {
   const std::string run = "abcdefgh";  // one word
-  struct Case {
-    std::string text;
-    size_t characters;
-  };
+  struct Case { std::string text; size_t characters; };
   const Case cases[] = {
       {"", 0},
       {"abc", 3},

@@ -26,16 +26,13 @@ CEditDistance Made(int32_t e, int32_t m, int32_t i, int32_t d, std::shared_ptr<C
 
 const std::string kNotCalculated = "Edit operations have not been calculated";
 
+// Where several alignments are minimal, the one chosen is fixed (the random
+// test below checks minimality and validity); an earlier result never leaks in.
 TEST(CEditDistanceTest, CalculateStrGivesCountsAndOperationsWithItsTieRules) {
-  struct Case {
-    std::string s1, s2, text, ops;
-  };
+  struct Case { std::string s1, s2, text, ops; };
   for (const Case& c : std::vector<Case>{
-           {"", "", "E:0, M:0, I:0, D:0", ""},
            {"", "abc", "E:3, M:0, I:3, D:0", "III"},
            {"abc", "", "E:3, M:0, I:0, D:3", "DDD"},
-           {"abc", "abd", "E:1, M:1, I:0, D:0", "..M"},
-           {"ab", "abc", "E:1, M:0, I:1, D:0", "..I"},
            {"ab", "ba", "E:2, M:2, I:0, D:0", "MM"},      // the diagonal wins every tie
            {"aba", "bab", "E:2, M:0, I:1, D:1", "I..D"},  // a deletion wins a tie against an insertion
            {"kitten", "sitting", "E:3, M:2, I:1, D:0", "M...M.I"},
@@ -119,19 +116,13 @@ TEST(CEditDistanceTest, InitializeChecksTheCountsInOrderWithExactMessages) {
 
 TEST(CEditDistanceTest, ParseStrReadsTheTextFormAndWrapsAnyError) {
   auto ops = Ops("..MII");
-  CEditDistance ed = Made(3, 1, 2, 0, ops);
-  EXPECT_EQ(ed.ToStr(), "E:3, M:1, I:2, D:0");
-  CEditDistance parsed;
+  CEditDistance ed = Made(3, 1, 2, 0, ops), parsed;
   parsed.ParseStr(CString("E:12, M:10, I:0, D:2"));
   EXPECT_EQ(parsed.ToStr(), "E:12, M:10, I:0, D:2");
-  parsed.ParseStr(CString(ed.ToStr()));
-  EXPECT_TRUE(parsed.Equals(ed));
   ed.ParseStr(CString("E:3, M:1, I:2, D:0"));
   EXPECT_EQ(ed.GetOperations(), ops);  // kept as it was, and still checked against
   EXPECT_THROW(ed.ParseStr(CString("E:2, M:2, I:0, D:0")), Error);
-  struct Case {
-    std::string text, inner;
-  };
+  struct Case { std::string text, inner; };
   for (const Case& c : std::vector<Case>{
            {"E:3, M:1, I:1, D:0", "CEditDistance check failed: Edits <> Modify + Insert + Delete\r\nE:3, M:1, I:1, D:0"},
            {"E:x, M:1, I:1, D:0", "Cannot convert string: x to number"},
@@ -150,7 +141,6 @@ TEST(CEditDistanceTest, AddAndSubtractCheckTheOperandAndOverflow) {
   auto ops = Ops(".MD");
   CEditDistance ed = Made(2, 1, 0, 1, ops);
   EXPECT_EQ(ed.Clone()->GetOperations(), ops);
-  EXPECT_TRUE(ed.Clone()->Equals(Made(2, 1, 0, 1)));
   EXPECT_FALSE(ed.Equals(Made(2, 1, 1, 0)));
   ed.Add(Made(3, 2, 1, 0, Ops("MMI")));
   EXPECT_EQ(ed.ToStr(), "E:5, M:3, I:1, D:1");
@@ -182,9 +172,7 @@ TEST(CStringEditDistanceTest, EqualTextsDifferBetweenCharAndWordDistance) {
 }
 
 TEST(CStringEditDistanceTest, WordDistanceComparesTokens) {
-  struct Case {
-    std::string a, b, text, ops;
-  };
+  struct Case { std::string a, b, text, ops; };
   for (const Case& c : std::vector<Case>{
            {"John  Smith", "John Smith", "E:0, M:0, I:0, D:0", ".."},
            {"John\tSmith\r\n", " John Smith", "E:0, M:0, I:0, D:0", ".."},

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -14,15 +13,13 @@
 #include <string>
 #include <vector>
 
+#include "support/scratch_dir.h"
+
 namespace ombrel::clitest {
 
 namespace fs = std::filesystem;
 
-struct RunResult {
-  int code = -1;
-  std::string out;
-  std::string err;
-};
+struct RunResult { int code = -1; std::string out; std::string err; };
 
 inline std::string Slurp(const fs::path& p) {
   std::ifstream in(p, std::ios::binary);
@@ -40,15 +37,7 @@ inline std::string Quote(const std::string& s) {
 
 class CommandTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = fs::temp_directory_path() /
-           ("ombrel-cli-" + std::to_string(::getpid()) + "-" + info->test_suite_name() + "-" + info->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    ASSERT_TRUE(fs::exists(Binary())) << "build the ombrel target first: " << Binary();
-  }
-  void TearDown() override { fs::remove_all(dir_); }
+  void SetUp() override { ASSERT_TRUE(fs::exists(Binary())) << "build the ombrel target first: " << Binary(); }
 
   static std::string Binary() { return std::string(OMBREL_BINARY_DIR) + "/src/cli/ombrel"; }
 
@@ -63,7 +52,7 @@ class CommandTest : public ::testing::Test {
 
   std::string Path(const std::string& name) const { return (dir_ / name).string(); }
 
-  fs::path dir_;
+  ScratchDir dir_{"ombrel-cli"};
 };
 
 }  // namespace ombrel::clitest

@@ -16,12 +16,14 @@
 //
 // Cards may share one value map (AddSharedCard), so a large store costs
 // little memory; writing a value copies the map first. Every call is logged
-// as "Member arg1 arg2" in calls.
+// as "Member arg1 arg2" in calls. With offersScan it serves ScanCards too,
+// reading each value through GetValue, so the same data can be searched both ways.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -61,6 +63,8 @@ class FakeCardStore final : public ICardStore {
   bool inUpdate = false;
   std::vector<std::string> calls;
   bool logCalls = true;  // benchmarks turn the log off
+  bool offersScan = false;
+  int scans = 0;
 
   void AddCard(int32_t id, Values values = {}) { AddSharedCard(id, std::make_shared<Values>(std::move(values))); }
   void AddSharedCard(int32_t id, std::shared_ptr<Values> values) {
@@ -73,6 +77,7 @@ class FakeCardStore final : public ICardStore {
     (*values)[name] = value;
   }
   bool HasCard(int32_t id) const { return cards_.count(id) != 0; }
+  const Values& ValuesOf(int32_t id) const { return *cards_.at(id); }
   std::optional<std::string> FindValue(int32_t id, const std::string& name) const {
     auto card = cards_.find(id);
     if (card == cards_.end() || !card->second->count(name)) return std::nullopt;
@@ -157,6 +162,23 @@ class FakeCardStore final : public ICardStore {
   std::string GetLastError() override {
     Enter("GetLastError", {}, nullptr);
     return lastError;
+  }
+  bool OffersScan() const override { return offersScan; }
+  Status ScanCards(const std::function<bool(int32_t cardId, const ICardValues& values)>& visit) override {
+    ++scans;
+    struct Read final : ICardValues {
+      Read(FakeCardStore& s, int32_t i) : store(s), id(i) {}
+      std::string Get(std::string_view name) const override {
+        std::string value;
+        if (store.GetValue(id, std::string(name), value) != 0) value.clear();
+        return value;
+      }
+      FakeCardStore& store;
+      int32_t id;
+    };
+    for (int32_t id : std::vector<int32_t>(order_))
+      if (!visit(id, Read(*this, id))) break;
+    return successStatus;
   }
 
  private:
