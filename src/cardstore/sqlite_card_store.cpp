@@ -220,28 +220,6 @@ size_t NameHash(std::string_view name) {
   return static_cast<size_t>(h >> 32);
 }
 
-// Whether n bytes at a and b are equal; value names are short, so most are
-// compared with two overlapping word loads each instead of a call.
-bool SameBytes(const char* a, const char* b, size_t n) {
-  if (n >= 8 && n <= 16) {
-    uint64_t a1, a2, b1, b2;
-    std::memcpy(&a1, a, 8);
-    std::memcpy(&b1, b, 8);
-    std::memcpy(&a2, a + n - 8, 8);
-    std::memcpy(&b2, b + n - 8, 8);
-    return ((a1 ^ b1) | (a2 ^ b2)) == 0;
-  }
-  if (n >= 4 && n < 8) {
-    uint32_t a1, a2, b1, b2;
-    std::memcpy(&a1, a, 4);
-    std::memcpy(&b1, b, 4);
-    std::memcpy(&a2, a + n - 4, 4);
-    std::memcpy(&b2, b + n - 4, 4);
-    return ((a1 ^ b1) | (a2 ^ b2)) == 0;
-  }
-  return std::memcmp(a, b, n) == 0;
-}
-
 }  // namespace
 
 bool sqlite_store::ResolvedNames::Find(std::string_view name, int32_t& index, size_t& slot) const {
@@ -251,7 +229,7 @@ bool sqlite_store::ResolvedNames::Find(std::string_view name, int32_t& index, si
   const auto tag = static_cast<uint32_t>(h);
   for (slot = h & mask; slots_[slot].length != kUnused; slot = (slot + 1) & mask) {
     const Slot& s = slots_[slot];
-    if (s.hash == tag && s.length == name.size() && SameBytes(names_.data() + s.offset, name.data(), name.size())) {
+    if (s.hash == tag && std::string_view(names_).substr(s.offset, s.length) == name) {
       index = s.index;
       return true;
     }

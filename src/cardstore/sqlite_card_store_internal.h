@@ -371,7 +371,6 @@ class ViewedValues : public ICardValues {
   void ReadPrepared(size_t k, std::string& value) const final { value.assign(Card().Find(prepared_[k])); }
 
  protected:
-  virtual std::string_view Find(std::string_view name) const = 0;
   // The canonical index of a name, kUnknownName when it is none.
   virtual int32_t Resolve(std::string_view name) const = 0;
   // Changes whenever a name may come to mean something else.
@@ -379,6 +378,8 @@ class ViewedValues : public ICardValues {
   virtual const DecodedCard& Card() const = 0;
 
  private:
+  std::string_view Find(std::string_view name) const { return Card().Find(Resolve(name)); }
+
   mutable std::vector<int32_t> prepared_;
   mutable uint64_t ticket_ = 0;
   mutable uint64_t generation_ = 0;
@@ -393,7 +394,6 @@ class ScanValues : public ViewedValues {
   DecodedCard card;
 
  private:
-  std::string_view Find(std::string_view name) const override { return card.Find(Resolve(name)); }
   int32_t Resolve(std::string_view name) const override {
     try {
       return store_.Resolve(name);

@@ -40,7 +40,6 @@ class PartValues final : public ViewedValues {
   DecodedCard card;
 
  private:
-  std::string_view Find(std::string_view name) const override { return card.Find(Resolve(name)); }
   int32_t Resolve(std::string_view name) const override {
     int32_t index = kUnknownName;
     size_t slot = 0;
