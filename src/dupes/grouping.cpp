@@ -64,10 +64,59 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   facts.rawEmail = &raw;
   facts.rawEmailHash = KeyTable::Hash(raw);
   facts.email.clear();
+  facts.emailIsRaw = false;
   facts.emailHash = 0;
-  if (!raw.empty()) {
-    facts.email = CString::LowerText(CString::TrimText(raw));
-    if (!facts.email.empty()) facts.emailHash = KeyTable::Hash(facts.email);
+  if (raw.empty()) return;
+  auto plain = [](char c) { return static_cast<unsigned char>(c) < 0x80 && !(c >= 'A' && c <= 'Z'); };
+  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  if (!blank(raw.front()) && !blank(raw.back()) && std::all_of(raw.begin(), raw.end(), plain)) {
+    facts.emailIsRaw = true;
+    facts.emailHash = facts.rawEmailHash;
+    return;
+  }
+  facts.email = CString::LowerText(CString::TrimText(raw));
+  if (!facts.email.empty()) facts.emailHash = KeyTable::Hash(facts.email);
+}
+
+namespace {
+
+// Numbers texts of one kind in a table of their own; the numbers only say
+// which texts are equal.
+template <class Text, class Hash>
+void Number(std::span<CardFacts> facts, int32_t CardFacts::*member, Text text, Hash hash) {
+  KeyTable table(facts.size());
+  for (size_t k = 0; k < facts.size(); ++k) {
+    std::string_view key = text(k);
+    facts[k].*member = key.empty() ? 0 : table.Intern(key, hash(k), static_cast<int32_t>(table.Size()) + 1);
+  }
+}
+
+}  // namespace
+
+void NumberNamesAndTags(std::span<CardFacts> facts, std::span<const std::shared_ptr<CCard>> cards,
+                        std::span<const std::string_view> tags) {
+  Number(facts, &CardFacts::lastId, [&](size_t k) -> std::string_view { return cards[k]->GetLastName(); },
+         [&](size_t k) { return facts[k].lastHash; });
+  auto tag = [&](size_t k) { return tags[k] == "," ? std::string_view() : tags[k]; };
+  Number(facts, &CardFacts::tagId, tag, [&](size_t k) { return KeyTable::Hash(tag(k)); });
+  for (CardFacts& f : facts) f.numbered = true;
+}
+
+void NumberEmails(std::span<CardFacts> facts) {
+  Number(facts, &CardFacts::rawEmailId, [&](size_t k) -> std::string_view { return *facts[k].rawEmail; },
+         [&](size_t k) { return facts[k].rawEmailHash; });
+  Number(facts, &CardFacts::emailId, [&](size_t k) { return facts[k].Email(); },
+         [&](size_t k) { return facts[k].emailHash; });
+}
+
+void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<const std::shared_ptr<CCard>> cards) {
+  for (size_t k = 0; k < facts.size(); ++k) {
+    try {
+      const int32_t id = facts[k].id != 0 ? facts[k].id : cards[k]->GetCardID();
+      facts[k].frontImage = mgr.HasFrontImage(id) ? 1 : 0;
+    } catch (...) {
+      facts[k].frontImageError = std::current_exception();
+    }
   }
 }
 
@@ -123,43 +172,35 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       if (error) std::rethrow_exception(error);
   }
 
-  // Each text is numbered in a table of its own kind; the numbers only say
-  // which texts are equal, so two threads can fill two tables each.
-  auto number = [&](int32_t Profile::*member, auto text, auto hash) {
-    KeyTable table(n);
-    for (size_t p = 0; p < n; ++p) {
-      std::string_view key = text(p);
-      profiles_[p].*member = key.empty() ? 0 : table.Intern(key, hash(p), static_cast<int32_t>(table.Size()) + 1);
+  if (!given || !facts.front().numbered) {
+    std::vector<std::string_view> tags(n);
+    for (size_t p = 0; p < n; ++p) tags[p] = cards_[p]->tag;
+    if (threads) {
+      std::thread helper([&] { NumberEmails(facts); });
+      NumberNamesAndTags(facts, cards_, tags);
+      helper.join();
+    } else {
+      NumberNamesAndTags(facts, cards_, tags);
+      NumberEmails(facts);
     }
-  };
-  auto namesAndTags = [&] {
-    number(&Profile::last, [&](size_t p) -> std::string_view { return cards_[p]->GetLastName(); },
-           [&](size_t p) { return facts[p].lastHash; });
-    number(&Profile::tag, [&](size_t p) -> std::string_view { return cards_[p]->tag; },
-           [&](size_t p) { return KeyTable::Hash(cards_[p]->tag); });
-  };
-  auto emails = [&] {
-    number(&Profile::rawEmail, [&](size_t p) -> std::string_view { return *facts[p].rawEmail; },
-           [&](size_t p) { return facts[p].rawEmailHash; });
-    number(&Profile::email, [&](size_t p) -> std::string_view { return facts[p].email; },
-           [&](size_t p) { return facts[p].emailHash; });
-  };
-  if (threads) {
-    std::thread helper(emails);
-    namesAndTags();
-    helper.join();
-  } else {
-    namesAndTags();
-    emails();
   }
   const bool layoutKnown = !referenceNames_.empty();
   for (size_t p = 0; p < n; ++p) {
     Profile& profile = profiles_[p];
     const CardFacts& f = facts[p];
+    profile.last = f.lastId;
+    profile.tag = f.tagId;
+    profile.rawEmail = f.rawEmailId;
+    profile.email = f.emailId;
     profile.aligned = layoutKnown && f.namedAsKeys;
     profile.filled = f.filled;
     profile.textLength = f.textLength;
     profile.id = f.id;
+    profile.frontImage = f.frontImage;
+    if (f.frontImageError) {
+      frontImageErrors_.resize(n);
+      frontImageErrors_[p] = f.frontImageError;
+    }
   }
 }
 
@@ -177,6 +218,8 @@ bool SortedSuspects::HasReferenceLayout(const CCard& card) const {
 bool SortedSuspects::HasFrontImage(CCardStoreMgr& mgr, int32_t p) {
   // The store does not change while the search runs: one answer per card.
   Profile& profile = profiles_[static_cast<size_t>(p)];
+  if (!frontImageErrors_.empty() && frontImageErrors_[static_cast<size_t>(p)])
+    std::rethrow_exception(frontImageErrors_[static_cast<size_t>(p)]);
   if (profile.frontImage < 0) profile.frontImage = mgr.HasFrontImage(CardId(p)) ? 1 : 0;
   return profile.frontImage == 1;
 }
@@ -208,16 +251,22 @@ void SortedSuspects::PrepareForThreads() {
   threaded_ = true;
 }
 
-const std::vector<int32_t>& SortedSuspects::SameRawEmail(int32_t p) {
+std::span<const int32_t> SortedSuspects::SameRawEmail(int32_t p) {
   if (!emailIndexBuilt_) {
-    for (int32_t q = 0; q < Size(); ++q) {
-      auto id = static_cast<size_t>(RawEmailId(q));
-      if (byRawEmail_.size() <= id) byRawEmail_.resize(id + 1);
-      byRawEmail_[id].push_back(q);
-    }
+    // Positions grouped by number, each group in order: counted, then placed.
+    int32_t highest = 0;
+    for (const Profile& profile : profiles_) highest = std::max(highest, profile.rawEmail);
+    emailGroupStart_.assign(static_cast<size_t>(highest) + 2, 0);
+    for (const Profile& profile : profiles_) ++emailGroupStart_[static_cast<size_t>(profile.rawEmail) + 1];
+    for (size_t id = 1; id < emailGroupStart_.size(); ++id) emailGroupStart_[id] += emailGroupStart_[id - 1];
+    emailGroups_.resize(profiles_.size());
+    std::vector<int32_t> next(emailGroupStart_.begin(), emailGroupStart_.end() - 1);
+    for (int32_t q = 0; q < Size(); ++q) emailGroups_[static_cast<size_t>(next[static_cast<size_t>(RawEmailId(q))]++)] = q;
     emailIndexBuilt_ = true;
   }
-  return byRawEmail_[static_cast<size_t>(RawEmailId(p))];
+  const auto id = static_cast<size_t>(RawEmailId(p));
+  return std::span<const int32_t>(emailGroups_).subspan(
+      static_cast<size_t>(emailGroupStart_[id]), static_cast<size_t>(emailGroupStart_[id + 1] - emailGroupStart_[id]));
 }
 
 bool SortedSuspects::FieldTest(int32_t type, const CCard& card1, const CCard& card2) const {
@@ -356,8 +405,7 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
         if ((email != 0 && email == cards.RawEmailId(q)) || tag == cards.TagId(q)) offer(q);
       }
     } else {
-      static const std::vector<int32_t> kNone;
-      const std::vector<int32_t>& byMail = email != 0 ? cards.SameRawEmail(p) : kNone;
+      const std::span<const int32_t> byMail = email != 0 ? cards.SameRawEmail(p) : std::span<const int32_t>();
       auto ia = std::upper_bound(byMail.begin(), byMail.end(), p);
       // The run of equal tags after p merged with the e-mail candidates, in list order.
       const int32_t tagEnd = tagRunEnd[p];

@@ -12,10 +12,13 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ombrel/dupes/cdupeset.h"
@@ -33,19 +36,40 @@ namespace dupes_internal {
 // worked out as the card is built, while its fields are still in cache.
 struct CardFacts {
   const std::string* rawEmail = nullptr;  // the card's stored e-mail text
-  std::string email;                      // the same lower-cased and trimmed
+  std::string email;                      // the same lower-cased and trimmed, unless
+  bool emailIsRaw = false;                // that changes nothing (the usual case)
+  std::string_view Email() const { return emailIsRaw ? std::string_view(*rawEmail) : std::string_view(email); }
   uint64_t lastHash = 0, rawEmailHash = 0, emailHash = 0;
   int32_t filled = 0;      // fields with text
   int32_t textLength = 0;  // CCard::TextLength
   int32_t id = 0;          // 0 when the card has none
   bool namedAsKeys = false;  // every field carries the name it is filed under
+  // Numbers standing for the texts the walk compares (equal texts, equal
+  // numbers; 0 for none), set by NumberNamesAndTags and NumberEmails.
+  int32_t lastId = 0, tagId = 0, rawEmailId = 0, emailId = 0;
+  bool numbered = false;
+  // The store's answer on the card's front image when asked ahead (-1 not
+  // asked), or what asking raised.
+  int8_t frontImage = -1;
+  std::exception_ptr frontImageError;
 };
 void ObserveCard(const CCard& card, CardFacts& facts);
+
+// The numbers of the cards' last names and tags (tags[k] is card k's, where
+// "," stands for none), and of their e-mail texts. The two touch different
+// members, so two threads may run one each.
+void NumberNamesAndTags(std::span<CardFacts> facts, std::span<const std::shared_ptr<CCard>> cards,
+                        std::span<const std::string_view> tags);
+void NumberEmails(std::span<CardFacts> facts);
+// Asks the store whether each card has a front image, keeping each answer
+// or error in its facts.
+void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<const std::shared_ptr<CCard>> cards);
 
 class SortedSuspects {
  public:
   // facts, when given, are those of the sorted cards in the same order, and
-  // all the cards were built with one field layout.
+  // all the cards were built with one field layout; numbers and front-image
+  // answers they already carry are taken over.
   explicit SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts = {});
   ~SortedSuspects();
 
@@ -66,7 +90,7 @@ class SortedSuspects {
   // (each dupe type on one), asking the store now for what they would ask.
   void PrepareForThreads();
   // Positions of the cards with the same stored e-mail text, in order.
-  const std::vector<int32_t>& SameRawEmail(int32_t p);
+  std::span<const int32_t> SameRawEmail(int32_t p);
 
  private:
   struct Profile {
@@ -96,10 +120,14 @@ class SortedSuspects {
   std::vector<std::shared_ptr<CCard>> cards_;
   std::vector<Profile> profiles_;
   std::vector<std::unique_ptr<Texts>> texts_;
+  std::vector<std::exception_ptr> frontImageErrors_;  // by position; empty when none were met ahead
   std::vector<const std::string*> referenceNames_;  // the common field layout
   enum FieldKind : uint8_t { kOther, kDate, kCategories };
   std::vector<FieldKind> fieldKind_;  // by position in that layout
-  std::vector<std::vector<int32_t>> byRawEmail_;  // by RawEmailId, built on first use
+  // Positions by RawEmailId, built on first use: those with number id are
+  // emailGroups_[emailGroupStart_[id]] up to emailGroups_[emailGroupStart_[id + 1]].
+  std::vector<int32_t> emailGroupStart_;
+  std::vector<int32_t> emailGroups_;
   bool emailIndexBuilt_ = false;
   bool threaded_ = false;
   std::mutex textsMutex_;

@@ -150,7 +150,9 @@ std::shared_ptr<CList> NoSets() {
 
 }  // namespace
 
-std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards, std::vector<int32_t>* order) {
+std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(
+    const CList& cards, std::vector<int32_t>* order,
+    const std::function<void(std::span<const std::shared_ptr<CCard>>, std::span<const std::string_view>)>& meanwhile) {
   auto start = Clock::now();
   const int32_t n = cards.GetNumItems();
   std::vector<std::shared_ptr<CCard>> input;
@@ -174,7 +176,19 @@ std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(const CList& cards,
   // The order depends on nothing but the sequence of tags: sorting the same
   // suspects again for another dupe type reuses it.
   const bool known = lastSortEnds_ == ends && lastSortTags_ == arena;
-  std::vector<int32_t> result = known ? lastSortOrder_ : InsertionOrder(tags);
+  std::vector<int32_t> result;
+  if (known) {
+    result = lastSortOrder_;
+    if (meanwhile) meanwhile(input, tags);
+  } else if (meanwhile && n >= dupes_internal::PartScanThreshold() && std::thread::hardware_concurrency() >= 2) {
+    // Both threads only read the tags and cards until the order is known.
+    auto sorting = std::async(std::launch::async, [&] { return InsertionOrder(tags); });
+    meanwhile(input, tags);
+    result = sorting.get();
+  } else {
+    result = InsertionOrder(tags);
+    if (meanwhile) meanwhile(input, tags);
+  }
 
   std::vector<std::shared_ptr<CCard>> sorted;
   sorted.reserve(static_cast<size_t>(n));
@@ -239,9 +253,23 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
     for (int32_t type : types) found(type, NoSets());
     return;
   }
+  const bool threads = cards.GetNumItems() >= dupes_internal::PartScanThreshold() &&
+                       std::thread::hardware_concurrency() >= 2;
+  const bool alongside = types.size() > 1 && threads;
+  const bool ahead = facts && facts->size() == static_cast<size_t>(cards.GetNumItems()) && threads;
+  // While the cards are sorted, what the walks will compare them by is
+  // numbered and, when the walks run side by side, the store is asked (from
+  // this thread, as always) about every front image.
+  std::future<void> emails;
+  if (ahead) emails = std::async(std::launch::async, [&] { dupes_internal::NumberEmails(*facts); });
+  auto meanwhile = [&](std::span<const std::shared_ptr<CCard>> input, std::span<const std::string_view> tags) {
+    if (alongside) dupes_internal::AskFrontImages(dupes_internal::Mgr(), *facts, input);
+    dupes_internal::NumberNamesAndTags(*facts, input, tags);
+  };
   // Each type would sort the same tags into the same order: sort once.
   std::vector<int32_t> order;
-  auto sortedCards = SortedCards(cards, &order);
+  auto sortedCards = ahead ? SortedCards(cards, &order, meanwhile) : SortedCards(cards, &order);
+  if (emails.valid()) emails.get();
   auto start = Clock::now();
   std::vector<dupes_internal::CardFacts> sortedFacts;
   if (facts && facts->size() == order.size()) {
@@ -251,8 +279,6 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   }
   dupes_internal::SortedSuspects sorted(std::move(sortedCards), std::move(sortedFacts));
   timings_.grouping += SecondsSince(start);
-  const bool alongside = types.size() > 1 && sorted.Size() >= dupes_internal::PartScanThreshold() &&
-                         std::thread::hardware_concurrency() >= 2;
   if (!alongside) {
     for (int32_t type : types) {
       if (stopped_) {

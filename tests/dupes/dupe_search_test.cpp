@@ -302,5 +302,36 @@ TEST_P(DupeSearchTest, AnUnreadableSuspectRaisesTheManagersError) {
   EXPECT_EQ(search.FailedCardId(), 4);
 }
 
+// With the walks side by side every card's front image is asked ahead of
+// them; a store failure is raised for the first failing card in sorted
+// order, as asking card by card in that order would, and no type is handed on.
+TEST(DupeSearchAheadTest, AFrontImageFailureIsRaisedForTheFirstFailingCardInSortedOrder) {
+  struct Restore {
+    std::shared_ptr<CCardStoreMgr> saved = CardStoreMgr();
+    int32_t threshold = dupes_internal::PartScanThreshold();
+    ~Restore() {
+      CardStoreMgr() = saved;
+      dupes_internal::PartScanThreshold() = threshold;
+    }
+  } restore;
+  auto fake = std::make_shared<FakeCardStore>();
+  for (const Entry& e : {Person(4, "Bob", "Ray", ""), Person(3, "Bob", "Ray", ""), Person(2, "Ann", "Lee", ""),
+                         Person(1, "Ann", "Lee", ""), Person(6, "Al", "Abbot", ""), Person(5, "Al", "Abbot", "")})
+    fake->AddCard(e.id, FakeCardStore::Values(e.values.begin(), e.values.end()));
+  fake->offersScan = true;
+  fake->Fail("HasFrontImage", 3, "offline").ForCard(4);
+  fake->Fail("HasFrontImage", 3, "offline").ForCard(5);
+  dupes_internal::PartScanThreshold() = 0;
+  CardStoreMgr() = std::make_shared<CCardStoreMgr>();
+  CardStoreMgr()->SetCardStore(fake);
+  int handedOn = 0;
+  EXPECT_EQ(ErrorText([&] {
+              CDupeSearch().FindDupesInStore({EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE},
+                                             [&](int32_t, std::shared_ptr<CList>) { ++handedOn; });
+            }),
+            "Failed to find out if front image exists for card: 5\r\noffline");
+  EXPECT_EQ(handedOn, 0);
+}
+
 }  // namespace
 }  // namespace ombrel

@@ -19,6 +19,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ombrel/foundation/clist.h"
@@ -115,7 +116,13 @@ class CDupeSearch {
   dupes_internal::GroupingReports Reports();
   // The cards in SortCards' order, with the sort's tag clean-up done.
   // order, when given, receives the input position of each sorted card.
-  std::vector<std::shared_ptr<CCard>> SortedCards(const CList& cards, std::vector<int32_t>* order = nullptr);
+  // meanwhile, when given, runs on this thread while another works out the
+  // order of many cards; it gets the cards and their tags in input order
+  // ("," standing for none).
+  std::vector<std::shared_ptr<CCard>> SortedCards(
+      const CList& cards, std::vector<int32_t>* order = nullptr,
+      const std::function<void(std::span<const std::shared_ptr<CCard>> cards, std::span<const std::string_view> tags)>&
+          meanwhile = {});
   // The suspects of a store of total cards, in the order of ids.
   std::shared_ptr<CList> LoadSuspects(const std::vector<int32_t>& ids, int32_t total,
                                       std::span<const int32_t> partStarts,
