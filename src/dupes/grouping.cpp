@@ -19,6 +19,30 @@ namespace {
 
 bool IsDateField(std::string_view name) { return name == "Modified Date" || name == "Creation Date"; }
 
+// The field texts a card keeps for the field test: for each field but the
+// dates, in order, the text's and the label's lengths and then both texts.
+// A length takes one byte, or three from 255 up (255 then two bytes); longer
+// texts than 65535 bytes are not kept.
+constexpr size_t kLongestKept = 0xFFFF;
+size_t LengthSize(size_t length) { return length < 0xFF ? 1 : 3; }
+char* PutLength(char* out, size_t length) {
+  if (length < 0xFF) {
+    *out++ = static_cast<char>(length);
+    return out;
+  }
+  *out++ = static_cast<char>(0xFF);
+  *out++ = static_cast<char>(length & 0xFF);
+  *out++ = static_cast<char>(length >> 8);
+  return out;
+}
+size_t TakeLength(const char*& p) {
+  const auto byte = [](char c) { return static_cast<size_t>(static_cast<unsigned char>(c)); };
+  if (byte(*p) != 0xFF) return byte(*p++);
+  const size_t length = byte(p[1]) | byte(p[2]) << 8;
+  p += 3;
+  return length;
+}
+
 // Smallest position >= x still in the list (positions 0..n-1; n when none).
 class SkipTable {
  public:
@@ -48,12 +72,35 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   const int32_t fields = card.NumFields();
   bool namedAsKeys = true;
   int32_t filled = 0;
+  size_t size = 0;
+  facts.fieldTextsKept = true;
   for (int32_t i = 1; i <= fields; ++i) {
     const CCardField& field = card.FieldAt(i);
     const std::string& key = card.GetFields().GetIndexedKey(i);
     const std::string& name = field.Name();
     if (namedAsKeys && &key != &name && key != name) namedAsKeys = false;
-    if (!field.Text().empty()) ++filled;
+    const size_t text = field.Text().size(), label = field.Label().size();
+    if (text != 0) ++filled;
+    if (IsDateField(key)) continue;
+    if (text > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
+    size += LengthSize(text) + LengthSize(label) + text + label;
+  }
+  // Written once the size is known: no growing, no slack.
+  std::string& texts = facts.fieldTexts;
+  texts.clear();
+  if (facts.fieldTextsKept) {
+    texts.resize(size);
+    char* out = texts.data();
+    for (int32_t i = 1; i <= fields; ++i) {
+      if (IsDateField(card.GetFields().GetIndexedKey(i))) continue;
+      const CCardField& field = card.FieldAt(i);
+      const std::string& text = field.Text();
+      const std::string& label = field.Label();
+      out = PutLength(out, text.size());
+      out = PutLength(out, label.size());
+      out = std::copy(text.begin(), text.end(), out);
+      out = std::copy(label.begin(), label.end(), out);
+    }
   }
   facts.namedAsKeys = namedAsKeys;
   facts.filled = filled;
@@ -97,8 +144,7 @@ void NumberNamesAndTags(std::span<CardFacts> facts, std::span<const std::shared_
                         std::span<const std::string_view> tags) {
   Number(facts, &CardFacts::lastId, [&](size_t k) -> std::string_view { return cards[k]->GetLastName(); },
          [&](size_t k) { return facts[k].lastHash; });
-  auto tag = [&](size_t k) { return tags[k] == "," ? std::string_view() : tags[k]; };
-  Number(facts, &CardFacts::tagId, tag, [&](size_t k) { return KeyTable::Hash(tag(k)); });
+  Number(facts, &CardFacts::tagId, [&](size_t k) { return tags[k]; }, [&](size_t k) { return KeyTable::Hash(tags[k]); });
   for (CardFacts& f : facts) f.numbered = true;
 }
 
@@ -121,7 +167,7 @@ void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<co
 }
 
 SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts)
-    : cards_(std::move(sorted)), profiles_(cards_.size()), texts_(cards_.size()) {
+    : cards_(std::move(sorted)), profiles_(cards_.size()), texts_(cards_.size()), fieldTexts_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
 
@@ -139,6 +185,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
   }
   for (const std::string* name : referenceNames_) {
     fieldKind_.push_back(IsDateField(*name) ? kDate : *name == "Categories" ? kCategories : kOther);
+    if (fieldKind_.back() != kDate) keptKind_.push_back(fieldKind_.back());
   }
 
   // Facts not handed over are worked out here, on two threads for many
@@ -187,7 +234,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
   const bool layoutKnown = !referenceNames_.empty();
   for (size_t p = 0; p < n; ++p) {
     Profile& profile = profiles_[p];
-    const CardFacts& f = facts[p];
+    CardFacts& f = facts[p];
     profile.last = f.lastId;
     profile.tag = f.tagId;
     profile.rawEmail = f.rawEmailId;
@@ -197,6 +244,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     profile.textLength = f.textLength;
     profile.id = f.id;
     profile.frontImage = f.frontImage;
+    if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
     if (f.frontImageError) {
       frontImageErrors_.resize(n);
       frontImageErrors_[p] = f.frontImageError;
@@ -287,6 +335,26 @@ bool SortedSuspects::FieldTest(int32_t type, const CCard& card1, const CCard& ca
   return true;
 }
 
+bool SortedSuspects::KeptFieldTest(int32_t type, const std::string& texts1, const std::string& texts2) const {
+  // The same layout: equal texts field by field make equal strings.
+  if (type == EXACT_DUPE) return texts1 == texts2;
+  const char* p1 = texts1.data();
+  const char* p2 = texts2.data();
+  for (FieldKind kind : keptKind_) {
+    const size_t text1 = TakeLength(p1), label1 = TakeLength(p1);
+    const size_t text2 = TakeLength(p2), label2 = TakeLength(p2);
+    if (kind != kCategories) {
+      if (text1 != 0 && text2 != 0 && std::string_view(p1, text1) != std::string_view(p2, text2)) return false;
+      if (label1 != 0 && label2 != 0 &&
+          std::string_view(p1 + text1, label1) != std::string_view(p2 + text2, label2))
+        return false;
+    }
+    p1 += text1 + label1;
+    p2 += text2 + label2;
+  }
+  return true;
+}
+
 bool SortedSuspects::Compare(int32_t type, int32_t a, int32_t b) {
   const Profile& x = profiles_[static_cast<size_t>(a)];
   const Profile& y = profiles_[static_cast<size_t>(b)];
@@ -317,7 +385,10 @@ bool SortedSuspects::Compare(int32_t type, int32_t a, int32_t b) {
   }
 
   if (type == CONFLICT_DUPE) return true;
-  return FieldTest(type, *Card(a), *Card(b));
+  const std::string& texts1 = fieldTexts_[static_cast<size_t>(a)];
+  const std::string& texts2 = fieldTexts_[static_cast<size_t>(b)];
+  if (texts1.empty() || texts2.empty()) return FieldTest(type, *Card(a), *Card(b));
+  return KeptFieldTest(type, texts1, texts2);
 }
 
 bool SortedSuspects::ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate) {

@@ -44,6 +44,10 @@ struct CardFacts {
   int32_t textLength = 0;  // CCard::TextLength
   int32_t id = 0;          // 0 when the card has none
   bool namedAsKeys = false;  // every field carries the name it is filed under
+  // Every field's text and label but the dates', one after the other, for
+  // the field test (not kept when a text is too long for it).
+  std::string fieldTexts;
+  bool fieldTextsKept = false;
   // Numbers standing for the texts the walk compares (equal texts, equal
   // numbers; 0 for none), set by NumberNamesAndTags and NumberEmails.
   int32_t lastId = 0, tagId = 0, rawEmailId = 0, emailId = 0;
@@ -55,8 +59,8 @@ struct CardFacts {
 };
 void ObserveCard(const CCard& card, CardFacts& facts);
 
-// The numbers of the cards' last names and tags (tags[k] is card k's, where
-// "," stands for none), and of their e-mail texts. The two touch different
+// The numbers of the cards' last names and tags (tags[k] is card k's), and
+// of their e-mail texts. The two touch different
 // members, so two threads may run one each.
 void NumberNamesAndTags(std::span<CardFacts> facts, std::span<const std::shared_ptr<CCard>> cards,
                         std::span<const std::string_view> tags);
@@ -116,6 +120,8 @@ class SortedSuspects {
   int32_t CardId(int32_t p) const;
   bool HasFrontImage(CCardStoreMgr& mgr, int32_t p);
   bool FieldTest(int32_t type, const CCard& card1, const CCard& card2) const;
+  // The same on two cards' kept field texts.
+  bool KeptFieldTest(int32_t type, const std::string& texts1, const std::string& texts2) const;
 
   std::vector<std::shared_ptr<CCard>> cards_;
   std::vector<Profile> profiles_;
@@ -124,6 +130,8 @@ class SortedSuspects {
   std::vector<const std::string*> referenceNames_;  // the common field layout
   enum FieldKind : uint8_t { kOther, kDate, kCategories };
   std::vector<FieldKind> fieldKind_;  // by position in that layout
+  std::vector<FieldKind> keptKind_;   // the same without the dates, as the kept field texts have them
+  std::vector<std::string> fieldTexts_;  // by position; empty when not kept (then the fields are asked)
   // Positions by RawEmailId, built on first use: those with number id are
   // emailGroups_[emailGroupStart_[id]] up to emailGroups_[emailGroupStart_[id + 1]].
   std::vector<int32_t> emailGroupStart_;

@@ -264,7 +264,12 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   if (ahead) emails = std::async(std::launch::async, [&] { dupes_internal::NumberEmails(*facts); });
   auto meanwhile = [&](std::span<const std::shared_ptr<CCard>> input, std::span<const std::string_view> tags) {
     if (alongside) dupes_internal::AskFrontImages(dupes_internal::Mgr(), *facts, input);
-    dupes_internal::NumberNamesAndTags(*facts, input, tags);
+    // The sort empties every tag "," but the last card's: numbered as empty
+    // here, the last one is told apart below.
+    std::vector<std::string_view> tagsAfterSort(tags.begin(), tags.end());
+    for (auto& tag : tagsAfterSort)
+      if (tag == ",") tag = {};
+    dupes_internal::NumberNamesAndTags(*facts, input, tagsAfterSort);
   };
   // Each type would sort the same tags into the same order: sort once.
   std::vector<int32_t> order;
@@ -276,6 +281,11 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
     sortedFacts.reserve(order.size());
     for (int32_t idx : order) sortedFacts.push_back(std::move((*facts)[static_cast<size_t>(idx)]));
     facts->clear();
+    if (ahead && sortedCards.back()->tag == ",") {
+      int32_t highest = 0;
+      for (const auto& f : sortedFacts) highest = std::max(highest, f.tagId);
+      sortedFacts.back().tagId = highest + 1;  // no other card keeps that tag
+    }
   }
   dupes_internal::SortedSuspects sorted(std::move(sortedCards), std::move(sortedFacts));
   timings_.grouping += SecondsSince(start);

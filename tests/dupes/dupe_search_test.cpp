@@ -213,6 +213,41 @@ TEST_P(DupeSearchTest, SortCardsKeepsTheOrderOfTheInsertionForEqualTags) {
   EXPECT_EQ(TaggedIds(cards), "13 ''t Hooft,G'\n1 ''\n6 'Y,B'\n");
 }
 
+// The sort leaves "," as the tag of the last card alone, and the walk tells
+// it from the emptied tags before it: nameless cards alike in all else but
+// that tag are no exact dupes of it, while they are compatible with it.
+TEST_P(DupeSearchTest, TheTagLeftAsACommaAtTheEndIsADifferentTag) {
+  Use({Nameless(1, "ann@lee.org"), Nameless(2, "ann@lee.org"), Nameless(3, "ann@lee.org")});
+  EXPECT_EQ(Find(EXACT_DUPE) + Find(COMPATIBLE_DUPE), "1 1: 2\n2 1: 2 3\n");
+  std::string inOnePass;
+  CDupeSearch().FindDupesInStore({EXACT_DUPE, COMPATIBLE_DUPE},
+                                 [&](int32_t, std::shared_ptr<CList> sets) { inOnePass += Sets(*sets); });
+  EXPECT_EQ(inOnePass, "1 1: 2\n2 1: 2 3\n");
+}
+
+// Field texts and labels decide exact and compatible dupes however long the
+// texts are (the notes here take 300 and 70,000 bytes).
+TEST_P(DupeSearchTest, LongFieldTextsAndLabelsAreComparedInFull) {
+  std::vector<Entry> entries;
+  int32_t id = 0;
+  for (size_t length : {size_t{300}, size_t{70000}}) {
+    const std::string notes(length, 'a'), other = std::string(length - 1, 'a') + "b";
+    const std::string first = length == 300 ? "Ann" : "Bob", last = length == 300 ? "Lee" : "Ray";
+    auto card = [&](const std::string& text, const std::string& label) {
+      Values more{{"Notes", text}};
+      if (!label.empty()) more.insert(more.end(), {{"Phone 1", "555"}, {"Phone 1.Label", label}});
+      entries.push_back(Person(++id, first, last, "", more));
+    };
+    card(notes, "Work");
+    card(notes, "Work");
+    card(notes, "Home");
+    card(notes, "");
+    card(other, "");
+  }
+  Use(entries);
+  EXPECT_EQ(FindAllTypes(), "1 2: 1\n1 7: 6\n2 2: 4 1\n2 7: 9 6\n3 2: 4 1 3 5\n3 7: 9 6 8 10\n");
+}
+
 // ---------------------------------------------------------------------------
 // Progress and stopping
 
