@@ -164,7 +164,12 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
     KeyTable table(expected);
     std::vector<int32_t>& found = partners[kind];
     found.assign(order.size(), 0);
+    constexpr size_t kAhead = 16;
     for (size_t c = 0; c < order.size(); ++c) {
+      if (c + kAhead < order.size()) {
+        const auto& [aheadPart, aheadK] = order[c + kAhead];
+        table.Prefetch(aheadPart->Hash(aheadK, kind));
+      }
       const auto& [part, k] = order[c];
       std::string_view key = part->Key(k, kind);
       if (key.empty()) continue;
