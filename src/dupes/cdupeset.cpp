@@ -74,7 +74,15 @@ uint64_t CDupeSet::SignatureHash(const CCard& card) {
 }
 
 void CDupeSet::Init(std::shared_ptr<CCard> primary, int32_t type) {
-  SetPrimaryCard(std::move(primary));
+  Trap(!primary, "Cannot set as primary empty card");
+  const uint64_t hash = SignatureHash(*primary);
+  Init(std::move(primary), type, hash);
+}
+
+void CDupeSet::Init(std::shared_ptr<CCard> primary, int32_t type, uint64_t primarySignatureHash) {
+  Trap(!primary, "Cannot set as primary empty card");
+  primarySnapshot_ = primarySignatureHash;
+  primary_ = std::move(primary);
   if (dupes_->GetNumItems() > 0) {  // a fresh set already has its empty list
     dupes_ = std::make_shared<CList>();
     dupes_->RestrictType("CCard");

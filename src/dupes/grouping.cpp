@@ -106,6 +106,8 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   facts.filled = filled;
   facts.textLength = card.TextLength();
   facts.id = card.HasCardId() ? card.GetCardID() : 0;
+  facts.signatureKnown = card.HasCardId();
+  facts.signatureHash = facts.signatureKnown ? CDupeSet::SignatureHash(card) : 0;
   facts.lastHash = KeyTable::Hash(card.GetLastName());
   const std::string& raw = card.FieldText("Email");
   facts.rawEmail = &raw;
@@ -243,6 +245,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     profile.filled = f.filled;
     profile.textLength = f.textLength;
     profile.id = f.id;
+    profile.signatureKnown = f.signatureKnown;
+    profile.signatureHash = f.signatureHash;
     profile.frontImage = f.frontImage;
     if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
     if (f.frontImageError) {
@@ -278,6 +282,14 @@ int32_t SortedSuspects::CardId(int32_t p) const {
 }
 
 SortedSuspects::~SortedSuspects() = default;
+
+std::shared_ptr<CDupeSet> SortedSuspects::NewSet(int32_t type, int32_t p) const {
+  auto set = std::make_shared<CDupeSet>();
+  const Profile& profile = profiles_[static_cast<size_t>(p)];
+  if (profile.signatureKnown) set->Init(Card(p), type, profile.signatureHash);
+  else set->Init(Card(p), type);
+  return set;
+}
 
 const SortedSuspects::Texts& SortedSuspects::TextsOf(int32_t p) {
   std::unique_lock<std::mutex> lock(textsMutex_, std::defer_lock);
@@ -503,8 +515,7 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
       ++keptBefore;
       continue;
     }
-    auto set = std::make_shared<CDupeSet>();
-    set->Init(cards.Card(primary), type);
+    auto set = cards.NewSet(type, primary);
     for (int32_t d : dupes) set->AddDupe(cards.Card(d));
     (set->GetPrimaryCard()->FieldText("Name").empty() ? namelessSets : namedSets).push_back(std::move(set));
     present.Remove(p);

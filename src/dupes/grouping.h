@@ -40,6 +40,10 @@ struct CardFacts {
   bool emailIsRaw = false;                // that changes nothing (the usual case)
   std::string_view Email() const { return emailIsRaw ? std::string_view(*rawEmail) : std::string_view(email); }
   uint64_t lastHash = 0, rawEmailHash = 0, emailHash = 0;
+  // CDupeSet::SignatureHash, for the sets the card may head; worked out for
+  // cards with an ID only (others raise where a set takes them).
+  uint64_t signatureHash = 0;
+  bool signatureKnown = false;
   int32_t filled = 0;      // fields with text
   int32_t textLength = 0;  // CCard::TextLength
   int32_t id = 0;          // 0 when the card has none
@@ -93,6 +97,8 @@ class SortedSuspects {
   // Makes Compare and ShouldBecomePrimary safe to call from several threads
   // (each dupe type on one), asking the store now for what they would ask.
   void PrepareForThreads();
+  // A set of the given type headed by the card at position p.
+  std::shared_ptr<CDupeSet> NewSet(int32_t type, int32_t p) const;
   // Positions of the cards with the same stored e-mail text, in order.
   std::span<const int32_t> SameRawEmail(int32_t p);
 
@@ -107,6 +113,8 @@ class SortedSuspects {
     int32_t id = 0;  // 0 when the card has none
     int8_t frontImage = -1;  // not asked yet
     bool aligned = false;
+    bool signatureKnown = false;
+    uint64_t signatureHash = 0;
   };
 
   // A card's lower-cased text and its user-modifiable data.

@@ -29,6 +29,9 @@ class CDupeSet final : public CObject {
   std::string_view ClassName() const override { return "CDupeSet"; }
 
   void Init(std::shared_ptr<CCard> primary, int32_t type);
+  // The same for a caller that knows SignatureHash(*primary) already, as the
+  // duplicate search does for every card that may head a set.
+  void Init(std::shared_ptr<CCard> primary, int32_t type, uint64_t primarySignatureHash);
   std::shared_ptr<CDupeSet> Clone() const;
   int32_t GetNumberOfCards() const;
   std::shared_ptr<CCard> GetPrimaryCard() const { return primary_; }
