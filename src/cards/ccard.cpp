@@ -73,9 +73,19 @@ CCard::CCard(std::span<const CustomField> customFields) {
   fields_.AddItemsWithStaticKeys(CatalogueKeys(), catalogue);
   for (size_t i = 0; i < customFields.size(); ++i) {
     CCardField& field = block[kCatalogueSize + i];
-    field.SetFieldName(customFields[i].name);
+    const std::string& name = customFields[i].name;
     if (customFields[i].readOnly) field.MakeReadOnly();
-    fields_.AddItem(customFields[i].name, ObjectRef(block, &field));
+    // A database's custom fields recur on every card: their names are
+    // pooled, and the table refers to the pooled string.
+    const uint8_t pooled =
+        name.empty() || StandardFieldIndex(name) >= 0 ? CCardField::kOwnName : CCardField::PoolName(name);
+    if (pooled != CCardField::kOwnName) {
+      field.nameIndex_ = pooled;
+      fields_.AddItemWithStaticKey(CCardField::PooledName(pooled), ObjectRef(block, &field));
+    } else {
+      field.SetFieldName(name);
+      fields_.AddItem(name, ObjectRef(block, &field));
+    }
   }
 }
 

@@ -1,5 +1,8 @@
 #include "ombrel/cards/ccardfield.h"
 
+#include <atomic>
+#include <mutex>
+
 #include "ombrel/cards/field_catalogue.h"
 #include "ombrel/foundation/clist.h"
 #include "ombrel/foundation/error.h"
@@ -52,6 +55,52 @@ const std::array<std::string, 29>& CCardField::CatalogueNameStrings() {
     return out;  // the last one stays empty
   }();
   return names;
+}
+
+namespace {
+
+struct NamePool {
+  static constexpr size_t kCapacity = 0xFF - 29;  // the numbers between kFirstPooled and kOwnName
+  std::mutex adding;
+  std::array<std::atomic<const std::string*>, kCapacity> names{};
+  std::atomic<size_t> count{0};
+
+  // The position of name among the first n, or -1.
+  int32_t Find(std::string_view name, size_t n) const {
+    for (size_t i = 0; i < n; ++i)
+      if (*names[i].load(std::memory_order_acquire) == name) return static_cast<int32_t>(i);
+    return -1;
+  }
+};
+
+NamePool& Pool() {
+  static NamePool* pool = new NamePool();  // never destroyed: fields may outlive static destruction
+  return *pool;
+}
+
+}  // namespace
+
+uint8_t CCardField::PoolName(std::string_view name) {
+  static_assert(NamePool::kCapacity == kOwnName - kFirstPooled);
+  NamePool& pool = Pool();
+  // Readers only ever see names already published by the count.
+  int32_t found = pool.Find(name, pool.count.load(std::memory_order_acquire));
+  if (found < 0) {
+    std::lock_guard<std::mutex> lock(pool.adding);
+    const size_t n = pool.count.load(std::memory_order_relaxed);
+    found = pool.Find(name, n);
+    if (found < 0) {
+      if (n == NamePool::kCapacity) return kOwnName;
+      pool.names[n].store(new std::string(name), std::memory_order_release);
+      pool.count.store(n + 1, std::memory_order_release);
+      found = static_cast<int32_t>(n);
+    }
+  }
+  return static_cast<uint8_t>(kFirstPooled + found);
+}
+
+const std::string& CCardField::PooledName(uint8_t number) {
+  return *Pool().names[number - kFirstPooled].load(std::memory_order_acquire);
 }
 
 CCardField::Extras CCardField::CopyOf(const Extras& extras) {

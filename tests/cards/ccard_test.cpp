@@ -215,6 +215,31 @@ TEST(CCardTest, CustomFieldsFollowTheCatalogueAndLookupsFindAnyStringOfTheName) 
   EXPECT_EQ(email->Text() + "|" + nickname->Name(), "a@b.c|Nickname");
 }
 
+// Custom-field names are shared by all the cards of a layout; more distinct
+// names than can be shared still read, copy, rename and clash as any name.
+TEST(CCardTest, ManyCustomFieldNamesBehaveAsAnyName) {
+  std::vector<CCard::CustomField> custom;
+  for (int i = 0; i < 300; ++i) custom.push_back({"Custom " + std::to_string(i), i % 7 == 0});
+  CCard card(custom);
+  CCard byHand;
+  for (const auto& field : custom) byHand.AddField(field.name, field.readOnly);
+  card.SetCardId(1);
+  auto clone = card.Clone();
+  EXPECT_EQ(FieldNames(card) + card.ToStr(), FieldNames(byHand) + byHand.ToStr());
+  EXPECT_EQ(FieldNames(*clone), FieldNames(byHand));
+  for (int i : {0, 1, 150, 299}) {
+    EXPECT_EQ(card.GetField(custom[i].name)->IsReadOnlyType(), custom[i].readOnly) << i;
+  }
+  for (int i : {0, 299}) {
+    card.GetField(custom[i].name)->SetFieldName("Renamed");
+    EXPECT_EQ(card.GetField(custom[i].name)->Name() + "|" + clone->GetField(custom[i].name)->Name(),
+              "Renamed|" + custom[i].name);
+  }
+  const std::vector<CCard::CustomField> twice = {{"Custom 5", false}, {"Custom 5", false}};
+  EXPECT_EQ(ErrorText([&] { CCard bad(twice); }),
+            "HashTable already contains key: Custom 5");
+}
+
 // The same result and errors as SetData, in the stored field itself; a field
 // renamed behind the card's back gets its name back.
 TEST(CCardTest, SetDataInPlaceMatchesSetDataInTheStoredField) {

@@ -79,7 +79,8 @@ class CCardField final : public CObject {
 
   // Allocation-free views for hot loops.
   const std::string& Name() const {
-    if (nameIndex_ != kOwnName) return CatalogueNameStrings()[nameIndex_];
+    if (nameIndex_ <= kNoName) return CatalogueNameStrings()[nameIndex_];
+    if (nameIndex_ != kOwnName) return PooledName(nameIndex_);
     return extras_ ? *extras_->name : CatalogueNameStrings()[kNoName];  // a moved-from field has no extras
   }
   const std::string& Text() const { return text_; }
@@ -115,10 +116,19 @@ class CCardField final : public CObject {
     std::string label;                  // the user label, empty for none
     std::unique_ptr<std::string> name;  // a name outside the catalogue
   };
-  // nameIndex_ is a catalogue position, kNoName for the empty name or
-  // kOwnName for a name kept in extras_.
+  // nameIndex_ is a catalogue position, kNoName for the empty name, a
+  // pooled name's number (from kFirstPooled) or kOwnName for a name kept in
+  // extras_.
   static constexpr uint8_t kNoName = 28;
+  static constexpr uint8_t kFirstPooled = 29;
   static constexpr uint8_t kOwnName = 0xFF;
+  // Names outside the catalogue that many cards share, a database's custom
+  // fields, are kept once for the whole process and never freed; a field
+  // refers to its name there by number. PoolName answers the number of a
+  // name other than a catalogue one or the empty one, pooling it first when
+  // new, or kOwnName once the pool is full.
+  static uint8_t PoolName(std::string_view name);
+  static const std::string& PooledName(uint8_t number);
   // The catalogue names followed by the empty name (which doubles as the
   // empty label), as strings the getters can hand out.
   static const std::array<std::string, 29>& CatalogueNameStrings();
