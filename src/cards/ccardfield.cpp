@@ -48,13 +48,10 @@ const CDictionary& ExtraEmailFieldNames() {
 bool IsExtraPhoneFieldName(std::string_view name) { return IsNumberedName(name, "Phone "); }
 bool IsExtraEmailFieldName(std::string_view name) { return IsNumberedName(name, "Email "); }
 
-const std::array<std::string, 29>& CCardField::CatalogueNameStrings() {
-  static const std::array<std::string, 29> names = [] {
-    std::array<std::string, 29> out;
-    for (size_t i = 0; i < kStandardFieldNames.size(); ++i) out[i] = std::string(kStandardFieldNames[i]);
-    return out;  // the last one stays empty
-  }();
-  return names;
+std::array<std::string, 29> CCardField::MakeCatalogueNameStrings() {
+  std::array<std::string, 29> out;
+  for (size_t i = 0; i < kStandardFieldNames.size(); ++i) out[i] = std::string(kStandardFieldNames[i]);
+  return out;  // the last one stays empty
 }
 
 namespace {

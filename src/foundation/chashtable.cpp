@@ -238,7 +238,7 @@ ObjectRef CHashTable::GetIndexedItem(int32_t position) const {
   return entries_[SlotOf(position)].item;
 }
 
-const std::string& CHashTable::GetIndexedKey(int32_t position) const {
+const std::string& CHashTable::KeyAt(int32_t position) const {
   if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
   return *entries_[SlotOf(position)].key;
 }
@@ -248,7 +248,7 @@ const ObjectRef* CHashTable::FindItem(const std::string& key) const {
   return at < 0 ? nullptr : &entries_[at].item;
 }
 
-const ObjectRef& CHashTable::IndexedItemRef(int32_t position) const {
+const ObjectRef& CHashTable::ItemAt(int32_t position) const {
   if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
   return entries_[SlotOf(position)].item;
 }

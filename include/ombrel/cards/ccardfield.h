@@ -131,7 +131,11 @@ class CCardField final : public CObject {
   static const std::string& PooledName(uint8_t number);
   // The catalogue names followed by the empty name (which doubles as the
   // empty label), as strings the getters can hand out.
-  static const std::array<std::string, 29>& CatalogueNameStrings();
+  static const std::array<std::string, 29>& CatalogueNameStrings() {
+    static const std::array<std::string, 29> names = MakeCatalogueNameStrings();
+    return names;
+  }
+  static std::array<std::string, 29> MakeCatalogueNameStrings();
 
   static Extras CopyOf(const Extras& extras);
   void SetName(std::string_view name);

@@ -79,8 +79,12 @@ class CHashTable final : public CObject {
   const ObjectRef* FindItem(const std::string& key) const;
 
   // Direct access for hot loops, without building a key list or copying a reference.
-  const std::string& GetIndexedKey(int32_t position) const;
-  const ObjectRef& IndexedItemRef(int32_t position) const;
+  const std::string& GetIndexedKey(int32_t position) const {
+    return holes_ == 0 && position >= 1 && position <= count_ ? *entries_[position - 1].key : KeyAt(position);
+  }
+  const ObjectRef& IndexedItemRef(int32_t position) const {
+    return holes_ == 0 && position >= 1 && position <= count_ ? entries_[position - 1].item : ItemAt(position);
+  }
 
   template <class T>
   std::shared_ptr<T> GetItemAs(const std::string& key) const {
@@ -140,6 +144,9 @@ class CHashTable final : public CObject {
   }
   int32_t Find(const std::string& key) const;  // 0-based slot, -1 when absent
   int32_t SlotOf(int32_t position) const;      // 0-based slot of a valid 1-based position
+  // GetIndexedKey and IndexedItemRef when there are holes or the position is out of range.
+  const std::string& KeyAt(int32_t position) const;
+  const ObjectRef& ItemAt(int32_t position) const;
   bool Indexed() const { return index_ != nullptr; }
   void CheckClass(const ObjectRef& item) const;                            // raises as AddItem does
   void CheckNewItem(const std::string& key, const ObjectRef& item) const;  // raises as AddItem does
