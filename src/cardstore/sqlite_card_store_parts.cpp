@@ -108,12 +108,18 @@ void OpenPartConnection(Part& part, const char* file, int busyTimeoutMs) {
 // other parts at their next card.
 template <class Decode>
 void ReadPart(int32_t number, Part& part, ICardValues& values, DecodedCard& card, const Decode& decode,
-              const PartVisit& visit, std::atomic<bool>& stop) noexcept {
+              const PartVisit& visit, const std::function<bool(int32_t)>& wanted, std::atomic<bool>& stop) noexcept {
   try {
     while (!stop.load(std::memory_order_relaxed) && part.scan.Step()) {
       auto id = static_cast<int32_t>(part.scan.Int(0));
-      decode(id, part.scan.Blob(1), card);
       bool more = false;
+      try {
+        if (wanted && !wanted(id)) continue;
+      } catch (...) {
+        part.thrown = std::current_exception();
+        break;
+      }
+      decode(id, part.scan.Blob(1), card);
       try {
         more = visit(number, id, values);
       } catch (...) {
@@ -131,7 +137,8 @@ void ReadPart(int32_t number, Part& part, ICardValues& values, DecodedCard& card
 
 }  // namespace
 
-Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit, std::span<const int32_t> partStarts) {
+Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit, std::span<const int32_t> partStarts,
+                                          const std::function<bool(int32_t)>& wanted) {
   std::exception_ptr thrown;
   Status status = impl_->Run("ScanCardsInParts", [&] {
     Impl& s = *impl_;
@@ -206,7 +213,7 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
         uint64_t unknown = DecodeWith(tables.canonByCode, tables.names, id, blob, card);
         if (unknown != 0) FailUnknownCode(part[p].db, id, unknown);
       };
-      ReadPart(p, part[p], values, values.card, decode, visit, stop);
+      ReadPart(p, part[p], values, values.card, decode, visit, wanted, stop);
       part[p].Close();
     };
     std::vector<std::thread> threads;
@@ -242,7 +249,7 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
 
     ScanValues values(s);
     auto decode = [&](int32_t id, std::string_view blob, DecodedCard& card) { s.Decode(id, blob, card); };
-    ReadPart(0, part[0], values, values.card, decode, visit, stop);
+    ReadPart(0, part[0], values, values.card, decode, visit, wanted, stop);
     for (auto& t : threads) t.join();
 
     for (const Part& p : part) {

@@ -41,8 +41,8 @@ void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues
 
 void ScanInParts(ICardStore& store, int32_t parts,
                  const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit,
-                 std::span<const int32_t> partStarts) {
-  if (store.ScanCardsInParts(parts, visit, partStarts) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
+                 std::span<const int32_t> partStarts, const std::function<bool(int32_t)>& wanted) {
+  if (store.ScanCardsInParts(parts, visit, partStarts, wanted) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
 }
 
 int32_t& PartScanThreshold() {
@@ -148,16 +148,16 @@ void CDupeSearch::ScanStep(ICardStore& store, int32_t parts, int32_t resourceId,
   // Part 0 reports for all parts; the others only look out for a stop.
   int32_t partZeroDone = 0, reported = 0;
   std::atomic<bool> halt{false};
+  // The store passes over the cards not wanted without reading them.
   dupes_internal::ScanInParts(store, parts, [&](int32_t part, int32_t id, const ICardValues& values) {
-    const bool counted = !wanted || wanted(id);
-    if (part == 0 && counted) {
+    if (part == 0) {
       reported = dupes_internal::PartProgress(++partZeroDone, parts, total);
       if (!UpdateProgress(resourceId, reported, total)) halt = true;
     }
     if (halt.load(std::memory_order_relaxed)) return false;
-    if (counted) work(part, id, values);
+    work(part, id, values);
     return true;
-  }, partStarts);
+  }, partStarts, wanted);
   if (!halt && reported < total) UpdateProgress(resourceId, total, total);
 }
 

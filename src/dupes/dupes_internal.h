@@ -34,7 +34,7 @@ void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues
 // ScanCardsInParts, raising when the store fails.
 void ScanInParts(ICardStore& store, int32_t parts,
                  const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit,
-                 std::span<const int32_t> partStarts = {});
+                 std::span<const int32_t> partStarts = {}, const std::function<bool(int32_t)>& wanted = {});
 // How many parts the search reads a store of that many cards in at once: one
 // per core, at most two, and one below PartScanThreshold() cards, where a
 // thread costs more than it saves.

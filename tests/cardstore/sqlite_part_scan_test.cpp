@@ -165,6 +165,38 @@ TEST_F(PartScanTest, AVisitorsExceptionReachesTheCallerFromTheLowestPartThatThre
   EXPECT_EQ(Scan(*store_).size(), 3000u);  // nothing left running or locked
 }
 
+// Cards not wanted are passed over unread: the others come as the whole
+// scan gives them, a damaged card nobody wants goes unnoticed, and what the
+// filter throws reaches the caller.
+TEST_F(PartScanTest, CardsNotWantedAreNeitherVisitedNorRead) {
+  const auto whole = Scan(*store_);
+  RunSql(dir_ / "cards.db", "UPDATE cards SET vals = x'630141' WHERE id = 8994");
+  auto wanted = [](int32_t id) { return id % 4 == 0 && id != 8994; };
+  Parts got(2);
+  EXPECT_EQ(store_->ScanCardsInParts(
+                2,
+                [&](int32_t part, int32_t id, const ICardValues& v) {
+                  got.at(part).push_back(Dump(id, v));
+                  return true;
+                },
+                {}, wanted),
+            0)
+      << store_->GetLastError();
+  std::vector<std::string> expected;
+  for (int i = 1; i <= 3000; ++i)
+    if (wanted(i * 3)) expected.push_back(whole[static_cast<size_t>(i - 1)]);
+  EXPECT_EQ(Joined(got), expected);
+  EXPECT_FALSE(got[1].empty());
+  try {
+    store_->ScanCardsInParts(
+        2, [](int32_t, int32_t, const ICardValues&) { return true; }, {},
+        [](int32_t id) -> bool { throw std::runtime_error("asked about " + std::to_string(id)); });
+    ADD_FAILURE() << "nothing thrown";
+  } catch (const std::runtime_error& e) {
+    EXPECT_EQ(e.what(), std::string("asked about 3"));
+  }
+}
+
 TEST_F(PartScanTest, AStoreFailureInAPartIsTheCallsStatus) {
   RunSql(dir_ / "cards.db", "UPDATE cards SET vals = x'630141' WHERE id = 8994");
   EXPECT_EQ(store_->ScanCardsInParts(2, [](int32_t, int32_t, const ICardValues&) { return true; }),

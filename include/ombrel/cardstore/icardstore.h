@@ -108,10 +108,12 @@ class ICardStore {
   // partStarts, when it names parts - 1 cards in store order, asks for the parts to begin at those
   // cards instead of splitting the store into equal stretches (a caller that wants only some cards
   // can give each part as many of them); a store may ignore it.
+  // wanted, when given, is asked (on the part's thread) about each card first: a card it answers false
+  // for is passed over unvisited, and a store may then skip reading its values.
   virtual bool OffersPartScan() const { return false; }
   virtual Status ScanCardsInParts(
       int32_t parts, const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit,
-      std::span<const int32_t> partStarts = {});
+      std::span<const int32_t> partStarts = {}, const std::function<bool(int32_t cardId)>& wanted = {});
 };
 
 }  // namespace ombrel

@@ -148,10 +148,12 @@ class CSqliteCardStore : public ICardStore {
   // are this connection's alone) or when the database is not a file of its
   // own (in memory, temporary).
   bool OffersPartScan() const override { return true; }
-  // partStarts that the store does not hold, or not in store order, are ignored.
+  // partStarts that the store does not hold, or not in store order, are ignored. The values of
+  // cards not wanted are not decoded.
   Status ScanCardsInParts(int32_t parts,
                           const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit,
-                          std::span<const int32_t> partStarts = {}) override;
+                          std::span<const int32_t> partStarts = {},
+                          const std::function<bool(int32_t cardId)>& wanted = {}) override;
 
   // Bulk and administrative paths used by import, export and the sample
   // generator. They follow the same status convention; inside an update
