@@ -15,7 +15,9 @@
 #include <cstring>
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <future>
+#include <system_error>
 #include <thread>
 #include <string>
 #include <string_view>
@@ -287,7 +289,8 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
       sortedFacts.back().tagId = highest + 1;  // no other card keeps that tag
     }
   }
-  dupes_internal::SortedSuspects sorted(std::move(sortedCards), std::move(sortedFacts));
+  auto sortedOwner = std::make_unique<dupes_internal::SortedSuspects>(std::move(sortedCards), std::move(sortedFacts));
+  dupes_internal::SortedSuspects& sorted = *sortedOwner;
   timings_.grouping += SecondsSince(start);
   if (!alongside) {
     for (int32_t type : types) {
@@ -348,6 +351,20 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   }
   auto sets = last.get();
   timings_.grouping += SecondsSince(start);
+  // The walks' tables are taken apart on another thread while the last
+  // type's sets are handed on.
+  std::thread release;
+  try {
+    release = std::thread([owner = std::move(sortedOwner)]() mutable { owner.reset(); });
+  } catch (const std::system_error&) {
+    // No thread to spare: they were taken apart here already.
+  }
+  struct Join {
+    std::thread& thread;
+    ~Join() {
+      if (thread.joinable()) thread.join();
+    }
+  } joinRelease{release};
   found(lastType, std::move(sets));
 }
 
