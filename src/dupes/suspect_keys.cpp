@@ -68,11 +68,19 @@ class KeyPart {
     Push(begin);
   }
 
-  // The same, reading the three values into this part's own buffers.
+  // The same, reading the three values into this part's own buffers, by
+  // names the values have worked out once when they offer it.
   void Add(int32_t id, const ICardValues& values) {
-    values.Read("First Name", rawFirst_);
-    values.Read("Last Name", rawLast_);
-    values.Read("Email", rawEmail_);
+    static const std::string kNames[] = {"First Name", "Last Name", "Email"};
+    if (&values != preparedFor_ || !values.IsPrepared(ticket_)) {
+      preparedFor_ = &values;
+      ticket_ = values.Prepare(kNames);
+    }
+    std::string* raw[] = {&rawFirst_, &rawLast_, &rawEmail_};
+    for (size_t k = 0; k < 3; ++k) {
+      if (ticket_ != 0) values.ReadPrepared(k, *raw[k]);
+      else values.Read(kNames[k], *raw[k]);
+    }
     Add(id, rawFirst_, rawLast_, rawEmail_);
   }
 
@@ -100,6 +108,8 @@ class KeyPart {
   std::vector<Span> spans_;
   std::string first_, last_, email_;
   std::string rawFirst_, rawLast_, rawEmail_;
+  const ICardValues* preparedFor_ = nullptr;
+  uint64_t ticket_ = 0;
 };
 
 // Card IDs already listed; IDs are mostly small and dense, so a bitmap
