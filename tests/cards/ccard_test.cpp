@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ombrel/cards/field_catalogue.h"
@@ -238,6 +239,30 @@ TEST(CCardTest, ManyCustomFieldNamesBehaveAsAnyName) {
   const std::vector<CCard::CustomField> twice = {{"Custom 5", false}, {"Custom 5", false}};
   EXPECT_EQ(ErrorText([&] { CCard bad(twice); }),
             "HashTable already contains key: Custom 5");
+}
+
+// Threads building cards of layouts new to the process at the same time
+// agree on every name.
+TEST(CCardTest, CardsWithNewCustomFieldsCanBeBuiltOnSeveralThreads) {
+  auto build = [](int thread, std::string& names) {
+    for (int i = 0; i < 200; ++i) {
+      const std::vector<CCard::CustomField> custom = {{"Shared " + std::to_string(i % 20), false},
+                                                      {"Own " + std::to_string(thread) + "." + std::to_string(i % 20), true}};
+      CCard card(custom);
+      names += card.FieldAt(29).Name() + "," + card.FieldAt(30).Name() + ";";
+    }
+  };
+  std::string first, second;
+  std::thread other([&] { build(2, second); });
+  build(1, first);
+  other.join();
+  std::string expected1, expected2;
+  for (int i = 0; i < 200; ++i) {
+    expected1 += "Shared " + std::to_string(i % 20) + ",Own 1." + std::to_string(i % 20) + ";";
+    expected2 += "Shared " + std::to_string(i % 20) + ",Own 2." + std::to_string(i % 20) + ";";
+  }
+  EXPECT_EQ(first, expected1);
+  EXPECT_EQ(second, expected2);
 }
 
 // The same result and errors as SetData, in the stored field itself; a field
