@@ -184,10 +184,6 @@ std::shared_ptr<CCardField> CCard::FindField(const std::string& name) const {
   return item ? std::static_pointer_cast<CCardField>(*item) : nullptr;
 }
 
-CCardField& CCard::StoredFieldAt(int32_t position) const {
-  return static_cast<CCardField&>(*fields_.IndexedItemRef(position));
-}
-
 void CCard::SetCardId(int32_t cardId) {
   cardId_ = cardId;
   hasCardId_ = true;
@@ -241,7 +237,6 @@ const std::string& CCard::FieldText(const std::string& fieldName) const {
 
 CString CCard::GetFieldText(const std::string& fieldName) const { return CString(FieldText(fieldName)); }
 
-const CCardField& CCard::FieldAt(int32_t position) const { return StoredFieldAt(position); }
 
 std::string CCard::GetFreeExtraPhoneField() const {
   const CDictionary& names = ExtraPhoneFieldNames();
@@ -310,7 +305,17 @@ bool CCard::IsTextFieldName(const std::string& name) {
   return name != "Categories" && name != "Verified" && !IsStoreBookkeeping(name);
 }
 
-bool CCard::InText(const CCardField& field) { return field.HasText() && IsTextFieldName(field.Name()); }
+bool CCard::InText(const CCardField& field) {
+  if (!field.HasText()) return false;
+  // Every name kept out of the text is a catalogue name: those are told by position.
+  static const std::array<bool, kCatalogueSize> inText = [] {
+    std::array<bool, kCatalogueSize> out{};
+    for (size_t i = 0; i < kCatalogueSize; ++i) out[i] = IsTextFieldName(std::string(kStandardFieldNames[i]));
+    return out;
+  }();
+  const int32_t index = field.CatalogueIndex();
+  return index < 0 ? IsTextFieldName(field.Name()) : inText[static_cast<size_t>(index)];
+}
 
 std::string CCard::GetText() const {
   std::string out;

@@ -1,6 +1,7 @@
 #include "ombrel/dupes/cdupeset.h"
 
 #include "ombrel/cards/ccard.h"
+#include "ombrel/cards/field_catalogue.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/foundation/error.h"
 #include "ombrel/foundation/messages.h"
@@ -43,17 +44,47 @@ void InUpdate(Body body) {
 CDupeSet::CDupeSet() : dupes_(std::make_shared<CList>()) { dupes_->RestrictType("CCard"); }
 
 namespace {
+constexpr int32_t CatalogueIndexOf(std::string_view name) {
+  for (size_t i = 0; i < kStandardFieldNames.size(); ++i)
+    if (kStandardFieldNames[i] == name) return static_cast<int32_t>(i);
+  return -1;
+}
+
+// The same by the field's catalogue position: the bookkeeping names are all
+// catalogue names.
+inline bool IsBookkeepingField(const CCardField& field) {
+  constexpr int32_t kCreation = CatalogueIndexOf("Creation Date");
+  constexpr int32_t kModified = CatalogueIndexOf("Modified Date");
+  constexpr int32_t kStatus = CatalogueIndexOf("Solvane Status");
+  static_assert(kCreation >= 0 && kModified >= 0 && kStatus >= 0);
+  const int32_t index = field.CatalogueIndex();
+  return index == kCreation || index == kModified || index == kStatus;
+}
+
 void AppendSignature(const CCard& card, std::string& sig) {
   sig += std::to_string(card.GetCardID());
   sig += "\r\n";
+  // Sized first, then written: a card has some thirty fields of four pieces.
   const int32_t n = card.NumFields();
+  size_t size = sig.size();
   for (int32_t i = 1; i <= n; ++i) {
     const CCardField& f = card.FieldAt(i);
-    if (IsBookkeepingField(f.Name())) continue;
-    if (!f.Text().empty()) sig += f.Label();
-    sig += '\t';
-    sig += f.Text();
-    sig += "\r\n";
+    if (IsBookkeepingField(f)) continue;
+    size += (f.Text().empty() ? 0 : f.Label().size()) + 1 + f.Text().size() + 2;
+  }
+  size_t at = sig.size();
+  sig.resize(size);
+  auto put = [&](std::string_view piece) {
+    std::copy(piece.begin(), piece.end(), sig.begin() + static_cast<std::ptrdiff_t>(at));
+    at += piece.size();
+  };
+  for (int32_t i = 1; i <= n; ++i) {
+    const CCardField& f = card.FieldAt(i);
+    if (IsBookkeepingField(f)) continue;
+    if (!f.Text().empty()) put(f.Label());
+    put("\t");
+    put(f.Text());
+    put("\r\n");
   }
 }
 }  // namespace

@@ -74,6 +74,9 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   int32_t filled = 0;
   size_t size = 0;
   facts.fieldTextsKept = true;
+  // The fields the kept texts take (all but the dates), found once.
+  thread_local std::vector<const CCardField*> kept;
+  kept.clear();
   for (int32_t i = 1; i <= fields; ++i) {
     const CCardField& field = card.FieldAt(i);
     const std::string& key = card.GetFields().GetIndexedKey(i);
@@ -84,6 +87,7 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
     if (IsDateField(key)) continue;
     if (text > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
     size += LengthSize(text) + LengthSize(label) + text + label;
+    kept.push_back(&field);
   }
   // Written once the size is known: no growing, no slack.
   std::string& texts = facts.fieldTexts;
@@ -91,11 +95,9 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   if (facts.fieldTextsKept) {
     texts.resize(size);
     char* out = texts.data();
-    for (int32_t i = 1; i <= fields; ++i) {
-      if (IsDateField(card.GetFields().GetIndexedKey(i))) continue;
-      const CCardField& field = card.FieldAt(i);
-      const std::string& text = field.Text();
-      const std::string& label = field.Label();
+    for (const CCardField* field : kept) {
+      const std::string& text = field->Text();
+      const std::string& label = field->Label();
       out = PutLength(out, text.size());
       out = PutLength(out, label.size());
       out = std::copy(text.begin(), text.end(), out);

@@ -101,7 +101,7 @@ class CCard final : public CObject {
   CString GetFieldText(const std::string& fieldName) const;
   const std::string& FieldText(const std::string& fieldName) const;  // no copy, same checks as GetField
   int32_t NumFields() const { return fields_.GetNumItems(); }
-  const CCardField& FieldAt(int32_t position) const;  // 1-based, table order
+  const CCardField& FieldAt(int32_t position) const { return StoredFieldAt(position); }  // 1-based, table order
   // Every text that says something about the contact, one per line (CR LF).
   std::string GetText() const;
   // The length of GetText in characters, without making it.
@@ -123,7 +123,10 @@ class CCard final : public CObject {
   std::shared_ptr<CCardField> FindField(const std::string& name) const;
   // The same without copying the reference.
   const CCardField* FindFieldPtr(const std::string& name) const;
-  CCardField& StoredFieldAt(int32_t position) const;
+  CCardField& StoredFieldAt(int32_t position) const {
+    // The table takes nothing but fields.
+    return static_cast<CCardField&>(*fields_.IndexedItemRef(position));
+  }
 
   // Whether GetText includes the field.
   static bool InText(const CCardField& field);

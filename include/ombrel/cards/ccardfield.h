@@ -84,6 +84,9 @@ class CCardField final : public CObject {
     return extras_ ? *extras_->name : CatalogueNameStrings()[kNoName];  // a moved-from field has no extras
   }
   const std::string& Text() const { return text_; }
+  // The name's position in the catalogue (kStandardFieldNames), -1 for any
+  // other name: a catalogue name is always kept as its position.
+  int32_t CatalogueIndex() const { return nameIndex_ < kNoName ? nameIndex_ : -1; }
   const std::string& Label() const { return extras_ ? extras_->label : CatalogueNameStrings()[kNoName]; }
   bool HasRect() const { return hasRect_; }
 
