@@ -9,6 +9,7 @@
 
 #include "dupes/dupes_internal.h"
 #include "dupes/reference_model.h"
+#include "dupes/search_state.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "support/cards.h"
 #include "support/error_text.h"
@@ -341,14 +342,7 @@ TEST_P(DupeSearchTest, AnUnreadableSuspectRaisesTheManagersError) {
 // them; a store failure is raised for the first failing card in sorted
 // order, as asking card by card in that order would, and no type is handed on.
 TEST(DupeSearchAheadTest, AFrontImageFailureIsRaisedForTheFirstFailingCardInSortedOrder) {
-  struct Restore {
-    std::shared_ptr<CCardStoreMgr> saved = CardStoreMgr();
-    int32_t threshold = dupes_internal::PartScanThreshold();
-    ~Restore() {
-      CardStoreMgr() = saved;
-      dupes_internal::PartScanThreshold() = threshold;
-    }
-  } restore;
+  const RestoreSearchState restore;
   auto fake = std::make_shared<FakeCardStore>();
   for (const Entry& e : {Person(4, "Bob", "Ray", ""), Person(3, "Bob", "Ray", ""), Person(2, "Ann", "Lee", ""),
                          Person(1, "Ann", "Lee", ""), Person(6, "Al", "Abbot", ""), Person(5, "Al", "Abbot", "")})

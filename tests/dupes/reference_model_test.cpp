@@ -16,6 +16,7 @@
 
 #include "dupes/dupes_internal.h"
 #include "dupes/reference_model.h"
+#include "dupes/search_state.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/dupes/dupe_search.h"
 #include "ombrel/foundation/cstring.h"
@@ -172,14 +173,7 @@ TEST(ReferenceModelTest, SearchMatchesTheModelOnRandomStores) {
 #else
   constexpr int kStores = 240;
 #endif
-  struct Restore {
-    std::shared_ptr<CCardStoreMgr> saved = CardStoreMgr();
-    int32_t threshold = dupes_internal::PartScanThreshold();
-    ~Restore() {
-      CardStoreMgr() = saved;
-      dupes_internal::PartScanThreshold() = threshold;
-    }
-  } restore;
+  const RestoreSearchState restore;
   const ScratchDir dir("ombrel-model");
   const char* kinds[] = {"", ", scanned", ", in SQLite", ", in SQLite read in parts"};
   int mismatches = 0;
