@@ -63,14 +63,25 @@ int32_t Probe(int32_t low, int32_t high) {
   return below % 2 == 0 ? below : below + 1;
 }
 
-// The first eight bytes of a tag as a number that orders as the bytes do;
-// tags equal in them are told apart by the full comparison.
-uint64_t Prefix(std::string_view tag) {
-  unsigned char bytes[8] = {};
-  std::memcpy(bytes, tag.data(), std::min<size_t>(tag.size(), 8));
-  uint64_t prefix = 0;
-  for (unsigned char b : bytes) prefix = prefix << 8 | b;
-  return prefix;
+// A tag's first sixteen bytes as two numbers that order as the bytes do,
+// with its length: two tags of sixteen bytes or fewer compare by these
+// alone; longer ones equal in them are told apart by the full comparison.
+struct SortKey {
+  uint64_t high = 0, low = 0;
+  uint32_t length = 0;
+  int32_t index = 0;
+};
+
+uint64_t BigEndian(const unsigned char* bytes) {
+  uint64_t value = 0;
+  for (int i = 0; i < 8; ++i) value = value << 8 | bytes[i];
+  return value;
+}
+
+SortKey KeyOf(std::string_view tag, int32_t index) {
+  unsigned char bytes[16] = {};
+  std::memcpy(bytes, tag.data(), std::min<size_t>(tag.size(), 16));
+  return {BigEndian(bytes), BigEndian(bytes + 8), static_cast<uint32_t>(std::min<size_t>(tag.size(), UINT32_MAX)), index};
 }
 
 // The order the binary insertion gives: result[k] is the input index of the
@@ -78,19 +89,22 @@ uint64_t Prefix(std::string_view tag) {
 std::vector<int32_t> InsertionOrder(const std::vector<std::string_view>& tags) {
   const int32_t n = static_cast<int32_t>(tags.size());
   // Rank every card by its tag among the distinct tags (exact byte order).
-  std::vector<std::pair<uint64_t, int32_t>> order(static_cast<size_t>(n));
-  for (int32_t i = 0; i < n; ++i) order[static_cast<size_t>(i)] = {Prefix(tags[static_cast<size_t>(i)]), i};
-  std::sort(order.begin(), order.end(), [&](const auto& a, const auto& b) {
-    if (a.first != b.first) return a.first < b.first;
-    return tags[static_cast<size_t>(a.second)] < tags[static_cast<size_t>(b.second)];
-  });
+  std::vector<SortKey> order(static_cast<size_t>(n));
+  for (int32_t i = 0; i < n; ++i) order[static_cast<size_t>(i)] = KeyOf(tags[static_cast<size_t>(i)], i);
+  // -1, 0 or 1 as tag a is below, equal to or above tag b.
+  auto compare = [&](const SortKey& a, const SortKey& b) {
+    if (a.high != b.high) return a.high < b.high ? -1 : 1;
+    if (a.low != b.low) return a.low < b.low ? -1 : 1;
+    if (a.length <= 16 && b.length <= 16) return a.length == b.length ? 0 : a.length < b.length ? -1 : 1;
+    const int c = tags[static_cast<size_t>(a.index)].compare(tags[static_cast<size_t>(b.index)]);
+    return c < 0 ? -1 : c > 0 ? 1 : 0;
+  };
+  std::sort(order.begin(), order.end(), [&](const SortKey& a, const SortKey& b) { return compare(a, b) < 0; });
   std::vector<int32_t> rank(static_cast<size_t>(n));
   int32_t distinct = 0;
   for (size_t k = 0; k < order.size(); ++k) {
-    if (k > 0 && (order[k].first != order[k - 1].first ||
-                  tags[static_cast<size_t>(order[k].second)] != tags[static_cast<size_t>(order[k - 1].second)]))
-      ++distinct;
-    rank[static_cast<size_t>(order[k].second)] = distinct;
+    if (k > 0 && compare(order[k], order[k - 1]) != 0) ++distinct;
+    rank[static_cast<size_t>(order[k].index)] = distinct;
   }
   const size_t ranks = n > 0 ? static_cast<size_t>(distinct) + 1 : 0;
 
