@@ -249,6 +249,30 @@ TEST_P(DupeSearchTest, LongFieldTextsAndLabelsAreComparedInFull) {
   EXPECT_EQ(FindAllTypes(), "1 2: 1\n1 7: 6\n2 2: 4 1\n2 7: 9 6\n3 2: 4 1 3 5\n3 7: 9 6 8 10\n");
 }
 
+// Long tags alike in their first bytes, tags that are prefixes of others
+// (one ending in a zero byte) and repeated ones sort as the insertion does.
+TEST(SortCardsTest, TagsAlikeInTheirFirstBytesSortByAllTheirBytes) {
+  const std::string base = "Abcdefghijklmnop";  // sixteen bytes
+  const std::vector<std::string> tags = {base + "q", base, base + "a", base.substr(0, 15), base + "q",
+                                         std::string("Abc\0", 4), "Abc", base + "a" + base, base + "a",
+                                         base, "Abc", base + "a" + base + "b", ",", base + "q"};
+  model::Cards mine, theirs;
+  for (size_t i = 0; i < tags.size(); ++i) {
+    auto card = std::make_shared<CCard>();
+    card->SetCardId(static_cast<int32_t>(i) + 1);
+    card->tag = tags[i];
+    mine.push_back(card);
+    theirs.push_back(card->Clone());
+  }
+  CList list;
+  for (const auto& card : mine) list.AddItem(card);
+  CDupeSearch().SortCards(list);
+  model::SortCards(theirs);
+  CList expected;
+  for (const auto& card : theirs) expected.AddItem(card);
+  EXPECT_EQ(TaggedIds(list), TaggedIds(expected));
+}
+
 // ---------------------------------------------------------------------------
 // Progress and stopping
 
