@@ -316,7 +316,13 @@ uint64_t sqlite_store::DecodeWith(const std::vector<int32_t>& canonByCode, size_
   if (card.slot.size() < names) card.slot.resize(names, -1);
   auto* p = reinterpret_cast<const unsigned char*>(blob.data());
   auto* end = p + blob.size();
+  // Held in locals: the stores below would otherwise make the compiler
+  // fetch the tables afresh for every value.
+  const int32_t* canonOf = canonByCode.data();
+  const uint64_t codes = canonByCode.size();
+  int32_t* slot = card.slot.data();
   uint64_t unknown = 0;
+  int32_t position = 0;
   while (p != end) {
     uint64_t code = 0, length = 0;
     if (!ReadVarint(p, end, code) || !ReadVarint(p, end, length) || code == 0 || code > UINT32_MAX ||
@@ -325,12 +331,12 @@ uint64_t sqlite_store::DecodeWith(const std::vector<int32_t>& canonByCode, size_
     }
     std::string_view text(reinterpret_cast<const char*>(p), length);
     p += length;
-    int32_t index = code < canonByCode.size() ? canonByCode[code] : -1;
+    const int32_t index = code < codes ? canonOf[code] : -1;
     if (index < 0 && unknown == 0) unknown = code;
     if (unknown != 0) continue;  // failing anyway; read on only to find damage
     card.values.push_back({static_cast<uint32_t>(code), text});
     card.canonIndex.push_back(index);
-    card.slot[index] = static_cast<int32_t>(card.values.size() - 1);
+    slot[index] = position++;
   }
   if (unknown == 0) card.id = cardId;
   return unknown;
