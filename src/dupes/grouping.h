@@ -64,8 +64,8 @@ struct CardFacts {
 void ObserveCard(const CCard& card, CardFacts& facts);
 
 // The numbers of the cards' last names and tags (tags[k] is card k's), and
-// of their e-mail texts. The two touch different
-// members, so two threads may run one each.
+// of their e-mail texts. The two set different members, so two threads may
+// run one each.
 void NumberNamesAndTags(std::span<CardFacts> facts, std::span<const std::shared_ptr<CCard>> cards,
                         std::span<const std::string_view> tags);
 void NumberEmails(std::span<CardFacts> facts);
