@@ -163,8 +163,11 @@ void CHashTable::AddItemsWithStaticKeys(const StaticKeys& keys, std::span<Object
         accepted = cls;
       }
     }
-    Add(Key::Refer(names[i]), std::move(items[i]));
+    entries_.push_back(Entry{Key::Refer(names[i]), std::move(items[i])});
+    ++count_;
   }
+  // Filled from empty: no holes to count, and an index only past its size.
+  if (count_ > kIndexThreshold) Reindex();
 }
 
 void CHashTable::Add(Key key, ObjectRef item) {

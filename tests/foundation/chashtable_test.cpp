@@ -132,6 +132,29 @@ TEST(CHashTableTest, StaticKeysAreReferredToAndCheckedAsCopiedKeys) {
   EXPECT_EQ(TrapText([&] { CHashTable::StaticKeys keys(kRepeated); }), "HashTable already contains key: Name");
 }
 
+// A static key list longer than a table keeps unindexed is indexed at once:
+// lookups by copies of the names, removals and positions all hold.
+TEST(CHashTableTest, AStaticKeyListPastTheIndexSizeIsIndexed) {
+  static const std::vector<std::string> kNames = [] {
+    std::vector<std::string> names;
+    for (int i = 0; i < 60; ++i) names.push_back("key " + std::to_string(i));
+    return names;
+  }();
+  static const CHashTable::StaticKeys kKeys(kNames);
+  std::vector<ObjectRef> items;
+  for (int i = 0; i < 60; ++i) items.push_back(Str(std::to_string(i)));
+  CHashTable table;
+  table.AddItemsWithStaticKeys(kKeys, items);
+  table.RemoveItem(std::string("key 10"));
+  table.AddItem("key 60", Str("60"));
+  std::string found;
+  for (int i : {0, 10, 11, 59, 60}) {
+    const ObjectRef* item = table.FindItem("key " + std::to_string(i));
+    found += item ? (*item)->ToStr() + " " : "- ";
+  }
+  EXPECT_EQ(found + std::to_string(table.GetNumItems()) + " " + table.GetIndexedKey(11), "0 - 11 59 60 60 key 11");
+}
+
 // A lookup by one of the static strings themselves tries its list position
 // first; whatever the table went through, it must find what is there.
 TEST(CHashTableTest, LookupsByTheStaticStringsFollowChanges) {
