@@ -314,7 +314,7 @@ bool CCard::InText(const CCardField& field) {
     return out;
   }();
   const int32_t index = field.CatalogueIndex();
-  return index < 0 ? IsTextFieldName(field.Name()) : inText[static_cast<size_t>(index)];
+  return index < 0 || inText[static_cast<size_t>(index)];
 }
 
 std::string CCard::GetText() const {

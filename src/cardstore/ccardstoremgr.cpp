@@ -330,21 +330,10 @@ std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::strin
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
                                                 const ICardValues& values) {
   auto plan = PlanCustomFields(customFields);
-  // The names this thread last prepared, and with which values and plan: a
-  // scan builds card after card from the same values object.
-  struct Prepared {
-    const ICardValues* values = nullptr;
-    uint64_t plan = 0;
-    uint64_t ticket = 0;
-  };
-  thread_local Prepared prepared;
-  if (prepared.values != &values || prepared.plan != plan->serial || !values.IsPrepared(prepared.ticket)) {
-    prepared = {&values, plan->serial, values.Prepare(plan->valueNames)};
-  }
-  if (prepared.ticket == 0) {
-    return Build(cardId, *plan, [&](const std::string& name, size_t, std::string& value) { values.Read(name, value); });
-  }
-  return Build(cardId, *plan, [&](const std::string&, size_t k, std::string& value) { values.ReadPrepared(k, value); });
+  // A scan builds card after card from the same values object and plan.
+  thread_local PreparedNamesReader reader;
+  reader.Use(values, plan->valueNames, plan->serial);
+  return Build(cardId, *plan, [&](const std::string&, size_t k, std::string& value) { reader.Read(k, value); });
 }
 
 template <class Read>

@@ -15,10 +15,15 @@ namespace {
 constexpr int kFrontImage = 1;
 constexpr int kBackImage = 2;
 
-// Views compare their lengths first: most names are told apart without a byte compared.
-bool IsBookkeepingField(std::string_view name) {
-  using namespace std::string_view_literals;
-  return name == "Modified Date"sv || name == "Creation Date"sv || name == "Solvane Status"sv;
+// The store's bookkeeping fields (dates and status), told by catalogue
+// position: a catalogue name is always kept as its position.
+inline bool IsBookkeepingField(const CCardField& field) {
+  constexpr int32_t kCreation = StandardFieldIndex("Creation Date");
+  constexpr int32_t kModified = StandardFieldIndex("Modified Date");
+  constexpr int32_t kStatus = StandardFieldIndex("Solvane Status");
+  static_assert(kCreation >= 0 && kModified >= 0 && kStatus >= 0);
+  const int32_t index = field.CatalogueIndex();
+  return index == kCreation || index == kModified || index == kStatus;
 }
 
 // Runs body inside an update bracket. A failure inside, or of the commit
@@ -44,23 +49,6 @@ void InUpdate(Body body) {
 CDupeSet::CDupeSet() : dupes_(std::make_shared<CList>()) { dupes_->RestrictType("CCard"); }
 
 namespace {
-constexpr int32_t CatalogueIndexOf(std::string_view name) {
-  for (size_t i = 0; i < kStandardFieldNames.size(); ++i)
-    if (kStandardFieldNames[i] == name) return static_cast<int32_t>(i);
-  return -1;
-}
-
-// The same by the field's catalogue position: the bookkeeping names are all
-// catalogue names.
-inline bool IsBookkeepingField(const CCardField& field) {
-  constexpr int32_t kCreation = CatalogueIndexOf("Creation Date");
-  constexpr int32_t kModified = CatalogueIndexOf("Modified Date");
-  constexpr int32_t kStatus = CatalogueIndexOf("Solvane Status");
-  static_assert(kCreation >= 0 && kModified >= 0 && kStatus >= 0);
-  const int32_t index = field.CatalogueIndex();
-  return index == kCreation || index == kModified || index == kStatus;
-}
-
 void AppendSignature(const CCard& card, std::string& sig) {
   sig += std::to_string(card.GetCardID());
   sig += "\r\n";
@@ -214,8 +202,8 @@ void CDupeSet::WritePrimaryFields(int32_t id) {
   CCardStoreMgr& mgr = Mgr();
   for (int32_t i = 1; i <= primary_->NumFields(); ++i) {
     const CCardField& f = primary_->FieldAt(i);
+    if (IsBookkeepingField(f)) continue;
     const std::string& name = f.Name();
-    if (IsBookkeepingField(name)) continue;
     mgr.PutValue(id, name, f.Text());
     if (f.IsExtraField()) mgr.PutValue(id, name + ".Label", f.Label());
     if (name != "Notes" && name != "Verified" && name != "Categories") {

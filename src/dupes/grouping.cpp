@@ -149,7 +149,6 @@ void NumberNamesAndTags(std::span<CardFacts> facts, std::span<const std::shared_
   Number(facts, &CardFacts::lastId, [&](size_t k) -> std::string_view { return cards[k]->GetLastName(); },
          [&](size_t k) { return facts[k].lastHash; });
   Number(facts, &CardFacts::tagId, [&](size_t k) { return tags[k]; }, [&](size_t k) { return KeyTable::Hash(tags[k]); });
-  for (CardFacts& f : facts) f.numbered = true;
 }
 
 void NumberEmails(std::span<CardFacts> facts) {
@@ -170,7 +169,8 @@ void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<co
   }
 }
 
-SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts)
+SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts,
+                               bool numbered)
     : cards_(std::move(sorted)), profiles_(cards_.size()), texts_(cards_.size()), fieldTexts_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
@@ -223,7 +223,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       if (error) std::rethrow_exception(error);
   }
 
-  if (!given || !facts.front().numbered) {
+  if (!given || !numbered) {
     std::vector<std::string_view> tags(n);
     for (size_t p = 0; p < n; ++p) tags[p] = cards_[p]->tag;
     if (threads) {

@@ -55,7 +55,6 @@ struct CardFacts {
   // Numbers standing for the texts the walk compares (equal texts, equal
   // numbers; 0 for none), set by NumberNamesAndTags and NumberEmails.
   int32_t lastId = 0, tagId = 0, rawEmailId = 0, emailId = 0;
-  bool numbered = false;
   // The store's answer on the card's front image when asked ahead (-1 not
   // asked), or what asking raised.
   int8_t frontImage = -1;
@@ -76,9 +75,10 @@ void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<co
 class SortedSuspects {
  public:
   // facts, when given, are those of the sorted cards in the same order, and
-  // all the cards were built with one field layout; numbers and front-image
-  // answers they already carry are taken over.
-  explicit SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts = {});
+  // all the cards were built with one field layout; front-image answers they
+  // carry are taken over, and so are their numbers when numbered.
+  explicit SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts = {},
+                          bool numbered = false);
   ~SortedSuspects();
 
   int32_t Size() const { return static_cast<int32_t>(cards_.size()); }

@@ -303,7 +303,8 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
       sortedFacts.back().tagId = highest + 1;  // no other card keeps that tag
     }
   }
-  auto sortedOwner = std::make_unique<dupes_internal::SortedSuspects>(std::move(sortedCards), std::move(sortedFacts));
+  auto sortedOwner =
+      std::make_unique<dupes_internal::SortedSuspects>(std::move(sortedCards), std::move(sortedFacts), ahead);
   dupes_internal::SortedSuspects& sorted = *sortedOwner;
   timings_.grouping += SecondsSince(start);
   if (!alongside) {

@@ -72,15 +72,10 @@ class KeyPart {
   // names the values have worked out once when they offer it.
   void Add(int32_t id, const ICardValues& values) {
     static const std::string kNames[] = {"First Name", "Last Name", "Email"};
-    if (&values != preparedFor_ || !values.IsPrepared(ticket_)) {
-      preparedFor_ = &values;
-      ticket_ = values.Prepare(kNames);
-    }
-    std::string* raw[] = {&rawFirst_, &rawLast_, &rawEmail_};
-    for (size_t k = 0; k < 3; ++k) {
-      if (ticket_ != 0) values.ReadPrepared(k, *raw[k]);
-      else values.Read(kNames[k], *raw[k]);
-    }
+    reader_.Use(values, kNames, 0);
+    reader_.Read(0, rawFirst_);
+    reader_.Read(1, rawLast_);
+    reader_.Read(2, rawEmail_);
     Add(id, rawFirst_, rawLast_, rawEmail_);
   }
 
@@ -108,8 +103,7 @@ class KeyPart {
   std::vector<Span> spans_;
   std::string first_, last_, email_;
   std::string rawFirst_, rawLast_, rawEmail_;
-  const ICardValues* preparedFor_ = nullptr;
-  uint64_t ticket_ = 0;
+  PreparedNamesReader reader_;
 };
 
 // Card IDs already listed; IDs are mostly small and dense, so a bitmap

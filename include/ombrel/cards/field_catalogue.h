@@ -27,8 +27,33 @@ inline constexpr std::string_view kRectangleSuffix = ".Rectangle";
 inline constexpr std::string_view kConfidenceLevelsSuffix = ".Confidence Levels";
 inline constexpr std::string_view kSuspectInfoSuffix = ".Suspect Info";
 
-bool IsStandardFieldName(std::string_view name);
+namespace catalogue_detail {
+// Every field that is set asks for its name's position, so the position is
+// found from a slot computed from the length and the first and last
+// characters, then confirmed by one comparison. The slots of the catalogue
+// names differ; a catalogue change that breaks that fails to compile.
+constexpr size_t Slot(std::string_view name) {
+  return (name.size() * 30 + static_cast<unsigned char>(name.front()) * 60 + static_cast<unsigned char>(name.back())) &
+         63;
+}
+
+inline constexpr std::array<int8_t, 64> kPositionBySlot = [] {
+  std::array<int8_t, 64> positions{};
+  positions.fill(-1);
+  for (size_t i = 0; i < kStandardFieldNames.size(); ++i) {
+    if (positions[Slot(kStandardFieldNames[i])] != -1) throw "two catalogue names share a slot";
+    positions[Slot(kStandardFieldNames[i])] = static_cast<int8_t>(i);
+  }
+  return positions;
+}();
+}  // namespace catalogue_detail
+
 // The name's position in kStandardFieldNames, or -1.
-int32_t StandardFieldIndex(std::string_view name);
+constexpr int32_t StandardFieldIndex(std::string_view name) {
+  if (name.empty()) return -1;
+  const int32_t position = catalogue_detail::kPositionBySlot[catalogue_detail::Slot(name)];
+  return position >= 0 && kStandardFieldNames[static_cast<size_t>(position)] == name ? position : -1;
+}
+constexpr bool IsStandardFieldName(std::string_view name) { return StandardFieldIndex(name) >= 0; }
 
 }  // namespace ombrel

@@ -57,6 +57,33 @@ class ICardValues {
   }
 };
 
+// Reads one list of names from card after card: prepared once when the
+// values offer it, else name by name. listId tells lists apart; a reader
+// keeps its preparation while the values object, the list and the
+// preparation itself stay the same.
+class PreparedNamesReader {
+ public:
+  void Use(const ICardValues& values, std::span<const std::string> names, uint64_t listId) {
+    if (&values != values_ || listId != listId_ || !values.IsPrepared(ticket_)) {
+      values_ = &values;
+      listId_ = listId;
+      ticket_ = values.Prepare(names);
+    }
+    names_ = names;
+  }
+  // names[k] of the card the values show now.
+  void Read(size_t k, std::string& value) const {
+    if (ticket_ != 0) values_->ReadPrepared(k, value);
+    else values_->Read(names_[k], value);
+  }
+
+ private:
+  const ICardValues* values_ = nullptr;
+  std::span<const std::string> names_;
+  uint64_t listId_ = 0;
+  uint64_t ticket_ = 0;
+};
+
 class ICardStore {
  public:
   virtual ~ICardStore() = default;
