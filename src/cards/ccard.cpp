@@ -2,9 +2,11 @@
 
 #include "foundation/utf8.h"
 
+#include <algorithm>
 #include <array>
 #include <functional>
 #include <string_view>
+#include <vector>
 
 #include "ombrel/cards/field_catalogue.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
@@ -63,29 +65,67 @@ CCard::CCard() : CCard(std::span<const CustomField>()) {}
 CCard::CCard(std::span<const CustomField> customFields) {
   fields_.RestrictType("CCardField");
   fields_.Reserve(static_cast<int32_t>(kCatalogueSize + customFields.size()));
-  // One block for every field; each table entry shares its ownership.
-  auto block = std::make_shared<CCardField[]>(kCatalogueSize + customFields.size());
-  std::array<ObjectRef, kCatalogueSize> catalogue;
-  for (size_t i = 0; i < kCatalogueSize; ++i) {
-    block[i].nameIndex_ = static_cast<uint8_t>(i);
-    catalogue[i] = ObjectRef(block, &block[i]);
-  }
+  // Every field starts as the shared empty one under its name: most fields
+  // of a card stay empty, and a card makes its own only for those it sets.
+  std::array<ObjectRef, kCatalogueSize> catalogue = SharedCatalogueRefs();
   fields_.AddItemsWithStaticKeys(CatalogueKeys(), catalogue);
-  for (size_t i = 0; i < customFields.size(); ++i) {
-    CCardField& field = block[kCatalogueSize + i];
-    const std::string& name = customFields[i].name;
-    if (customFields[i].readOnly) field.MakeReadOnly();
+  for (const CustomField& custom : customFields) {
+    const std::string& name = custom.name;
     // A database's custom fields recur on every card: their names are
     // pooled, and the table refers to the pooled string.
     const uint8_t pooled =
         name.empty() || StandardFieldIndex(name) >= 0 ? CCardField::kOwnName : CCardField::PoolName(name);
     if (pooled != CCardField::kOwnName) {
-      field.nameIndex_ = pooled;
-      fields_.AddItemWithStaticKey(CCardField::PooledName(pooled), ObjectRef(block, &field));
+      fields_.AddItemWithStaticKey(CCardField::PooledName(pooled),
+                                   SharedRef(CCardField::SharedEmpty(pooled, custom.readOnly)));
     } else {
-      field.SetFieldName(name);
-      fields_.AddItem(name, ObjectRef(block, &field));
+      AddField(name, custom.readOnly);
     }
+  }
+}
+
+const std::array<ObjectRef, CCard::kCatalogueFields>& CCard::SharedCatalogueRefs() {
+  static_assert(kCatalogueFields == kCatalogueSize);
+  static const std::array<ObjectRef, kCatalogueFields> refs = [] {
+    std::array<ObjectRef, kCatalogueFields> out;
+    for (size_t i = 0; i < kCatalogueFields; ++i)
+      out[i] = SharedRef(CCardField::SharedEmpty(static_cast<uint8_t>(i), false));
+    return out;
+  }();
+  return refs;
+}
+
+ObjectRef CCard::SharedRef(const CCardField& shared) {
+  // A reference that owns nothing: the shared fields live as long as the
+  // process, and copying such a reference touches no shared counter, which
+  // two threads building cards would otherwise fight over.
+  return ObjectRef(ObjectRef(), const_cast<CCardField*>(&shared));
+}
+
+CCardField& CCard::OwnFieldAt(int32_t position) const {
+  const ObjectRef& item = fields_.IndexedItemRef(position);
+  auto& field = static_cast<CCardField&>(*item);
+  if (!CCardField::IsSharedEmpty(field)) return field;
+  auto own = std::make_shared<CCardField>(field);
+  CCardField& out = *own;
+  fields_.SetItem(fields_.GetIndexedKey(position), std::move(own));
+  return out;
+}
+
+void CCard::OwnFieldsAt(std::span<const int32_t> positions) {
+  size_t shared = 0;
+  for (int32_t position : positions) shared += CCardField::IsSharedEmpty(FieldAt(position)) ? 1 : 0;
+  if (shared == 0) return;
+  // One block for them all; each table entry shares its ownership.
+  auto block = std::make_shared<CCardField[]>(shared);
+  size_t next = 0;
+  for (int32_t position : positions) {
+    const CCardField& field = FieldAt(position);
+    if (!CCardField::IsSharedEmpty(field)) continue;
+    CCardField& own = block[next++];
+    own.nameIndex_ = field.nameIndex_;
+    own.readOnlyType_ = field.readOnlyType_;
+    fields_.SetItem(fields_.GetIndexedKey(position), ObjectRef(block, &own));
   }
 }
 
@@ -98,12 +138,16 @@ void CCard::MakeNonStandardCard() {
 std::shared_ptr<CCard> CCard::Clone() const {
   auto card = std::make_shared<CCard>();
   if (nonStandard_) card->MakeNonStandardCard();
+  // The same catalogue slots: the new card's own fields, which nobody holds
+  // yet, become the copies.
+  std::vector<int32_t> sameSlots;
+  for (int32_t i = 1; i <= std::min(NumFields(), card->NumFields()); ++i)
+    if (&card->fields_.GetIndexedKey(i) == &fields_.GetIndexedKey(i)) sameSlots.push_back(i);
+  card->OwnFieldsAt(sameSlots);
   for (int32_t i = 1; i <= fields_.GetNumItems(); ++i) {
     const std::string& name = fields_.GetIndexedKey(i);
     if (i <= card->NumFields() && &card->fields_.GetIndexedKey(i) == &name) {
-      // The same catalogue slot: the new card's own field, which nobody holds
-      // yet, becomes the copy.
-      card->StoredFieldAt(i).Copy(FieldAt(i));
+      card->OwnFieldAt(i).Copy(FieldAt(i));
       continue;
     }
     auto clone = FieldAt(i).Clone();
@@ -138,7 +182,7 @@ void CCard::SetData(const std::string& fieldName, const std::string& text, const
 void CCard::SetDataInPlace(int32_t position, std::string&& text, const std::string& userLabel, const CRectangle* rect,
                            int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect, bool catSuspect) {
   const std::string& key = fields_.GetIndexedKey(position);
-  CCardField& field = StoredFieldAt(position);
+  CCardField& field = OwnFieldAt(position);
   if (&field.Name() != &key && field.Name() != key) {  // a catalogue field shares its key's string
     // Renamed behind the card's back: SetData makes it right.
     SetData(key, text, userLabel, rect, ocrConfLevel, catConfLevel, ocrSuspect, catSuspect);
@@ -224,15 +268,31 @@ bool CCard::IsFieldEmpty(const std::string& fieldName) const {
 }
 
 std::shared_ptr<CCardField> CCard::GetField(const std::string& fieldName) const {
-  auto field = FindField(fieldName);
+  const std::string& key = TableKey(fieldName);
+  const ObjectRef* item = fields_.FindItem(key);
+  if (!item) RaiseTrap("Card does not contain unknown field: " + fieldName);
+  return Own(*item, key);
+}
+
+std::shared_ptr<CCardField> CCard::GetFieldAt(int32_t position) const {
+  return Own(fields_.IndexedItemRef(position), fields_.GetIndexedKey(position));
+}
+
+std::shared_ptr<CCardField> CCard::Own(const ObjectRef& item, const std::string& key) const {
+  if (!CCardField::IsSharedEmpty(static_cast<const CCardField&>(*item))) return std::static_pointer_cast<CCardField>(item);
+  auto own = std::make_shared<CCardField>(static_cast<const CCardField&>(*item));
+  fields_.SetItem(key, own);
+  return own;
+}
+
+const CCardField& CCard::FieldNamed(const std::string& fieldName) const {
+  const CCardField* field = FindFieldPtr(fieldName);
   if (!field) RaiseTrap("Card does not contain unknown field: " + fieldName);
-  return field;
+  return *field;
 }
 
 const std::string& CCard::FieldText(const std::string& fieldName) const {
-  const CCardField* field = FindFieldPtr(fieldName);
-  if (!field) RaiseTrap("Card does not contain unknown field: " + fieldName);
-  return field->Text();  // the table keeps the field alive
+  return FieldNamed(fieldName).Text();  // the table keeps the field alive
 }
 
 CString CCard::GetFieldText(const std::string& fieldName) const { return CString(FieldText(fieldName)); }

@@ -77,6 +77,26 @@ NamePool& Pool() {
 
 }  // namespace
 
+CCardField* CCardField::SharedEmpties() {
+  // One array, so that telling a shared field apart is a range check; never
+  // destroyed, as cards may outlive static destruction.
+  static CCardField* fields = [] {
+    auto* made = new CCardField[kSharedEmpties];
+    for (size_t i = 0; i < kStandardFieldNames.size(); ++i) made[2 * i].nameIndex_ = static_cast<uint8_t>(i);
+    return made;
+  }();
+  return fields;
+}
+
+const CCardField& CCardField::SharedEmpty(uint8_t nameIndex, bool readOnlyType) {
+  return SharedEmpties()[2 * size_t{nameIndex} + (readOnlyType ? 1 : 0)];
+}
+
+bool CCardField::IsSharedEmpty(const CCardField& field) {
+  const CCardField* fields = SharedEmpties();
+  return &field >= fields && &field < fields + kSharedEmpties;
+}
+
 uint8_t CCardField::PoolName(std::string_view name) {
   static_assert(NamePool::kCapacity == kOwnName - kFirstPooled);
   NamePool& pool = Pool();
@@ -89,6 +109,13 @@ uint8_t CCardField::PoolName(std::string_view name) {
     if (found < 0) {
       if (n == NamePool::kCapacity) return kOwnName;
       pool.names[n].store(new std::string(name), std::memory_order_release);
+      // The name's shared empty fields are ready before anyone can see its number.
+      const auto number = static_cast<uint8_t>(kFirstPooled + n);
+      for (bool readOnlyType : {false, true}) {
+        CCardField& empty = SharedEmpties()[2 * size_t{number} + (readOnlyType ? 1 : 0)];
+        empty.nameIndex_ = number;
+        empty.readOnlyType_ = readOnlyType;
+      }
       pool.count.store(n + 1, std::memory_order_release);
       found = static_cast<int32_t>(n);
     }

@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <string_view>
+#include <vector>
 
 #include "ombrel/cards/field_catalogue.h"
 #include "ombrel/foundation/clist.h"
@@ -344,26 +345,45 @@ std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPla
   card->SetCardId(cardId);
   card->SetStoredCardId(cardId);
 
-  // Buffers kept from field to field; a field's text moves into the card.
-  FieldData data;
+  // Every field is read and checked first, in order, so that the fields with
+  // text can then become the card's own in one allocation. The buffers are
+  // kept from card to card; a field's text moves into the card.
+  struct Filled {
+    int32_t position = 0;
+    FieldData data;
+    std::string label;
+    CRectangle rect;
+  };
+  thread_local std::vector<Filled> filled;
+  thread_local std::vector<int32_t> positions;
+  positions.clear();
   std::string value;
-  std::string label;
   const std::vector<std::string>& names = plan.valueNames;
   for (int32_t i = 1; i <= card->NumFields(); ++i) {
     const size_t first = static_cast<size_t>(i - 1) * kNamesPerField;
     const std::string& name = names[first];
+    if (filled.size() == positions.size()) filled.emplace_back();
+    Filled& field = filled[positions.size()];
+    FieldData& data = field.data;
     ReadFieldData(names, first, read, data, value);
     if (data.text.empty()) continue;
 
-    label.clear();
-    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) ReadValue(read, names, first + 4, label);
+    field.label.clear();
+    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) ReadValue(read, names, first + 4, field.label);
     int32_t width = CheckedSub(data.right, data.left);
     int32_t height = CheckedSub(data.bottom, data.top);
     if (width < 0 || height < 0) width = height = 0;
-    CRectangle rect(data.top, data.left, width, height);
-    // The card is ours alone until it is returned, so its own field is set.
-    card->SetDataInPlace(i, std::move(data.text), label, &rect, ClampLevel(data.ocrLevel), ClampLevel(data.catLevel),
-                         data.ocrSuspect, data.catSuspect);
+    field.rect = CRectangle(data.top, data.left, width, height);
+    field.position = i;
+    positions.push_back(i);
+  }
+  // The card is ours alone until it is returned, so its own fields are set.
+  card->OwnFieldsAt(positions);
+  for (size_t k = 0; k < positions.size(); ++k) {
+    Filled& field = filled[k];
+    FieldData& data = field.data;
+    card->SetDataInPlace(field.position, std::move(data.text), field.label, &field.rect, ClampLevel(data.ocrLevel),
+                         ClampLevel(data.catLevel), data.ocrSuspect, data.catSuspect);
   }
 
   ReadValue(read, names, names.size() - 1, value);

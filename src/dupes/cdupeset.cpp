@@ -169,19 +169,17 @@ void CDupeSet::DeleteAllDupes() {
 
 void CDupeSet::MergeDupe(const std::shared_ptr<CCard>& dupe) {
   Trap(!dupes_->Contains(dupe), "Dupe list does not contain given dupe");
-  CHashTable& fields = primary_->GetFields();
-  for (int32_t i = 1; i <= fields.GetNumItems(); ++i) {
-    auto primaryField = fields.GetIndexedItemAs<CCardField>(i);
-    const std::string name = primaryField->Name();
-    auto dupeField = dupe->GetField(name);
-    const std::string& primaryText = primaryField->Text();
-    const std::string& dupeText = dupeField->Text();
-    if (!dupeText.empty() && primaryText.empty()) {
-      auto taken = dupeField->Clone();
-      taken->SetUserLabel(primaryField->Label());
+  for (int32_t i = 1; i <= primary_->NumFields(); ++i) {
+    const CCardField& primaryField = primary_->FieldAt(i);
+    const std::string name = primaryField.Name();
+    const CCardField& dupeField = dupe->FieldNamed(name);
+    const std::string& dupeText = dupeField.Text();
+    if (!dupeText.empty() && primaryField.Text().empty()) {
+      auto taken = dupeField.Clone();
+      taken->SetUserLabel(primaryField.Label());
       primary_->SetField(*taken);
     } else if (!dupeText.empty() && name == "Categories") {
-      primaryField->MergeCategories(dupeText);
+      primary_->GetFieldAt(i)->MergeCategories(dupeText);
     }
   }
   DeleteDupe(dupe);

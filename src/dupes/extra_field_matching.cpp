@@ -75,8 +75,8 @@ void CDupeSet::DoSemanticallyMatchExtraFields(const std::string& fieldType) {
     std::set<std::string> used;
     std::vector<std::shared_ptr<CCardField>> unlabelled;
     for (int32_t i = 1; i <= card->NumFields(); ++i) {
-      auto field = card->GetFields().GetIndexedItemAs<CCardField>(i);
-      if (!IsExtraOfType(*field, fieldType) || !field->HasText()) continue;
+      if (!IsExtraOfType(card->FieldAt(i), fieldType) || !card->FieldAt(i).HasText()) continue;
+      auto field = card->GetFieldAt(i);
       if (!field->Label().empty() && used.insert(field->Label()).second) continue;
       field->SetUserLabel("");
       unlabelled.push_back(field);

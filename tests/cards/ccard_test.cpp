@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -239,6 +240,48 @@ TEST(CCardTest, ManyCustomFieldNamesBehaveAsAnyName) {
   const std::vector<CCard::CustomField> twice = {{"Custom 5", false}, {"Custom 5", false}};
   EXPECT_EQ(ErrorText([&] { CCard bad(twice); }),
             "HashTable already contains key: Custom 5");
+}
+
+// A new card's empty fields are shared with every other card until it
+// changes one: whichever way a field is changed, no other card sees it, and
+// the card keeps handing out the field it changed.
+TEST(CCardTest, ChangingAnEmptyFieldChangesThisCardAlone) {
+  const std::vector<CCard::CustomField> custom = {{"Nickname", false}, {"Badge", true}};
+  const std::string fresh = FieldNames(CCard(custom)) + CCard(custom).ToStr();
+  CRectangle rect(1, 2, 3, 4);
+  const std::vector<std::pair<std::string, std::function<void(CCard&)>>> changes = {
+      {"GetField", [](CCard& c) { c.GetField("Title")->SetText("CEO"); }},
+      {"GetField rename", [](CCard& c) { c.GetField("Title")->SetFieldName("Job"); }},
+      {"GetField custom", [](CCard& c) { c.GetField("Badge")->SetText("7"); }},
+      {"GetFieldAt label", [](CCard& c) { c.GetFieldAt(16)->SetUserLabel("Home"); }},
+      {"GetField categories", [](CCard& c) { c.GetField("Categories")->MergeCategories("A, B"); }},
+      {"SetVerified", [](CCard& c) { c.SetVerified(1); }},
+      {"SetDataInPlace", [&](CCard& c) { c.SetDataInPlace(30, "7", "", &rect, 50, 60, true, true); }},
+      {"OwnFieldsAt", [&](CCard& c) {
+         const std::vector<int32_t> positions = {2, 29, 30};
+         c.OwnFieldsAt(positions);
+         for (int32_t p : positions) c.SetDataInPlace(p, "x", "", &rect, 50, 60, true, false);
+       }},
+      {"Clone", [](CCard& c) {
+         CCard original;
+         original.SetCardId(1);
+         c.SetCardId(1);
+         c.SetField(original.Clone()->FieldNamed("Name"));  // a clone's empty "Name" is flagged doubtful
+       }},
+  };
+  for (const auto& [how, change] : changes) {
+    CCard before(custom), changed(custom);
+    change(changed);
+    CCard after(custom);
+    EXPECT_EQ(FieldNames(before) + before.ToStr(), fresh) << how;
+    EXPECT_EQ(FieldNames(after) + after.ToStr(), fresh) << how;
+    EXPECT_NE(FieldNames(changed) + changed.ToStr(), fresh) << how;
+    for (int32_t i = 1; i <= changed.NumFields(); ++i) {
+      auto own = changed.GetFieldAt(i);
+      EXPECT_EQ(&changed.FieldAt(i), own.get()) << how << " " << i;
+      EXPECT_EQ(changed.GetFieldAt(i), own) << how << " " << i;
+    }
+  }
 }
 
 // Threads building cards of layouts new to the process at the same time

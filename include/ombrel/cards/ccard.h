@@ -10,11 +10,14 @@
 // Fields are stored as copies: SetField and SetData never share the caller's
 // object, so nothing outside the card edits a field behind its back.
 //
-// A card's own fields (the catalogue and any custom fields it is made with)
-// share one allocation: the table holds references into that block, and a
-// field handed out keeps the block alive.
+// A new card's fields are shared: each table entry refers to one empty field
+// per name that every card starts with. A card makes its own copy of a field
+// when the field is handed out for changing (GetField, GetFieldAt) or set; the
+// fields a card is built with share one allocation (OwnFieldsAt). So the
+// table's items are for reading only: change a field through the card.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -83,10 +86,20 @@ class CCard final : public CObject {
   void SetField(const CCardField& field);
   bool IsFieldEmpty(const std::string& fieldName) const;
   bool IsStandardFieldName(const std::string& fieldName) const { return fields_.Contains(fieldName); }
-  CHashTable& GetFields() { return fields_; }  // the table itself; items are CCardField
+  // The table itself; items are CCardField, to be read, not changed.
+  CHashTable& GetFields() { return fields_; }
   const CHashTable& GetFields() const { return fields_; }
-  // The stored field itself, not a copy.
+  // The stored field itself, not a copy, free to be changed: a shared empty
+  // field is first replaced by the card's own. So, though const, this is a
+  // change to the card as far as other threads are concerned.
   std::shared_ptr<CCardField> GetField(const std::string& fieldName) const;
+  // The same by position (1-based, table order).
+  std::shared_ptr<CCardField> GetFieldAt(int32_t position) const;
+  // The stored field for reading, with GetField's check.
+  const CCardField& FieldNamed(const std::string& fieldName) const;
+  // For a card being built: the fields at these positions (1-based, table
+  // order) become the card's own in one allocation, ready for SetDataInPlace.
+  void OwnFieldsAt(std::span<const int32_t> positions);
   // The first empty "Phone 1".."Phone 6" ("Email 1".."Email 6"); empty when all are used.
   std::string GetFreeExtraPhoneField() const;
   std::string GetFreeExtraEmailField() const;
@@ -123,10 +136,18 @@ class CCard final : public CObject {
   std::shared_ptr<CCardField> FindField(const std::string& name) const;
   // The same without copying the reference.
   const CCardField* FindFieldPtr(const std::string& name) const;
-  CCardField& StoredFieldAt(int32_t position) const {
+  const CCardField& StoredFieldAt(int32_t position) const {
     // The table takes nothing but fields.
-    return static_cast<CCardField&>(*fields_.IndexedItemRef(position));
+    return static_cast<const CCardField&>(*fields_.IndexedItemRef(position));
   }
+  // The card's own field at a position, or under key for the item found there.
+  CCardField& OwnFieldAt(int32_t position) const;
+  std::shared_ptr<CCardField> Own(const ObjectRef& item, const std::string& key) const;
+
+  static constexpr size_t kCatalogueFields = 28;
+  // The catalogue's shared empty fields, as the table's items.
+  static const std::array<ObjectRef, kCatalogueFields>& SharedCatalogueRefs();
+  static ObjectRef SharedRef(const CCardField& shared);
 
   // Whether GetText includes the field.
   static bool InText(const CCardField& field);
@@ -136,7 +157,9 @@ class CCard final : public CObject {
   // at once, else the name itself.
   static const std::string& TableKey(const std::string& name);
 
-  CHashTable fields_;
+  // Mutable as a shared field is replaced by the card's own when handed out
+  // for changing, by const members too.
+  mutable CHashTable fields_;
   std::string lastName_;
   // The level is cached against the dump it was computed for; a hash of the
   // dump stands for the dump itself so cached cards do not carry it.

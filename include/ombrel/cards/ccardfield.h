@@ -140,6 +140,15 @@ class CCardField final : public CObject {
   }
   static std::array<std::string, 29> MakeCatalogueNameStrings();
 
+  // The empty field a card starts with under a catalogue or pooled name
+  // (nameIndex_ below kOwnName), of the database's read-only type or not:
+  // one object for the whole process, which every card refers to until it
+  // changes that field and makes its own copy. Never changed itself.
+  static const CCardField& SharedEmpty(uint8_t nameIndex, bool readOnlyType);
+  static bool IsSharedEmpty(const CCardField& field);
+  static constexpr size_t kSharedEmpties = 2 * 256;  // plain and read-only per name number
+  static CCardField* SharedEmpties();
+
   static Extras CopyOf(const Extras& extras);
   void SetName(std::string_view name);
   // SetData's steps after the name, for a field whose name is right already;
