@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
+#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -104,6 +105,33 @@ void OpenPartConnection(Part& part, const char* file, int busyTimeoutMs) {
        "card " + std::to_string(cardId) + " holds unknown value code " + std::to_string(code));
 }
 
+// While alive, holds the connection's page cache to a few pages. A scan in
+// parts reads every page once: the large cache kept for the store's own work
+// would only fill with pages never read again, memory the search needs.
+class SmallCacheDuringScan {
+ public:
+  explicit SmallCacheDuringScan(sqlite3* db) : db_(db) {
+    Statement current(db, "PRAGMA cache_size");
+    if (!current.Step()) return;
+    saved_ = current.Int(0);
+    current = Statement();
+    Exec(db, "PRAGMA cache_size = -2048");
+    active_ = true;
+  }
+  ~SmallCacheDuringScan() {
+    if (!active_) return;
+    const std::string restore = "PRAGMA cache_size = " + std::to_string(saved_);
+    sqlite3_exec(db_, restore.c_str(), nullptr, nullptr, nullptr);  // a size only; nothing to report
+  }
+  SmallCacheDuringScan(const SmallCacheDuringScan&) = delete;
+  SmallCacheDuringScan& operator=(const SmallCacheDuringScan&) = delete;
+
+ private:
+  sqlite3* db_;
+  int64_t saved_ = 0;
+  bool active_ = false;
+};
+
 // Reads one part, catching whatever it meets; anything caught stops the
 // other parts at their next card.
 template <class Decode>
@@ -202,6 +230,8 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
       tables.customFields = s.customFields_;
       for (int32_t p = 1; p < count; ++p) OpenPartConnection(part[p], file, s.options_.busyTimeoutMs);
     }
+    std::optional<SmallCacheDuringScan> smallCache;
+    if (count > 1) smallCache.emplace(s.db_);
     part[0].scan = Statement(s.db_, kRangeScan);  // its own: the visitor may call back into the store
     part[0].scan.BindInt(1, part[0].first);
     part[0].scan.BindInt(2, part[0].last);
