@@ -18,8 +18,10 @@ void CList::Grow() {
   // The free chain is empty whenever we grow: chain the new nodes in order.
   if (nodes_.empty()) nodes_.emplace_back();  // node 0 stands for "none"
   int32_t begin = static_cast<int32_t>(nodes_.size());
-  // Small lists start small; large ones grow geometrically so that filling stays linear.
-  int32_t add = begin < kGrowBy ? std::max<int32_t>(4, begin) : std::max<int32_t>(kGrowBy, begin / 2);
+  // Small lists start with room for one item and double, as most dupe sets
+  // hold one or two cards; large ones grow geometrically so that filling
+  // stays linear.
+  int32_t add = begin < kGrowBy ? begin : std::max<int32_t>(kGrowBy, begin / 2);
   nodes_.resize(begin + add);
   for (int32_t i = begin; i < begin + add; ++i) {
     nodes_[i].prev = -1;
@@ -37,14 +39,14 @@ int32_t CList::TakeFreeNode() {
 
 void CList::RestrictType(std::string_view className) {
   Trap(count_ != 0, "Cannot restrict type: list is not empty");
-  restrictedClass_ = std::string(className);
+  restrictedClass_ = ClassRestriction(className);
 }
 
 void CList::CheckType(const ObjectRef& item) const {
   if (restrictedClass_.empty()) return;
   std::string_view cls = item ? item->ClassName() : std::string_view("Nothing");
-  if (cls != restrictedClass_)
-    RaiseTrap("Cannot add a: " + std::string(cls) + " into a list of: " + restrictedClass_);
+  if (cls != restrictedClass_.Name())
+    RaiseTrap("Cannot add a: " + std::string(cls) + " into a list of: " + restrictedClass_.Name());
 }
 
 void CList::CheckPosition(int32_t position) const {
