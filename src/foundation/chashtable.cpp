@@ -11,7 +11,7 @@ int32_t LowBit(int32_t i) { return i & -i; }
 
 void CHashTable::RestrictType(std::string_view className) {
   Trap(count_ != 0, "Cannot restrict type: hashTable is not empty");
-  restrictedClass_ = std::string(className);
+  restrictedClass_ = ClassRestriction(className);
 }
 
 CHashTable::CHashTable(const CHashTable& other)
@@ -124,8 +124,8 @@ void CHashTable::Compact() {
 void CHashTable::CheckClass(const ObjectRef& item) const {
   if (restrictedClass_.empty()) return;
   std::string_view cls = item ? item->ClassName() : std::string_view("Nothing");
-  if (cls != restrictedClass_)
-    RaiseTrap("Cannot add a: " + std::string(cls) + " into a hashTable of: " + restrictedClass_);
+  if (cls != restrictedClass_.Name())
+    RaiseTrap("Cannot add a: " + std::string(cls) + " into a hashTable of: " + restrictedClass_.Name());
 }
 
 void CHashTable::CheckNewItem(const std::string& key, const ObjectRef& item) const {

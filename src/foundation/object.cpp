@@ -1,9 +1,31 @@
 #include "ombrel/foundation/object.h"
 
+#include <mutex>
+#include <unordered_set>
+
 #include "ombrel/foundation/cstring.h"
 #include "ombrel/foundation/error.h"
 
 namespace ombrel {
+
+ClassRestriction::ClassRestriction(std::string_view className) {
+  if (className.empty()) return;
+  // Most lists of a thread are restricted to the class the last one was.
+  thread_local const std::string* last = nullptr;
+  if (last && *last == className) {
+    name_ = last;
+    return;
+  }
+  static std::mutex mutex;
+  static auto* names = new std::unordered_set<std::string>();  // never destroyed: lists may outlive it
+  std::lock_guard<std::mutex> lock(mutex);
+  name_ = last = &*names->emplace(className).first;
+}
+
+const std::string& ClassRestriction::Name() const {
+  static const std::string none;
+  return name_ ? *name_ : none;
+}
 
 std::string CObject::ToStr() const { RaiseMissingMember("ToStr"); }
 

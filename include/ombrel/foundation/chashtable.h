@@ -164,7 +164,7 @@ class CHashTable final : public CObject {
   // that list's i-th string is looked for in slot i first. Only compared,
   // never followed.
   uintptr_t staticKeysBase_ = 0;
-  std::string restrictedClass_;
+  ClassRestriction restrictedClass_;
 };
 
 }  // namespace ombrel

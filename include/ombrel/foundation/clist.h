@@ -85,7 +85,7 @@ class CList final : public CObject {
   int32_t last_ = 0;
   int32_t count_ = 0;
   int32_t freeHead_ = 0;
-  std::string restrictedClass_;
+  ClassRestriction restrictedClass_;
   mutable int32_t cursorPos_ = 0;
   mutable int32_t cursorNode_ = 0;
 };

@@ -37,4 +37,19 @@ class CObject {
 
 using ObjectRef = std::shared_ptr<CObject>;
 
+// The class a list or table is restricted to, kept once for the whole
+// process: a search makes hundreds of thousands of restricted lists and
+// tables, and each holds a pointer instead of its own copy of the name.
+// Empty means no restriction.
+class ClassRestriction {
+ public:
+  ClassRestriction() = default;
+  explicit ClassRestriction(std::string_view className);
+  bool empty() const { return name_ == nullptr; }
+  const std::string& Name() const;  // empty when there is none
+
+ private:
+  const std::string* name_ = nullptr;
+};
+
 }  // namespace ombrel
