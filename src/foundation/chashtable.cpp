@@ -15,12 +15,16 @@ void CHashTable::RestrictType(std::string_view className) {
 }
 
 CHashTable::CHashTable(const CHashTable& other)
-    : CObject(other), staticKeysBase_(other.staticKeysBase_), restrictedClass_(other.restrictedClass_) {
+    : CObject(other),
+      items_(other.items_),
+      keys_(other.keys_),
+      count_(other.count_),
+      holes_(other.holes_),
+      staticKeys_(other.staticKeys_),
+      staticCount_(other.staticCount_),
+      restrictedClass_(other.restrictedClass_) {
   // The copy leaves the holes behind and indexes its own key strings.
-  entries_.reserve(static_cast<size_t>(other.count_));
-  for (const Entry& e : other.entries_)
-    if (e.key.Alive()) entries_.push_back(e);
-  count_ = other.count_;
+  Compact();
   Reindex();
 }
 
@@ -36,41 +40,51 @@ CHashTable::StaticKeys::StaticKeys(std::span<const std::string> keys) : keys_(ke
 }
 
 void CHashTable::Reserve(int32_t count) {
-  if (count > 0) entries_.reserve(static_cast<size_t>(count));
+  if (count > 0) items_.reserve(static_cast<size_t>(count));
+}
+
+void CHashTable::OwnStaticKeys() {
+  if (staticCount_ == 0) return;
+  std::vector<Key> keys;
+  keys.reserve(items_.capacity());
+  for (int32_t i = 0; i < staticCount_; ++i) keys.push_back(Key::Refer(staticKeys_[i]));
+  for (Key& key : keys_) keys.push_back(std::move(key));
+  keys_ = std::move(keys);
+  staticCount_ = 0;
 }
 
 int32_t CHashTable::Find(const std::string& key) const {
-  if (staticKeysBase_ != 0) {
-    // Found when that slot's entry refers to this very string.
-    uintptr_t offset = reinterpret_cast<uintptr_t>(&key) - staticKeysBase_;
+  if (staticKeys_ != nullptr) {
+    // Found when that slot's key is this very string.
+    uintptr_t offset = reinterpret_cast<uintptr_t>(&key) - reinterpret_cast<uintptr_t>(staticKeys_);
     size_t slot = offset / sizeof(std::string);
-    if (offset % sizeof(std::string) == 0 && slot < entries_.size() && entries_[slot].key.Is(key))
+    if (offset % sizeof(std::string) == 0 && slot < items_.size() && KeyIs(slot, key))
       return static_cast<int32_t>(slot);
   }
   if (Indexed()) {
     auto it = index_->slots.find(key);
     return it == index_->slots.end() ? -1 : it->second;
   }
-  for (size_t i = 0; i < entries_.size(); ++i)
-    if (*entries_[i].key == key) return static_cast<int32_t>(i);
+  for (size_t i = 0; i < items_.size(); ++i)
+    if (KeyOf(i) == key) return static_cast<int32_t>(i);
   return -1;
 }
 
 // The tree is a Fenwick tree over the slots: tree[i] counts the live entries
 // among slots (i - LowBit(i), i], 1-based.
 void CHashTable::BuildTree() {
-  const int32_t n = static_cast<int32_t>(entries_.size());
+  const int32_t n = static_cast<int32_t>(items_.size());
   std::vector<int32_t>& tree = index_->tree;
   tree.assign(static_cast<size_t>(n) + 1, 0);
   for (int32_t i = 1; i <= n; ++i) {
-    tree[i] += entries_[i - 1].key.Alive() ? 1 : 0;
+    tree[i] += AliveAt(static_cast<size_t>(i - 1)) ? 1 : 0;
     int32_t parent = i + LowBit(i);
     if (parent <= n) tree[parent] += tree[i];
   }
 }
 
 void CHashTable::TreeAdd(int32_t slot, int32_t delta) {
-  const int32_t n = static_cast<int32_t>(entries_.size());
+  const int32_t n = static_cast<int32_t>(items_.size());
   std::vector<int32_t>& tree = index_->tree;
   for (int32_t i = slot + 1; i <= n; i += LowBit(i)) tree[i] += delta;
 }
@@ -78,7 +92,7 @@ void CHashTable::TreeAdd(int32_t slot, int32_t delta) {
 int32_t CHashTable::SlotOf(int32_t position) const {
   if (holes_ == 0) return position - 1;
   // Descend the tree to the slot holding the position-th live entry.
-  const int32_t n = static_cast<int32_t>(entries_.size());
+  const int32_t n = static_cast<int32_t>(items_.size());
   int32_t step = 1;
   while (step * 2 <= n) step *= 2;
   int32_t at = 0;
@@ -100,23 +114,29 @@ void CHashTable::Reindex() {
   }
   if (!index_) index_ = std::make_unique<Index>();
   index_->slots.clear();
-  index_->slots.reserve(entries_.size());
-  for (size_t i = 0; i < entries_.size(); ++i)
-    if (entries_[i].key.Alive()) index_->slots.emplace(*entries_[i].key, static_cast<int32_t>(i));
+  index_->slots.reserve(items_.size());
+  for (size_t i = 0; i < items_.size(); ++i)
+    if (AliveAt(i)) index_->slots.emplace(KeyOf(i), static_cast<int32_t>(i));
 }
 
-// Squeezes the holes out, keeping the order; the index follows the moved entries.
+// Squeezes the holes out, keeping the order; the index follows the moved
+// entries. Holes are never among the static keys (see RemoveItem), so every
+// moved entry has a key of its own.
 void CHashTable::Compact() {
-  size_t to = 0;
-  for (size_t from = 0; from < entries_.size(); ++from) {
-    if (!entries_[from].key.Alive()) continue;
+  if (holes_ == 0) return;
+  const size_t first = static_cast<size_t>(staticCount_);
+  size_t to = first;
+  for (size_t from = first; from < items_.size(); ++from) {
+    if (!AliveAt(from)) continue;
     if (to != from) {
-      entries_[to] = std::move(entries_[from]);
-      if (Indexed()) index_->slots.find(*entries_[to].key)->second = static_cast<int32_t>(to);
+      items_[to] = std::move(items_[from]);
+      keys_[to - first] = std::move(keys_[from - first]);
+      if (Indexed()) index_->slots.find(KeyOf(to))->second = static_cast<int32_t>(to);
     }
     ++to;
   }
-  entries_.resize(to);
+  items_.resize(to);
+  keys_.resize(to - first);
   holes_ = 0;
   if (Indexed()) index_->tree.clear();
 }
@@ -149,8 +169,9 @@ void CHashTable::AddItemsWithStaticKeys(const StaticKeys& keys, std::span<Object
   if (items.size() != names.size())
     RaiseTrap("Cannot add static keys: " + std::to_string(items.size()) + " items for " + std::to_string(names.size()) +
               " keys");
-  entries_.reserve(names.size());
-  staticKeysBase_ = reinterpret_cast<uintptr_t>(names.data());
+  items_.reserve(names.size());
+  // The keys stay where they are: slot i's key is names[i].
+  staticKeys_ = names.data();
   // The keys are distinct and the table was empty, so only the class is
   // checked, and a class name at the address of the last one accepted passes.
   std::string_view accepted;
@@ -163,7 +184,8 @@ void CHashTable::AddItemsWithStaticKeys(const StaticKeys& keys, std::span<Object
         accepted = cls;
       }
     }
-    entries_.push_back(Entry{Key::Refer(names[i]), std::move(items[i])});
+    items_.push_back(std::move(items[i]));
+    ++staticCount_;
     ++count_;
   }
   // Filled from empty: no holes to count, and an index only past its size.
@@ -171,11 +193,14 @@ void CHashTable::AddItemsWithStaticKeys(const StaticKeys& keys, std::span<Object
 }
 
 void CHashTable::Add(Key key, ObjectRef item) {
-  entries_.push_back({std::move(key), std::move(item)});
+  items_.push_back(std::move(item));
+  // The keys' room follows the items' (a reserved table grows neither).
+  if (keys_.size() == keys_.capacity()) keys_.reserve(items_.capacity() - static_cast<size_t>(staticCount_));
+  keys_.push_back(std::move(key));
   ++count_;
-  const int32_t slot = static_cast<int32_t>(entries_.size()) - 1;
+  const int32_t slot = static_cast<int32_t>(items_.size()) - 1;
   if (Indexed()) {
-    index_->slots.emplace(*entries_.back().key, slot);
+    index_->slots.emplace(*keys_.back(), slot);
   } else if (count_ > kIndexThreshold) {
     Reindex();
   }
@@ -192,27 +217,30 @@ void CHashTable::Add(Key key, ObjectRef item) {
 void CHashTable::SetItem(const std::string& key, ObjectRef item) {
   int32_t at = Find(key);
   if (at < 0) RaiseTrap("HashTable does not contain key: " + key);
-  if (entries_[at].item == item) RaiseTrap("SetItem attempted to set item to itself. Key: " + key);
-  entries_[at].item = std::move(item);
+  if (items_[at] == item) RaiseTrap("SetItem attempted to set item to itself. Key: " + key);
+  items_[at] = std::move(item);
 }
 
 void CHashTable::RemoveItem(const std::string& key) {
   // key may be the entry's own string: it is not used once the entry goes.
   int32_t at = Find(key);
   if (at < 0) RaiseTrap("HashTable cannot remove item. Key not found: " + key);
+  if (at < staticCount_) OwnStaticKeys();
   --count_;
+  const size_t keyAt = static_cast<size_t>(at - staticCount_);
   if (!Indexed()) {
-    entries_.erase(entries_.begin() + at);
+    items_.erase(items_.begin() + at);
+    keys_.erase(keys_.begin() + static_cast<std::ptrdiff_t>(keyAt));
     return;
   }
   index_->slots.erase(key);
-  if (at + 1 == static_cast<int32_t>(entries_.size()) && holes_ == 0) {
-    entries_.pop_back();
+  if (at + 1 == static_cast<int32_t>(items_.size()) && holes_ == 0) {
+    items_.pop_back();
+    keys_.pop_back();
   } else {
     if (holes_ == 0) BuildTree();
-    Entry& e = entries_[at];
-    e.item.reset();
-    e.key = Key();
+    items_[at].reset();
+    keys_[keyAt] = Key();
     TreeAdd(at, -1);
     ++holes_;
   }
@@ -226,42 +254,44 @@ void CHashTable::RemoveItem(const std::string& key) {
 
 void CHashTable::RemoveAll() {
   index_.reset();
-  entries_.clear();
-  count_ = holes_ = 0;
+  items_.clear();
+  keys_.clear();
+  count_ = holes_ = staticCount_ = 0;
+  staticKeys_ = nullptr;
 }
 
 ObjectRef CHashTable::GetItem(const std::string& key) const {
   int32_t at = Find(key);
   if (at < 0) RaiseTrap("HashTable does not contain key: " + key);
-  return entries_[at].item;
+  return items_[at];
 }
 
 ObjectRef CHashTable::GetIndexedItem(int32_t position) const {
   if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
-  return entries_[SlotOf(position)].item;
+  return items_[SlotOf(position)];
 }
 
 const std::string& CHashTable::KeyAt(int32_t position) const {
   if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
-  return *entries_[SlotOf(position)].key;
+  return KeyOf(SlotOf(position));
 }
 
 const ObjectRef* CHashTable::FindItem(const std::string& key) const {
   int32_t at = Find(key);
-  return at < 0 ? nullptr : &entries_[at].item;
+  return at < 0 ? nullptr : &items_[at];
 }
 
 const ObjectRef& CHashTable::ItemAt(int32_t position) const {
   if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
-  return entries_[SlotOf(position)].item;
+  return items_[SlotOf(position)];
 }
 
 std::shared_ptr<CList> CHashTable::GetKeys() const {
   // The item index and the ordered entries are the two collections here.
   Trap(Indexed() && static_cast<int32_t>(index_->slots.size()) != count_, "Internal error in HashTable");
   auto keys = std::make_shared<CList>();
-  for (const Entry& e : entries_)
-    if (e.key.Alive()) keys->AddItem(std::make_shared<CString>(*e.key));
+  for (size_t i = 0; i < items_.size(); ++i)
+    if (AliveAt(i)) keys->AddItem(std::make_shared<CString>(KeyOf(i)));
   return keys;
 }
 

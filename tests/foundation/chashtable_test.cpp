@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -59,35 +60,60 @@ TEST(CHashTableTest, RestrictTypeChecksTheClassBeforeTheKey) {
 
 // Large tables index their keys and leave holes on removal; every lookup must
 // still agree with an ordered model through growth and shrinkage across that size.
+// Started empty or from a static key list (short, or past the index size),
+// random adds and removals keep the table equal to an ordered list, and so
+// do its copies.
 TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
-  std::mt19937 rng(7);
-  CHashTable table;
-  std::vector<std::pair<std::string, ObjectRef>> model;
-  for (int step = 0; step < 4000; ++step) {
-    bool grow = model.size() < 30 || (rng() % 100) < (step < 2000 ? 65u : 35u);
-    if (grow) {
-      std::string key = "k";
-      key += std::to_string(rng() % 400);
-      bool present = std::any_of(model.begin(), model.end(), [&](auto& e) { return e.first == key; });
-      ASSERT_EQ(table.Contains(key), present);
-      if (present) continue;
-      auto item = Str(key);
-      table.AddItem(key, item);
-      model.emplace_back(key, item);
-    } else {
-      size_t at = rng() % model.size();
-      table.RemoveItem(model[at].first);
-      model.erase(model.begin() + static_cast<long>(at));
+  static const std::vector<std::string> kNames = [] {
+    std::vector<std::string> names;
+    for (int i = 0; i < 60; ++i) names.push_back("k" + std::to_string(i * 5));
+    return names;
+  }();
+  for (size_t fromList : {size_t{0}, size_t{30}, size_t{60}}) {
+    std::mt19937 rng(7);
+    CHashTable table;
+    std::vector<std::pair<std::string, ObjectRef>> model;
+    if (fromList > 0) {
+      static const CHashTable::StaticKeys kShort(std::span<const std::string>(kNames.data(), 30));
+      static const CHashTable::StaticKeys kLong(kNames);
+      std::vector<ObjectRef> items;
+      for (size_t i = 0; i < fromList; ++i) {
+        items.push_back(Str(kNames[i]));
+        model.emplace_back(kNames[i], items.back());
+      }
+      table.AddItemsWithStaticKeys(fromList == 30 ? kShort : kLong, items);
     }
-    ASSERT_EQ(table.GetNumItems(), static_cast<int32_t>(model.size()));
-    size_t at = rng() % model.size();
-    ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(at + 1)), model[at].second);
-    ASSERT_EQ(table.GetIndexedKey(static_cast<int32_t>(at + 1)), model[at].first);
-    ASSERT_EQ(table.GetItem(model[at].first), model[at].second);
-    if (step % 97 == 0) {
-      std::vector<std::string> keys;
-      for (auto& e : model) keys.push_back(e.first);
-      ASSERT_EQ(Keys(table), keys);
+    for (int step = 0; step < 4000; ++step) {
+      bool grow = model.size() < 30 || (rng() % 100) < (step < 2000 ? 65u : 35u);
+      if (grow) {
+        std::string key = "k";
+        key += std::to_string(rng() % 400);
+        bool present = std::any_of(model.begin(), model.end(), [&](auto& e) { return e.first == key; });
+        ASSERT_EQ(table.Contains(key), present);
+        if (present) continue;
+        auto item = Str(key);
+        table.AddItem(key, item);
+        model.emplace_back(key, item);
+      } else {
+        size_t at = rng() % model.size();
+        table.RemoveItem(model[at].first);
+        model.erase(model.begin() + static_cast<long>(at));
+      }
+      ASSERT_EQ(table.GetNumItems(), static_cast<int32_t>(model.size()));
+      size_t at = rng() % model.size();
+      ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(at + 1)), model[at].second);
+      ASSERT_EQ(table.GetIndexedKey(static_cast<int32_t>(at + 1)), model[at].first);
+      ASSERT_EQ(table.GetItem(model[at].first), model[at].second);
+      const std::string& listed = kNames[rng() % kNames.size()];  // by the list's own string
+      auto inModel = std::find_if(model.begin(), model.end(), [&](auto& e) { return e.first == listed; });
+      ASSERT_EQ(table.FindItem(listed) ? *table.FindItem(listed) : nullptr,
+                inModel == model.end() ? nullptr : inModel->second);
+      if (step % 97 == 0) {
+        std::vector<std::string> keys;
+        for (auto& e : model) keys.push_back(e.first);
+        ASSERT_EQ(Keys(table), keys) << fromList << " " << step;
+        ASSERT_EQ(Keys(CHashTable(table)), keys) << fromList << " " << step;
+      }
     }
   }
 }

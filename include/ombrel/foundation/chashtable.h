@@ -12,7 +12,8 @@
 // Entries are kept small, as every card in memory holds a table of some
 // thirty: a key is a string of the entry's own on the heap, or, when added
 // with a static key, a static string the entry only refers to. A table filled
-// from a static key list finds a key given as one of that list's very
+// from a static key list keeps no key at all for those entries (the list says
+// which key each slot has) and finds a key given as one of that list's very
 // strings without searching.
 #pragma once
 
@@ -80,10 +81,12 @@ class CHashTable final : public CObject {
 
   // Direct access for hot loops, without building a key list or copying a reference.
   const std::string& GetIndexedKey(int32_t position) const {
-    return holes_ == 0 && position >= 1 && position <= count_ ? *entries_[position - 1].key : KeyAt(position);
+    return holes_ == 0 && position >= 1 && position <= count_ ? KeyOf(static_cast<size_t>(position - 1))
+                                                              : KeyAt(position);
   }
   const ObjectRef& IndexedItemRef(int32_t position) const {
-    return holes_ == 0 && position >= 1 && position <= count_ ? entries_[position - 1].item : ItemAt(position);
+    return holes_ == 0 && position >= 1 && position <= count_ ? items_[static_cast<size_t>(position - 1)]
+                                                              : ItemAt(position);
   }
 
   template <class T>
@@ -124,10 +127,6 @@ class CHashTable final : public CObject {
     uintptr_t Release() { return std::exchange(bits_, 0); }
     uintptr_t bits_ = 0;
   };
-  struct Entry {
-    Key key;
-    ObjectRef item;
-  };
   // What only a large table needs. The index's views point at the entries'
   // key strings, which never move.
   struct Index {
@@ -151,19 +150,35 @@ class CHashTable final : public CObject {
   void CheckClass(const ObjectRef& item) const;                            // raises as AddItem does
   void CheckNewItem(const std::string& key, const ObjectRef& item) const;  // raises as AddItem does
   void Add(Key key, ObjectRef item);
+  // Slot s's key: the static list's s-th string for the slots filled from it,
+  // else keys_[s - staticCount_]. A dead key marks a removed entry.
+  const std::string& KeyOf(size_t slot) const {
+    return slot < static_cast<size_t>(staticCount_) ? staticKeys_[slot] : *keys_[slot - staticCount_];
+  }
+  bool KeyIs(size_t slot, const std::string& key) const {
+    return slot < static_cast<size_t>(staticCount_) ? &staticKeys_[slot] == &key : keys_[slot - staticCount_].Is(key);
+  }
+  bool AliveAt(size_t slot) const {
+    return slot < static_cast<size_t>(staticCount_) || keys_[slot - staticCount_].Alive();
+  }
+  // Gives the slots filled from the static list keys of their own, before
+  // anything could shift them.
+  void OwnStaticKeys();
   void Compact();
   void Reindex();
   void BuildTree();
   void TreeAdd(int32_t slot, int32_t delta);
 
-  std::vector<Entry> entries_;    // insertion order; holes (dead entries) only while indexed
+  std::vector<ObjectRef> items_;  // insertion order; holes (dead entries) only while indexed
+  std::vector<Key> keys_;         // the keys of the slots from staticCount_ on
   int32_t count_ = 0;             // live entries
   int32_t holes_ = 0;             // dead entries
   std::unique_ptr<Index> index_;  // only past kIndexThreshold
-  // Where the static key list the table was filled with starts: a key at
-  // that list's i-th string is looked for in slot i first. Only compared,
-  // never followed.
-  uintptr_t staticKeysBase_ = 0;
+  // The static key list the table was filled with: a key at that list's
+  // i-th string is looked for in slot i first, and the first staticCount_
+  // slots have its strings as their keys.
+  const std::string* staticKeys_ = nullptr;
+  int32_t staticCount_ = 0;
   ClassRestriction restrictedClass_;
 };
 
