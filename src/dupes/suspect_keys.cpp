@@ -160,38 +160,45 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
     for (size_t k = 0; k < part.Size() && order.size() < expected; ++k) order.emplace_back(&part, k);
 
   // Each key table holds the first card seen with each key; what a card
-  // finds in one table does not depend on the others, so the tables are
-  // filled side by side. partners[kind][c]: one past the position of the
-  // card the c-th card finds under that kind of key, 0 when none.
+  // finds in one table does not depend on the others, nor on keys of
+  // another hash, so the keys are split by the top bit of their hash and
+  // each half of every kind is filled on its own. partners[kind][c]: one
+  // past the position of the card the c-th card finds under that kind of
+  // key, 0 when none.
   std::vector<int32_t> partners[KeyPart::kKinds];
-  auto fill = [&](KeyPart::Kind kind) {
-    KeyTable table(expected);
-    std::vector<int32_t>& found = partners[kind];
-    found.assign(order.size(), 0);
-    constexpr size_t kAhead = 16;
-    for (size_t c = 0; c < order.size(); ++c) {
-      if (c + kAhead < order.size()) {
-        const auto& [aheadPart, aheadK] = order[c + kAhead];
-        table.Prefetch(aheadPart->Hash(aheadK, kind));
+  for (auto& found : partners) found.assign(order.size(), 0);
+  const bool split = order.size() >= static_cast<size_t>(dupes_internal::PartScanThreshold()) &&
+                     std::thread::hardware_concurrency() >= 2;
+  // Fills the tables of the keys whose hash has the given top bit (of all
+  // keys when not split); the cards they hold are written by this call alone.
+  auto fill = [&](uint64_t half) {
+    for (auto kind : {KeyPart::kName, KeyPart::kEmail, KeyPart::kLastEmail}) {
+      KeyTable table(split ? expected / 2 : expected);
+      std::vector<int32_t>& found = partners[kind];
+      auto mine = [&](uint64_t hash) { return !split || (hash >> 63) == half; };
+      constexpr size_t kAhead = 16;
+      for (size_t c = 0; c < order.size(); ++c) {
+        if (c + kAhead < order.size()) {
+          const auto& [aheadPart, aheadK] = order[c + kAhead];
+          table.Prefetch(aheadPart->Hash(aheadK, kind));
+        }
+        const auto& [part, k] = order[c];
+        const uint64_t hash = part->Hash(k, kind);
+        if (!mine(hash)) continue;
+        std::string_view key = part->Key(k, kind);
+        if (key.empty()) continue;
+        const auto self = static_cast<int32_t>(c + 1);
+        const int32_t first = table.Intern(key, hash, self);
+        if (first != self) found[c] = first;
       }
-      const auto& [part, k] = order[c];
-      std::string_view key = part->Key(k, kind);
-      if (key.empty()) continue;
-      const auto self = static_cast<int32_t>(c + 1);
-      const int32_t first = table.Intern(key, part->Hash(k, kind), self);
-      if (first != self) found[c] = first;
     }
   };
-  if (order.size() >= static_cast<size_t>(dupes_internal::PartScanThreshold()) &&
-      std::thread::hardware_concurrency() >= 2) {
-    std::thread other([&] {
-      fill(KeyPart::kEmail);
-      fill(KeyPart::kLastEmail);
-    });
-    fill(KeyPart::kName);
+  if (split) {
+    std::thread other([&] { fill(1); });
+    fill(0);
     other.join();
   } else {
-    for (auto kind : {KeyPart::kName, KeyPart::kEmail, KeyPart::kLastEmail}) fill(kind);
+    fill(0);
   }
 
   std::vector<int32_t> suspects;
