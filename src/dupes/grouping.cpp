@@ -170,7 +170,7 @@ void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<co
 }
 
 SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts,
-                               bool numbered)
+                               bool numbered, std::span<const int32_t> factsOrder)
     : cards_(std::move(sorted)), profiles_(cards_.size()), texts_(cards_.size()), fieldTexts_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
@@ -195,6 +195,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
   // Facts not handed over are worked out here, on two threads for many
   // cards (the cards are only read).
   const bool given = facts.size() == n;
+  if (!given || !numbered || factsOrder.size() != n) factsOrder = {};
   if (!given) facts.assign(n, CardFacts{});
   std::vector<std::exception_ptr> errors(given ? 0 : n);
   auto observe = [&](size_t from, size_t to) {
@@ -211,14 +212,18 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     }
   };
   const bool threads = n >= static_cast<size_t>(PartScanThreshold()) && std::thread::hardware_concurrency() >= 2;
-  if (!given) {
+  // Runs work(from, to) over all cards, in two halves side by side for many.
+  auto halves = [&](const auto& work) {
     if (threads) {
-      std::thread helper(observe, n / 2, n);
-      observe(0, n / 2);
+      std::thread helper([&] { work(n / 2, n); });
+      work(0, n / 2);
       helper.join();
     } else {
-      observe(0, n);
+      work(0, n);
     }
+  };
+  if (!given) {
+    halves(observe);
     for (auto& error : errors)
       if (error) std::rethrow_exception(error);
   }
@@ -236,25 +241,33 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     }
   }
   const bool layoutKnown = !referenceNames_.empty();
-  for (size_t p = 0; p < n; ++p) {
-    Profile& profile = profiles_[p];
-    CardFacts& f = facts[p];
-    profile.last = f.lastId;
-    profile.tag = f.tagId;
-    profile.rawEmail = f.rawEmailId;
-    profile.email = f.emailId;
-    profile.aligned = layoutKnown && f.namedAsKeys;
-    profile.filled = f.filled;
-    profile.textLength = f.textLength;
-    profile.id = f.id;
-    profile.signatureKnown = f.signatureKnown;
-    profile.signatureHash = f.signatureHash;
-    profile.frontImage = f.frontImage;
-    if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
-    if (f.frontImageError) {
-      frontImageErrors_.resize(n);
-      frontImageErrors_[p] = f.frontImageError;
+  auto factsOf = [&](size_t p) -> CardFacts& {
+    return facts[factsOrder.empty() ? p : static_cast<size_t>(factsOrder[p])];
+  };
+  // Each card's profile and texts are its own: the halves never meet.
+  halves([&](size_t from, size_t to) {
+    for (size_t p = from; p < to; ++p) {
+      Profile& profile = profiles_[p];
+      CardFacts& f = factsOf(p);
+      profile.last = f.lastId;
+      profile.tag = f.tagId;
+      profile.rawEmail = f.rawEmailId;
+      profile.email = f.emailId;
+      profile.aligned = layoutKnown && f.namedAsKeys;
+      profile.filled = f.filled;
+      profile.textLength = f.textLength;
+      profile.id = f.id;
+      profile.signatureKnown = f.signatureKnown;
+      profile.signatureHash = f.signatureHash;
+      profile.frontImage = f.frontImage;
+      if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
     }
+  });
+  for (size_t p = 0; p < n; ++p) {
+    const CardFacts& f = factsOf(p);
+    if (!f.frontImageError) continue;
+    frontImageErrors_.resize(n);
+    frontImageErrors_[p] = f.frontImageError;
   }
 }
 

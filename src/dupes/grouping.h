@@ -74,11 +74,13 @@ void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<co
 
 class SortedSuspects {
  public:
-  // facts, when given, are those of the sorted cards in the same order, and
-  // all the cards were built with one field layout; front-image answers they
-  // carry are taken over, and so are their numbers when numbered.
+  // facts, when given, are those of the sorted cards, and all the cards were
+  // built with one field layout; front-image answers they carry are taken
+  // over, and so are their numbers when numbered. They are in the same order
+  // as the cards, or, when factsOrder is given (numbered facts only), card p's
+  // are facts[factsOrder[p]].
   explicit SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts = {},
-                          bool numbered = false);
+                          bool numbered = false, std::span<const int32_t> factsOrder = {});
   ~SortedSuspects();
 
   int32_t Size() const { return static_cast<int32_t>(cards_.size()); }

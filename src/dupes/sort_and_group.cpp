@@ -292,19 +292,24 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   auto sortedCards = ahead ? SortedCards(cards, &order, meanwhile) : SortedCards(cards, &order);
   if (emails.valid()) emails.get();
   auto start = Clock::now();
-  std::vector<dupes_internal::CardFacts> sortedFacts;
-  if (facts && facts->size() == order.size()) {
-    sortedFacts.reserve(order.size());
-    for (int32_t idx : order) sortedFacts.push_back(std::move((*facts)[static_cast<size_t>(idx)]));
-    facts->clear();
-    if (ahead && sortedCards.back()->tag == ",") {
+  // Numbered facts are handed over as they are, with the order that tells
+  // whose they are; others are put in sorted order first.
+  std::vector<dupes_internal::CardFacts> handed;
+  const bool given = facts && facts->size() == order.size();
+  if (given && ahead) {
+    handed = std::move(*facts);
+    if (sortedCards.back()->tag == ",") {
       int32_t highest = 0;
-      for (const auto& f : sortedFacts) highest = std::max(highest, f.tagId);
-      sortedFacts.back().tagId = highest + 1;  // no other card keeps that tag
+      for (const auto& f : handed) highest = std::max(highest, f.tagId);
+      handed[static_cast<size_t>(order.back())].tagId = highest + 1;  // no other card keeps that tag
     }
+  } else if (given) {
+    handed.reserve(order.size());
+    for (int32_t idx : order) handed.push_back(std::move((*facts)[static_cast<size_t>(idx)]));
   }
-  auto sortedOwner =
-      std::make_unique<dupes_internal::SortedSuspects>(std::move(sortedCards), std::move(sortedFacts), ahead);
+  if (facts) facts->clear();
+  auto sortedOwner = std::make_unique<dupes_internal::SortedSuspects>(
+      std::move(sortedCards), std::move(handed), ahead, given && ahead ? std::span<const int32_t>(order) : std::span<const int32_t>());
   dupes_internal::SortedSuspects& sorted = *sortedOwner;
   timings_.grouping += SecondsSince(start);
   if (!alongside) {
