@@ -42,7 +42,7 @@ int RunFind(const FindOptions& options) {
   // freed: the process ends right after, and handing hundreds of thousands
   // of cards and sets back to the allocator one by one would only add to the
   // wait.
-  static auto* keptUntilExit = new std::vector<std::shared_ptr<CList>>();
+  static auto* keptUntilExit = new std::vector<std::shared_ptr<void>>();
   bool firstType = true, firstSet = true;
   auto printText = [&](int32_t type, const std::shared_ptr<CList>& sets) {
     if (!firstType) std::cout << "\n";
@@ -100,6 +100,7 @@ int RunFind(const FindOptions& options) {
   }
   if (options.json) std::cout << (firstSet ? "[]\n" : "\n]\n");
   keptUntilExit->push_back(std::move(outcome.cards));
+  keptUntilExit->push_back(std::move(outcome.workingTables));
   std::cout.flush();
   if (outcome.stopped) {
     std::cerr << "Search stopped: the results above are what was found so far.\n";

@@ -33,6 +33,7 @@ SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* pr
   }
   outcome.stopped = search.IsStopped();
   outcome.timings = search.Timings();
+  outcome.workingTables = search.TakeWorkingTables();
   return outcome;
 }
 

@@ -26,6 +26,9 @@ struct SearchOutcome {
   int32_t suspects = 0;
   // The cards read, which the sets refer to.
   std::shared_ptr<CList> cards;
+  // What the search worked on, for a caller that ends the process soon
+  // after to keep rather than free.
+  std::shared_ptr<void> workingTables;
 };
 
 // Hands each type's sets to emit as soon as they are found (null when the

@@ -265,6 +265,7 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
                              std::vector<dupes_internal::CardFacts>* facts,
                              const std::function<void(int32_t, std::shared_ptr<CList>)>& found) {
   std::vector<int32_t> types = dupeTypes;
+  workingTables_.reset();
   if (cards.GetNumItems() == 0) {
     for (int32_t type : types) found(type, NoSets());
     return;
@@ -323,6 +324,7 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
       timings_.grouping += SecondsSince(start);
       found(type, std::move(sets));
     }
+    workingTables_ = std::move(sortedOwner);
     return;
   }
 
@@ -371,20 +373,7 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   }
   auto sets = last.get();
   timings_.grouping += SecondsSince(start);
-  // The walks' tables are taken apart on another thread while the last
-  // type's sets are handed on.
-  std::thread release;
-  try {
-    release = std::thread([owner = std::move(sortedOwner)]() mutable { owner.reset(); });
-  } catch (const std::system_error&) {
-    // No thread to spare: they were taken apart here already.
-  }
-  struct Join {
-    std::thread& thread;
-    ~Join() {
-      if (thread.joinable()) thread.join();
-    }
-  } joinRelease{release};
+  workingTables_ = std::move(sortedOwner);
   found(lastType, std::move(sets));
 }
 

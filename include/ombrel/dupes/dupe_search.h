@@ -98,6 +98,12 @@ class CDupeSearch {
   bool UpdateProgress(int32_t resourceId, int32_t done, int32_t total);
   void SortCards(CList& cards);
 
+  // The tables the last search's walks worked on (a few hundred bytes a
+  // suspect) stay with the search until it is destroyed or searches again.
+  // A caller about to end its process takes them here and lets them be,
+  // rather than wait while they are taken apart.
+  std::shared_ptr<void> TakeWorkingTables() { return std::move(workingTables_); }
+
   // The ID of the card whose reading raised the last error, 0 when none did.
   int32_t FailedCardId() const { return failedCardId_; }
   const SearchTimings& Timings() const { return timings_; }
@@ -141,6 +147,7 @@ class CDupeSearch {
   std::string lastSortTags_;          // one after the other
   std::vector<uint32_t> lastSortEnds_;  // where each ends
   std::vector<int32_t> lastSortOrder_;
+  std::shared_ptr<void> workingTables_;
   bool stopped_ = false;
   int32_t failedCardId_ = 0;
   SearchTimings timings_;
