@@ -17,7 +17,6 @@
 #include <functional>
 #include <memory>
 #include <future>
-#include <system_error>
 #include <thread>
 #include <string>
 #include <string_view>
@@ -309,8 +308,9 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
     for (int32_t idx : order) handed.push_back(std::move((*facts)[static_cast<size_t>(idx)]));
   }
   if (facts) facts->clear();
-  auto sortedOwner = std::make_unique<dupes_internal::SortedSuspects>(
-      std::move(sortedCards), std::move(handed), ahead, given && ahead ? std::span<const int32_t>(order) : std::span<const int32_t>());
+  const std::span<const int32_t> handedOrder = given && ahead ? std::span<const int32_t>(order) : std::span<const int32_t>();
+  auto sortedOwner =
+      std::make_unique<dupes_internal::SortedSuspects>(std::move(sortedCards), std::move(handed), ahead, handedOrder);
   dupes_internal::SortedSuspects& sorted = *sortedOwner;
   timings_.grouping += SecondsSince(start);
   if (!alongside) {
