@@ -105,11 +105,9 @@ ObjectRef CCard::SharedRef(const CCardField& shared) {
 CCardField& CCard::OwnFieldAt(int32_t position) const {
   const ObjectRef& item = fields_.IndexedItemRef(position);
   auto& field = static_cast<CCardField&>(*item);
+  // Already the card's own (the usual case): no reference to copy.
   if (!CCardField::IsSharedEmpty(field)) return field;
-  auto own = std::make_shared<CCardField>(field);
-  CCardField& out = *own;
-  fields_.SetItem(fields_.GetIndexedKey(position), std::move(own));
-  return out;
+  return *Own(item, fields_.GetIndexedKey(position));
 }
 
 void CCard::OwnFieldsAt(std::span<const int32_t> positions) {

@@ -75,7 +75,8 @@ void CDupeSet::DoSemanticallyMatchExtraFields(const std::string& fieldType) {
     std::set<std::string> used;
     std::vector<std::shared_ptr<CCardField>> unlabelled;
     for (int32_t i = 1; i <= card->NumFields(); ++i) {
-      if (!IsExtraOfType(card->FieldAt(i), fieldType) || !card->FieldAt(i).HasText()) continue;
+      const CCardField& stored = card->FieldAt(i);
+      if (!IsExtraOfType(stored, fieldType) || !stored.HasText()) continue;
       auto field = card->GetFieldAt(i);
       if (!field->Label().empty() && used.insert(field->Label()).second) continue;
       field->SetUserLabel("");
