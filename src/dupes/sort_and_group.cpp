@@ -328,53 +328,65 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
     return;
   }
 
-  // The last type is walked on a second thread while this one walks the
-  // others; it reports nothing itself and stops when told. Its sets are
-  // handed on in their turn, after the others'.
+  // The first type is walked on this thread and every other on a thread of
+  // its own, all at once: the walks differ in cost, and one thread taking
+  // two of them would leave a core idle at the end. A walk on its own
+  // thread reports nothing itself and stops when told; its sets are handed
+  // on in their turn, after those of the types before it.
   start = Clock::now();
   sorted.PrepareForThreads();
-  const int32_t lastType = types.back();
-  types.pop_back();
+  struct Background {
+    int32_t type = 0;
+    std::atomic<int64_t> progress{0};  // done << 32 | total
+    std::future<std::shared_ptr<CList>> sets;
+  };
+  std::vector<std::unique_ptr<Background>> others;
   std::atomic<bool> halt{false};
-  std::atomic<int64_t> lastProgress{0};  // done << 32 | total
-  dupes_internal::GroupingReports silent{[](int32_t) {}, [&](int32_t done, int32_t total) {
-                                           lastProgress = (static_cast<int64_t>(done) << 32) | static_cast<uint32_t>(total);
-                                           return !halt.load(std::memory_order_relaxed);
-                                         }};
-  auto last = std::async(std::launch::async,
-                         [&] { return dupes_internal::GroupSortedCards(silent, lastType, sorted, nullptr); });
-  // However this thread leaves, the other walk is told to stop before the
-  // future's destructor waits for it.
+  // However this thread leaves, the other walks are told to stop before
+  // their futures' destructors wait for them.
   struct Halt {
     std::atomic<bool>& flag;
     ~Halt() { flag = true; }
   } haltOnExit{halt};
+  for (size_t t = 1; t < types.size(); ++t) {
+    auto walk = std::make_unique<Background>();
+    walk->type = types[t];
+    Background* mine = walk.get();
+    walk->sets = std::async(std::launch::async, [&sorted, &halt, mine] {
+      dupes_internal::GroupingReports silent{[](int32_t) {}, [&halt, mine](int32_t done, int32_t total) {
+                                               mine->progress = (static_cast<int64_t>(done) << 32) | static_cast<uint32_t>(total);
+                                               return !halt.load(std::memory_order_relaxed);
+                                             }};
+      return dupes_internal::GroupSortedCards(silent, mine->type, sorted, nullptr);
+    });
+    others.push_back(std::move(walk));
+  }
 
-  for (int32_t type : types) {
+  if (!stopped_) found(types.front(), dupes_internal::GroupSortedCards(Reports(), types.front(), sorted, nullptr));
+  else found(types.front(), nullptr);
+  for (auto& walk : others) {
+    if (!stopped_) {
+      // Its turn: show its progress while it finishes, and pass a stop on.
+      SetActionText(walk->type);
+      while (walk->sets.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) {
+        int64_t progress = walk->progress.load();
+        auto total = static_cast<int32_t>(progress & 0xFFFFFFFF);
+        if (total > 0 && !UpdateProgress(search_text::kGroupingCards, static_cast<int32_t>(progress >> 32), total)) {
+          halt = true;
+          break;
+        }
+      }
+    }
     if (stopped_) {
-      found(type, nullptr);
+      halt = true;
+      walk->sets.wait();
+      found(walk->type, nullptr);
       continue;
     }
-    found(type, dupes_internal::GroupSortedCards(Reports(), type, sorted, nullptr));
+    found(walk->type, walk->sets.get());
   }
-  if (stopped_) {
-    halt = true;
-    last.wait();
-    timings_.grouping += SecondsSince(start);
-    found(lastType, nullptr);
-    return;
-  }
-  // Its turn: show its progress while it finishes, and pass a stop on.
-  SetActionText(lastType);
-  while (last.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready) {
-    int64_t progress = lastProgress.load();
-    auto total = static_cast<int32_t>(progress & 0xFFFFFFFF);
-    if (total > 0 && !UpdateProgress(search_text::kGroupingCards, static_cast<int32_t>(progress >> 32), total)) halt = true;
-  }
-  auto sets = last.get();
   timings_.grouping += SecondsSince(start);
   workingTables_ = std::move(sortedOwner);
-  found(lastType, std::move(sets));
 }
 
 dupes_internal::GroupingReports CDupeSearch::Reports() {
