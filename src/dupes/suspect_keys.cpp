@@ -235,13 +235,23 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
   }
 
   // Suspects often cluster in one stretch of the store: the parts that load
-  // them begin where each gets an equal share, not at equal stretches.
+  // them begin where each gets an equal share of the work, not at equal
+  // stretches. A part steps over every card of its stretch and builds its
+  // suspects, and building one costs about as much as stepping over
+  // kBuildWeight others.
+  constexpr int64_t kBuildWeight = 8;
   const size_t loadParts = parts.size();
   if (loadParts > 1 && suspects.size() >= loadParts) {
     std::sort(positions.begin(), positions.end());
+    const int64_t work = static_cast<int64_t>(order.size()) + kBuildWeight * static_cast<int64_t>(positions.size());
+    size_t i = 0;
     for (size_t p = 1; p < loadParts; ++p) {
-      const auto& [part, k] = order[static_cast<size_t>(positions[suspects.size() * p / loadParts])];
+      // The work before the i-th suspect is its position plus the builds before it.
+      const int64_t share = work * static_cast<int64_t>(p) / static_cast<int64_t>(loadParts);
+      while (i + 1 < positions.size() && positions[i] + kBuildWeight * static_cast<int64_t>(i) < share) ++i;
+      const auto& [part, k] = order[static_cast<size_t>(positions[i])];
       partStarts.push_back(part->Id(k));
+      if (i + 1 < positions.size()) ++i;  // starts stay in increasing order
     }
   }
   return suspects;
