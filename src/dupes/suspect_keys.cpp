@@ -239,7 +239,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
   // stretches. A part steps over every card of its stretch and builds its
   // suspects, and building one costs about as much as stepping over
   // kBuildWeight others.
-  constexpr int64_t kBuildWeight = 8;
+  constexpr int64_t kBuildWeight = 12;
   const size_t loadParts = parts.size();
   if (loadParts > 1 && suspects.size() >= loadParts) {
     std::sort(positions.begin(), positions.end());
