@@ -279,13 +279,29 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   std::future<void> emails;
   if (ahead) emails = std::async(std::launch::async, [&] { dupes_internal::NumberEmails(*facts); });
   auto meanwhile = [&](std::span<const std::shared_ptr<CCard>> input, std::span<const std::string_view> tags) {
-    if (alongside) dupes_internal::AskFrontImages(dupes_internal::Mgr(), *facts, input);
-    // The sort empties every tag "," but the last card's: numbered as empty
-    // here, the last one is told apart below.
-    std::vector<std::string_view> tagsAfterSort(tags.begin(), tags.end());
-    for (auto& tag : tagsAfterSort)
-      if (tag == ",") tag = {};
-    dupes_internal::NumberNamesAndTags(*facts, input, tagsAfterSort);
+    auto numberNames = [&] {
+      // The sort empties every tag "," but the last card's: numbered as empty
+      // here, the last one is told apart below.
+      std::vector<std::string_view> tagsAfterSort(tags.begin(), tags.end());
+      for (auto& tag : tagsAfterSort)
+        if (tag == ",") tag = {};
+      dupes_internal::NumberNamesAndTags(*facts, input, tagsAfterSort);
+    };
+    if (!alongside) {
+      numberNames();
+      return;
+    }
+    // Store calls stay on this thread; the numbering, which sets other
+    // members of the facts, goes on beside them.
+    auto names = std::async(std::launch::async, numberNames);
+    struct Wait {
+      std::future<void>& done;
+      ~Wait() {
+        if (done.valid()) done.wait();
+      }
+    } waitOnExit{names};
+    dupes_internal::AskFrontImages(dupes_internal::Mgr(), *facts, input);
+    names.get();
   };
   // Each type would sort the same tags into the same order: sort once.
   std::vector<int32_t> order;
