@@ -65,26 +65,29 @@ int RunFind(const FindOptions& options) {
       auto end = std::to_chars(number, number + sizeof number, value).ptr;
       out.append(number, end);
     };
-    for (int32_t i = 1; i <= sets->GetNumItems(); ++i) {
-      const auto& set = static_cast<const CDupeSet&>(*sets->GetItem(i));
+    // A search's list holds dupe sets and a set's dupes cards, never
+    // anything else: both are read in place.
+    sets->ForEachItem([&](const CObject* item) {
+      const auto& set = static_cast<const CDupeSet&>(*item);
       out += firstSet ? "[\n  " : ",\n  ";
       out += R"({"type": ")";
       out += typeName;
       out += R"(", "primary": )";
-      append(set.GetPrimaryCard()->GetCardID());
+      append(set.PrimaryCard()->GetCardID());
       out += R"(, "dupes": [)";
-      const CList& dupes = set.GetDupes();
-      for (int32_t d = 1; d <= dupes.GetNumItems(); ++d) {
-        if (d > 1) out += ", ";
-        append(static_cast<const CCard&>(*dupes.GetItem(d)).GetCardID());
-      }
+      bool firstDupe = true;
+      set.GetDupes().ForEachItem([&](const CObject* dupe) {
+        if (!firstDupe) out += ", ";
+        firstDupe = false;
+        append(static_cast<const CCard&>(*dupe).GetCardID());
+      });
       out += "]}";
       firstSet = false;
       if (out.size() > (1 << 16)) {
         std::cout << out;
         out.clear();
       }
-    }
+    });
     std::cout << out;
     keptUntilExit->push_back(sets);
   };

@@ -35,6 +35,8 @@ class CDupeSet final : public CObject {
   std::shared_ptr<CDupeSet> Clone() const;
   int32_t GetNumberOfCards() const;
   std::shared_ptr<CCard> GetPrimaryCard() const { return primary_; }
+  // The primary without copying the reference; null when there is none.
+  const CCard* PrimaryCard() const { return primary_.get(); }
   CList& GetDupes() { return *dupes_; }
   const CList& GetDupes() const { return *dupes_; }
   // The recycle bin (empty list when nothing was removed).

@@ -45,6 +45,15 @@ class CList final : public CObject {
   int32_t GetPositionByValue(const ObjectRef& item) const;
   std::string ToStr() const override;
 
+  // Calls visit(item) with every item (a CObject pointer, null for an empty
+  // reference) in order, without moving the cursor or copying a reference:
+  // for reading a long list from end to end.
+  template <class Visit>
+  void ForEachItem(const Visit& visit) const {
+    for (int32_t node = first_; node != 0; node = nodes_[static_cast<size_t>(node)].next)
+      visit(nodes_[static_cast<size_t>(node)].item.get());
+  }
+
   // Typed access: the item at position cast to T; raises when it is of another class.
   template <class T>
   std::shared_ptr<T> GetItemAs(int32_t position) const {
