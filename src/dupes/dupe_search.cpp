@@ -50,8 +50,14 @@ int32_t& PartScanThreshold() {
   return threshold;
 }
 
+int32_t& ScanParts() {
+  static int32_t parts = 0;
+  return parts;
+}
+
 int32_t ScanPartsFor(const ICardStore& store, int32_t cards) {
   if (!store.OffersPartScan() || cards < PartScanThreshold()) return 1;
+  if (ScanParts() > 0) return ScanParts();
   // Two parts a core: the parts never cost quite the same, and a core whose
   // part ends first then shares the rest instead of waiting.
   const unsigned cores = std::thread::hardware_concurrency();

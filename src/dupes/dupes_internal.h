@@ -35,11 +35,14 @@ void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues
 void ScanInParts(ICardStore& store, int32_t parts,
                  const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit,
                  std::span<const int32_t> partStarts = {}, const std::function<bool(int32_t)>& wanted = {});
-// How many parts the search reads a store of that many cards in at once: one
-// per core, at most two, and one below PartScanThreshold() cards, where a
-// thread costs more than it saves.
+// How many parts the search reads a store of that many cards in at once:
+// ScanParts(), and one below PartScanThreshold() cards, where a thread costs
+// more than it saves.
 int32_t ScanPartsFor(const ICardStore& store, int32_t cards);
 int32_t& PartScanThreshold();
+// The parts for a store read in parts: 0 (the default) for two a core, at
+// most eight, and one on a single core.
+int32_t& ScanParts();
 // Progress of a scan read in parts, reported by part 0 alone: its own count
 // times the number of parts, so that the reports do not hang on timing.
 inline int32_t PartProgress(int32_t partZeroDone, int32_t parts, int32_t total) {

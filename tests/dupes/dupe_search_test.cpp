@@ -87,11 +87,6 @@ std::string KindName(const ::testing::TestParamInfo<Kind>& info) {
 // and a SQLite file, read in one pass and in two parts at once.
 class DupeSearchTest : public ::testing::TestWithParam<Kind> {
  protected:
-  void TearDown() override {
-    dupes_internal::PartScanThreshold() = savedThreshold_;
-    CardStoreMgr() = saved_;
-  }
-
   void Use(const std::vector<Entry>& entries) {
     auto fake = std::make_shared<FakeCardStore>();
     for (const Entry& e : entries) {
@@ -99,7 +94,8 @@ class DupeSearchTest : public ::testing::TestWithParam<Kind> {
       if (e.frontImage) fake->frontDib[e.id] = 100 + e.id;
     }
     fake->offersScan = GetParam() == Kind::kScanningFake;
-    dupes_internal::PartScanThreshold() = GetParam() == Kind::kSqliteInParts ? 0 : savedThreshold_;
+    dupes_internal::PartScanThreshold() = GetParam() == Kind::kSqliteInParts ? 0 : restore_.threshold;
+    dupes_internal::ScanParts() = 2;
     const bool sqlite = GetParam() == Kind::kSqlite || GetParam() == Kind::kSqliteInParts;
     CardStoreMgr() = std::make_shared<CCardStoreMgr>();
     CardStoreMgr()->SetCardStore(sqlite ? InSqlite(*fake, (dir_ / std::to_string(++stores_)).string()) : fake);
@@ -117,8 +113,7 @@ class DupeSearchTest : public ::testing::TestWithParam<Kind> {
  private:
   ScratchDir dir_{"ombrel-search"};
   int stores_ = 0;
-  std::shared_ptr<CCardStoreMgr> saved_ = CardStoreMgr();
-  int32_t savedThreshold_ = dupes_internal::PartScanThreshold();
+  RestoreSearchState restore_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Stores, DupeSearchTest,

@@ -169,6 +169,11 @@ TEST(CListTest, MatchesAVectorUnderRandomOperations) {
     }
     ASSERT_EQ(Items(list), model);
     for (int32_t i = list.GetNumItems(); i >= 1; --i) ASSERT_EQ(list.GetItem(i), model[i - 1]);
+    // The in-place walk meets the same items in the same order.
+    std::vector<const CObject*> visited, expected;
+    list.ForEachItem([&](const CObject* item) { visited.push_back(item); });
+    for (const ObjectRef& item : model) expected.push_back(item.get());
+    ASSERT_EQ(visited, expected);
   }
 }
 
