@@ -501,14 +501,13 @@ Status CSqliteCardStore::GetNumberOfCards(int32_t& numCards) {
     impl_->RequireConnected();
     impl_->Refresh(false);
     if (impl_->orderValid_) {
-      impl_->EnsureOrderLoaded();
-      numCards = static_cast<int32_t>(impl_->order_.size());
+      numCards = static_cast<int32_t>(impl_->ids_.Size());
     } else {
       // A count walks the smallest index: a search that reads every card in
       // a scan never needs the order itself, which takes far longer to load.
-      sqlite_store::Statement count(impl_->db_, "SELECT count(*) FROM cards");
-      count.Step();
-      numCards = static_cast<int32_t>(count.Int(0));
+      StatementUse use(impl_->st_->countCards);
+      use->Step();
+      numCards = static_cast<int32_t>(use->Int(0));
     }
   });
 }

@@ -334,7 +334,7 @@ class WriteTransaction {
 // The statements prepared once per connection.
 struct CSqliteCardStore::Impl::Statements {
   explicit Statements(sqlite3* db);
-  Statement selectVals, insertCard, updateVals, deleteCard, deleteImages, maxId;
+  Statement selectVals, insertCard, updateVals, deleteCard, deleteImages, maxId, countCards;
   Statement selectOrder;
   Statement selectImage, selectImageSides, upsertImage, deleteImage;
   Statement insertName, selectName, selectNames;

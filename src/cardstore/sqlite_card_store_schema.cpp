@@ -93,6 +93,7 @@ CSqliteCardStore::Impl::Statements::Statements(sqlite3* db)
       deleteCard(db, "DELETE FROM cards WHERE id = ?1"),
       deleteImages(db, "DELETE FROM images WHERE card_id = ?1"),
       maxId(db, "SELECT max(id) FROM cards"),
+      countCards(db, "SELECT count(*) FROM cards"),
       // The (id, ord) index answers this without reading the card rows.
       selectOrder(db, "SELECT ord, id FROM cards"),
       selectImage(db, "SELECT format, data FROM images WHERE card_id = ?1 AND side = ?2"),

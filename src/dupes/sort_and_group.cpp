@@ -292,14 +292,9 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
       return;
     }
     // Store calls stay on this thread; the numbering, which sets other
-    // members of the facts, goes on beside them.
+    // members of the facts, goes on beside them (the future waits for it
+    // however this thread leaves).
     auto names = std::async(std::launch::async, numberNames);
-    struct Wait {
-      std::future<void>& done;
-      ~Wait() {
-        if (done.valid()) done.wait();
-      }
-    } waitOnExit{names};
     dupes_internal::AskFrontImages(dupes_internal::Mgr(), *facts, input);
     names.get();
   };
