@@ -57,13 +57,12 @@ size_t SplitOnBlanks(std::string_view text, std::array<std::string_view, N>& tok
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 // Trims blanks, tabs, CRs and LFs as CString::Trim does, without a copy.
-void TrimInPlace(std::string& text) {
+std::string_view Trimmed(std::string_view text) {
   size_t end = text.size();
   while (end > 0 && IsBlank(text[end - 1])) --end;
   size_t begin = 0;
   while (begin < end && IsBlank(text[begin])) ++begin;
-  if (end < text.size()) text.erase(end);
-  if (begin > 0) text.erase(0, begin);
+  return text.substr(begin, end - begin);
 }
 
 // CString::ToLong's answer; plain digits, the usual case, are read directly.
@@ -85,52 +84,52 @@ size_t CountCharacters(std::string_view text) {
   return n;
 }
 
-// Reads the plan's k-th value name through read into value, which arrives
-// empty as promised.
+// The plan's k-th value through read, which may answer a view of scratch
+// (arriving empty as promised) or of values it holds itself.
 template <class Read>
-void ReadValue(const Read& read, const std::vector<std::string>& names, size_t k, std::string& value) {
-  value.clear();
-  read(names[k], k, value);
+std::string_view ReadValue(const Read& read, const std::vector<std::string>& names, size_t k, std::string& scratch) {
+  scratch.clear();
+  return read(names[k], k, scratch);
 }
 
 // Reads one field's data into data (reset first); names[first] is the
-// field's name, followed by its rectangle, levels and suspect info. value is
-// a buffer kept from field to field.
+// field's name, followed by its rectangle, levels and suspect info. scratch
+// is a buffer kept from field to field.
 template <class Read>
 void ReadFieldData(const std::vector<std::string>& names, size_t first, const Read& read, FieldData& data,
-                   std::string& value) {
+                   std::string& scratch) {
   const std::string& name = names[first];
   data = FieldData{std::move(data.text)};
   try {
-    ReadValue(read, names, first, data.text);
-    TrimInPlace(data.text);
+    data.text.assign(Trimmed(ReadValue(read, names, first, scratch)));
     if (data.text.empty() || SkipsGeometry(name)) return;
 
-    ReadValue(read, names, first + 1, value);
+    std::string_view value = ReadValue(read, names, first + 1, scratch);
     if (!value.empty()) {
       std::array<std::string_view, 4> tokens;
-      if (SplitOnBlanks(value, tokens) != 4) RaiseTrap("Incorrect rectangle information: " + value);
+      if (SplitOnBlanks(value, tokens) != 4) RaiseTrap("Incorrect rectangle information: " + std::string(value));
       data.left = ToInt(tokens[0]);
       data.top = ToInt(tokens[1]);
       data.right = ToInt(tokens[2]);
       data.bottom = ToInt(tokens[3]);
     }
 
-    ReadValue(read, names, first + 2, value);
+    value = ReadValue(read, names, first + 2, scratch);
     if (!value.empty()) {
       std::array<std::string_view, 2> tokens;
-      if (SplitOnBlanks(value, tokens) != 2) RaiseTrap("Incorrect confidence levels: " + value);
+      if (SplitOnBlanks(value, tokens) != 2) RaiseTrap("Incorrect confidence levels: " + std::string(value));
       data.ocrLevel = ToInt(tokens[0]);
       data.catLevel = ToInt(tokens[1]);
     }
 
-    ReadValue(read, names, first + 3, value);
+    value = ReadValue(read, names, first + 3, scratch);
     if (!value.empty()) {
-      if (CountCharacters(value) != 3) RaiseTrap("Incorrect suspect info: " + value);
+      const auto bad = [&] { RaiseTrap("Incorrect suspect info: " + std::string(value)); };
+      if (CountCharacters(value) != 3) bad();
       if (value.front() == '1') data.ocrSuspect = true;
-      else if (value.front() != '0') RaiseTrap("Incorrect suspect info: " + value);
+      else if (value.front() != '0') bad();
       if (value.back() == '1') data.catSuspect = true;
-      else if (value.back() != '0') RaiseTrap("Incorrect suspect info: " + value);
+      else if (value.back() != '0') bad();
     }
   } catch (const Error& e) {
     RaiseTrap("Failed to get field data for field: " + name + std::string(kCrLf) + e.Description());
@@ -275,8 +274,9 @@ std::string CCardStoreMgr::GetLastError() { return cardStore_ ? cardStore_->GetL
 std::shared_ptr<CCard> CCardStoreMgr::GetCard(int32_t cardId) {
   auto plan = PlanCustomFields(GetCustomFields());
   // GetValue's leniency, reading into the caller's buffer.
-  return Build(cardId, *plan, [this, cardId](const std::string& name, size_t, std::string& value) {
-    if (Store().GetValue(cardId, name, value) != 0) value.clear();
+  return Build(cardId, *plan, [this, cardId](const std::string& name, size_t, std::string& scratch) -> std::string_view {
+    if (Store().GetValue(cardId, name, scratch) != 0) scratch.clear();
+    return scratch;
   });
 }
 
@@ -319,13 +319,19 @@ std::shared_ptr<const CCardStoreMgr::CustomFieldPlan> CCardStoreMgr::PlanCustomF
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
                                                 const std::function<std::string(const std::string& name)>& getValue) {
   auto plan = PlanCustomFields(customFields);
-  return Build(cardId, *plan, [&](const std::string& name, size_t, std::string& value) { value = getValue(name); });
+  return Build(cardId, *plan, [&](const std::string& name, size_t, std::string& scratch) -> std::string_view {
+    scratch = getValue(name);
+    return scratch;
+  });
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
                                                 const ValueReader& readValue) {
   auto plan = PlanCustomFields(customFields);
-  return Build(cardId, *plan, [&](const std::string& name, size_t, std::string& value) { readValue(name, value); });
+  return Build(cardId, *plan, [&](const std::string& name, size_t, std::string& scratch) -> std::string_view {
+    readValue(name, scratch);
+    return scratch;
+  });
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::string& customFields,
@@ -334,7 +340,7 @@ std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::strin
   // A scan builds card after card from the same values object and plan.
   thread_local PreparedNamesReader reader;
   reader.Use(values, plan->valueNames, plan->serial);
-  return Build(cardId, *plan, [&](const std::string&, size_t k, std::string& value) { reader.Read(k, value); });
+  return Build(cardId, *plan, [&](const std::string&, size_t k, std::string& scratch) { return reader.View(k, scratch); });
 }
 
 template <class Read>
@@ -357,7 +363,7 @@ std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPla
   thread_local std::vector<Filled> filled;
   thread_local std::vector<int32_t> positions;
   positions.clear();
-  std::string value;
+  std::string scratch;
   const std::vector<std::string>& names = plan.valueNames;
   for (int32_t i = 1; i <= card->NumFields(); ++i) {
     const size_t first = static_cast<size_t>(i - 1) * kNamesPerField;
@@ -365,11 +371,12 @@ std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPla
     if (filled.size() == positions.size()) filled.emplace_back();
     Filled& field = filled[positions.size()];
     FieldData& data = field.data;
-    ReadFieldData(names, first, read, data, value);
+    ReadFieldData(names, first, read, data, scratch);
     if (data.text.empty()) continue;
 
     field.label.clear();
-    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name)) ReadValue(read, names, first + 4, field.label);
+    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name))
+      field.label.assign(ReadValue(read, names, first + 4, scratch));
     int32_t width = CheckedSub(data.right, data.left);
     int32_t height = CheckedSub(data.bottom, data.top);
     if (width < 0 || height < 0) width = height = 0;
@@ -386,9 +393,8 @@ std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPla
                          ClampLevel(data.catLevel), data.ocrSuspect, data.catSuspect);
   }
 
-  ReadValue(read, names, names.size() - 1, value);
-  TrimInPlace(value);
-  card->SetLastName(value);
+  const std::string lastName(Trimmed(ReadValue(read, names, names.size() - 1, scratch)));
+  card->SetLastName(lastName);
   return card;
 }
 

@@ -257,11 +257,41 @@ void sqlite_store::ResolvedNames::Clear() {
 uint64_t sqlite_store::ViewedValues::Prepare(std::span<const std::string> names) const {
   // Tickets are unique in the process, so none is taken for another object's.
   static std::atomic<uint64_t> lastTicket{0};
+  FullCard();  // the card shown may have been picked by the names before
   prepared_.clear();
   for (const std::string& name : names) prepared_.push_back(Resolve(name));
   generation_ = Generation();
   ticket_ = ++lastTicket;
+  // Picked only when few, and each name once (a view per name).
+  picking_ = prepared_.size() <= PickedNames::kMost;
+  pick_.slotOf.clear();
+  for (size_t k = 0; picking_ && k < prepared_.size(); ++k) {
+    const int32_t index = prepared_[k];
+    if (index < 0) continue;  // no such name: always empty
+    if (pick_.slotOf.size() <= static_cast<size_t>(index)) pick_.slotOf.resize(static_cast<size_t>(index) + 1, -1);
+    if (pick_.slotOf[static_cast<size_t>(index)] >= 0) picking_ = false;
+    pick_.slotOf[static_cast<size_t>(index)] = static_cast<int8_t>(k);
+  }
   return ticket_;
+}
+
+void sqlite_store::ViewedValues::Show(int32_t id, std::string_view blob) {
+  shownId_ = id;
+  shownBlob_ = blob;
+  // The card is taken as not shown until its decode succeeds.
+  picked_ = false;
+  const bool pick = picking_ && Generation() == generation_;
+  Decode(id, blob, pick ? &pick_ : nullptr);
+  picked_ = pick;
+}
+
+const sqlite_store::DecodedCard& sqlite_store::ViewedValues::FullCard() const {
+  if (picked_) {
+    // The whole blob decoded without a fault when picked: so it does again.
+    const_cast<ViewedValues*>(this)->Decode(shownId_, shownBlob_, nullptr);
+    picked_ = false;
+  }
+  return Card();
 }
 
 int32_t CSqliteCardStore::Impl::Resolve(std::string_view name) {
@@ -305,10 +335,47 @@ uint32_t CSqliteCardStore::Impl::EnsureCode(int32_t canon) {
   return static_cast<uint32_t>(code);
 }
 
+namespace {
+
+[[noreturn]] void FailDamaged(int32_t cardId) {
+  Fail(CSqliteCardStore::kStatusDatabase, "the stored values of card " + std::to_string(cardId) + " are damaged");
+}
+
+// DecodeWith's pass for a few picked names: the same checks over the whole
+// blob, keeping only the picked values.
+uint64_t DecodePicked(const std::vector<int32_t>& canonByCode, int32_t cardId, std::string_view blob,
+                      sqlite_store::PickedNames& pick) {
+  pick.views.fill({});
+  auto* p = reinterpret_cast<const unsigned char*>(blob.data());
+  auto* end = p + blob.size();
+  const int32_t* canonOf = canonByCode.data();
+  const uint64_t codes = canonByCode.size();
+  const int8_t* slotOf = pick.slotOf.data();
+  const auto slots = static_cast<int32_t>(pick.slotOf.size());
+  uint64_t unknown = 0;
+  while (p != end) {
+    uint64_t code = 0, length = 0;
+    if (!sqlite_store::ReadVarint(p, end, code) || !sqlite_store::ReadVarint(p, end, length) || code == 0 ||
+        code > UINT32_MAX || length > static_cast<uint64_t>(end - p)) {
+      FailDamaged(cardId);
+    }
+    const auto* text = p;
+    p += length;
+    const int32_t index = code < codes ? canonOf[code] : -1;
+    if (index < 0 && unknown == 0) unknown = code;
+    if (unknown != 0 || index >= slots || slotOf[index] < 0) continue;
+    pick.views[static_cast<size_t>(slotOf[index])] = std::string_view(reinterpret_cast<const char*>(text), length);
+  }
+  return unknown;
+}
+
+}  // namespace
+
 // One pass over the blob, straight into the card's index: every card of a
 // scan comes through here.
 uint64_t sqlite_store::DecodeWith(const std::vector<int32_t>& canonByCode, size_t names, int32_t cardId,
-                                  std::string_view blob, DecodedCard& card) {
+                                  std::string_view blob, DecodedCard& card, PickedNames* pick) {
+  if (pick) return DecodePicked(canonByCode, cardId, blob, *pick);
   card.ClearSlots();
   card.canonIndex.clear();
   card.values.clear();
@@ -327,7 +394,7 @@ uint64_t sqlite_store::DecodeWith(const std::vector<int32_t>& canonByCode, size_
     uint64_t code = 0, length = 0;
     if (!ReadVarint(p, end, code) || !ReadVarint(p, end, length) || code == 0 || code > UINT32_MAX ||
         length > static_cast<uint64_t>(end - p)) {
-      Fail(CSqliteCardStore::kStatusDatabase, "the stored values of card " + std::to_string(cardId) + " are damaged");
+      FailDamaged(cardId);
     }
     std::string_view text(reinterpret_cast<const char*>(p), length);
     p += length;
@@ -342,14 +409,14 @@ uint64_t sqlite_store::DecodeWith(const std::vector<int32_t>& canonByCode, size_
   return unknown;
 }
 
-void CSqliteCardStore::Impl::Decode(int32_t cardId, std::string_view blob, DecodedCard& card) {
+void CSqliteCardStore::Impl::Decode(int32_t cardId, std::string_view blob, DecodedCard& card, PickedNames* pick) {
   EnsureNamesLoaded();
-  uint64_t unknown = DecodeWith(canonByCode_, canon_.size(), cardId, blob, card);
+  uint64_t unknown = DecodeWith(canonByCode_, canon_.size(), cardId, blob, card, pick);
   if (unknown != 0) {
     // A name another connection registered since we last looked.
     namesLoaded_ = false;
     EnsureNamesLoaded();
-    unknown = DecodeWith(canonByCode_, canon_.size(), cardId, blob, card);
+    unknown = DecodeWith(canonByCode_, canon_.size(), cardId, blob, card, pick);
   }
   if (unknown != 0) {
     Fail(kStatusDatabase, "card " + std::to_string(cardId) + " holds unknown value code " + std::to_string(unknown));

@@ -178,7 +178,7 @@ Status CSqliteCardStore::ScanCards(const std::function<bool(int32_t, const ICard
     ScanValues values(s);
     while (scan.Step()) {
       auto id = static_cast<int32_t>(scan.Int(0));
-      s.Decode(id, scan.Blob(1), values.card);
+      values.Show(id, scan.Blob(1));
       if (!visit(id, values)) break;
     }
   });

@@ -4,6 +4,7 @@
 
 #include <sqlite3.h>
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -190,12 +191,22 @@ class ResolvedNames {
   size_t count_ = 0;
 };
 
+// The few names a scan's visitor reads of every card, when it reads only
+// those: a decode then keeps just their values and leaves the card's index
+// alone.
+struct PickedNames {
+  static constexpr size_t kMost = 8;
+  std::vector<int8_t> slotOf;  // canonical index -> position in the list, -1 for none
+  std::array<std::string_view, kMost> views;
+};
+
 // Decodes blob (which must outlive card) into card by a code -> canonical
-// index table over `names` indexes. Answers the first code the table does
-// not know, 0 when it knows them all; damage is reported (as a Failure)
-// before an unknown code.
+// index table over `names` indexes; with pick, only the picked names' values
+// (into pick->views), the card untouched. Answers the first code the table
+// does not know, 0 when it knows them all; damage is reported (as a Failure)
+// before an unknown code. Either way the whole blob is checked alike.
 uint64_t DecodeWith(const std::vector<int32_t>& canonByCode, size_t names, int32_t cardId, std::string_view blob,
-                    DecodedCard& card);
+                    DecodedCard& card, PickedNames* pick = nullptr);
 
 }  // namespace ombrel::sqlite_store
 
@@ -247,7 +258,8 @@ class CSqliteCardStore::Impl {
   uint32_t EnsureCode(int32_t canon);  // inside a write transaction
   // Decodes blob (which must outlive card) into card, reloading the name
   // table once when it meets a code written by another connection.
-  void Decode(int32_t cardId, std::string_view blob, sqlite_store::DecodedCard& card);
+  void Decode(int32_t cardId, std::string_view blob, sqlite_store::DecodedCard& card,
+              sqlite_store::PickedNames* pick = nullptr);
 
   // ---- cards ----
   void LoadCard(int32_t cardId);  // fills card_ (writing pending changes first) or fails with unknown card
@@ -362,13 +374,23 @@ namespace sqlite_store {
 
 // Values a scan hands out as views into the card being visited; Get and
 // Read copy from them. Names prepared are resolved once for the whole scan.
+// A visitor that reads a few prepared names and nothing else has only those
+// decoded (each card is still checked whole); anything else it asks for has
+// the card decoded in full first.
 class ViewedValues : public ICardValues {
  public:
   std::string Get(std::string_view name) const final { return std::string(Find(name)); }
   void Read(std::string_view name, std::string& value) const final { value.assign(Find(name)); }
   uint64_t Prepare(std::span<const std::string> names) const final;
   bool IsPrepared(uint64_t ticket) const final { return ticket != 0 && ticket == ticket_ && Generation() == generation_; }
-  void ReadPrepared(size_t k, std::string& value) const final { value.assign(Card().Find(prepared_[k])); }
+  void ReadPrepared(size_t k, std::string& value) const final { value.assign(ViewPrepared(k)); }
+  bool ViewsPrepared() const final { return true; }
+  std::string_view ViewPrepared(size_t k) const final {
+    return picked_ ? pick_.views[k] : Card().Find(prepared_[k]);
+  }
+
+  // Shows the card id stored as blob, which must stay valid while it is shown.
+  void Show(int32_t id, std::string_view blob);
 
  protected:
   // The canonical index of a name, kUnknownName when it is none.
@@ -376,13 +398,24 @@ class ViewedValues : public ICardValues {
   // Changes whenever a name may come to mean something else.
   virtual uint64_t Generation() const = 0;
   virtual const DecodedCard& Card() const = 0;
+  // DecodeWith as the store behind these values does it.
+  virtual void Decode(int32_t id, std::string_view blob, PickedNames* pick) = 0;
 
  private:
-  std::string_view Find(std::string_view name) const { return Card().Find(Resolve(name)); }
+  std::string_view Find(std::string_view name) const { return FullCard().Find(Resolve(name)); }
+  // The card shown, decoded in full.
+  const DecodedCard& FullCard() const;
 
   mutable std::vector<int32_t> prepared_;
   mutable uint64_t ticket_ = 0;
   mutable uint64_t generation_ = 0;
+  // The prepared names as picked ones, when they are few enough to be.
+  mutable PickedNames pick_;
+  mutable bool picking_ = false;
+  // The card shown had only the picked names decoded.
+  mutable bool picked_ = false;
+  int32_t shownId_ = 0;
+  std::string_view shownBlob_;
 };
 
 // What a scan on the store's own connection hands to its visitor: the row's
@@ -403,6 +436,7 @@ class ScanValues : public ViewedValues {
   }
   uint64_t Generation() const override { return store_.resolveGeneration_; }
   const DecodedCard& Card() const override { return card; }
+  void Decode(int32_t id, std::string_view blob, PickedNames* pick) override { store_.Decode(id, blob, card, pick); }
 
   CSqliteCardStore::Impl& store_;
 };

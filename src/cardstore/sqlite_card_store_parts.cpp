@@ -33,12 +33,13 @@ struct NameTables {
   std::unordered_set<std::string> customFields;
 };
 
-// What a part on a thread of its own hands to its visitor.
+[[noreturn]] void FailUnknownCode(sqlite3* db, int32_t cardId, uint64_t code);
+
+// What a part on a thread of its own hands to its visitor; db is the part's
+// connection.
 class PartValues final : public ViewedValues {
  public:
-  explicit PartValues(const NameTables& tables) : tables_(tables) {}
-
-  DecodedCard card;
+  PartValues(const NameTables& tables, sqlite3* db) : tables_(tables), db_(db) {}
 
  private:
   int32_t Resolve(std::string_view name) const override {
@@ -56,9 +57,15 @@ class PartValues final : public ViewedValues {
     return index;
   }
   uint64_t Generation() const override { return 1; }  // the tables are this scan's copy
-  const DecodedCard& Card() const override { return card; }
+  const DecodedCard& Card() const override { return card_; }
+  void Decode(int32_t id, std::string_view blob, PickedNames* pick) override {
+    uint64_t unknown = DecodeWith(tables_.canonByCode, tables_.names, id, blob, card_, pick);
+    if (unknown != 0) FailUnknownCode(db_, id, unknown);
+  }
 
+  DecodedCard card_;
   const NameTables& tables_;
+  sqlite3* db_;
   mutable ResolvedNames resolved_;  // this part's alone
 };
 
@@ -134,9 +141,8 @@ class SmallCacheDuringScan {
 
 // Reads one part, catching whatever it meets; anything caught stops the
 // other parts at their next card.
-template <class Decode>
-void ReadPart(int32_t number, Part& part, ICardValues& values, DecodedCard& card, const Decode& decode,
-              const PartVisit& visit, const std::function<bool(int32_t)>& wanted, std::atomic<bool>& stop) noexcept {
+void ReadPart(int32_t number, Part& part, ViewedValues& values, const PartVisit& visit,
+              const std::function<bool(int32_t)>& wanted, std::atomic<bool>& stop) noexcept {
   try {
     while (!stop.load(std::memory_order_relaxed) && part.scan.Step()) {
       auto id = static_cast<int32_t>(part.scan.Int(0));
@@ -147,7 +153,7 @@ void ReadPart(int32_t number, Part& part, ICardValues& values, DecodedCard& card
         part.thrown = std::current_exception();
         break;
       }
-      decode(id, part.scan.Blob(1), card);
+      values.Show(id, part.scan.Blob(1));
       try {
         more = visit(number, id, values);
       } catch (...) {
@@ -238,12 +244,8 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
 
     std::atomic<bool> stop = false;
     auto readAlone = [&](int32_t p) {
-      PartValues values(tables);
-      auto decode = [&](int32_t id, std::string_view blob, DecodedCard& card) {
-        uint64_t unknown = DecodeWith(tables.canonByCode, tables.names, id, blob, card);
-        if (unknown != 0) FailUnknownCode(part[p].db, id, unknown);
-      };
-      ReadPart(p, part[p], values, values.card, decode, visit, wanted, stop);
+      PartValues values(tables, part[p].db);
+      ReadPart(p, part[p], values, visit, wanted, stop);
       part[p].Close();
     };
     std::vector<std::thread> threads;
@@ -278,8 +280,7 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
     }
 
     ScanValues values(s);
-    auto decode = [&](int32_t id, std::string_view blob, DecodedCard& card) { s.Decode(id, blob, card); };
-    ReadPart(0, part[0], values, values.card, decode, visit, wanted, stop);
+    ReadPart(0, part[0], values, visit, wanted, stop);
     for (auto& t : threads) t.join();
 
     for (const Part& p : part) {

@@ -68,15 +68,12 @@ class KeyPart {
     Push(begin);
   }
 
-  // The same, reading the three values into this part's own buffers, by
-  // names the values have worked out once when they offer it.
+  // The same, reading the three values by names the values have worked out
+  // once when they offer it (without copies when they offer views).
   void Add(int32_t id, const ICardValues& values) {
     static const std::string kNames[] = {"First Name", "Last Name", "Email"};
     reader_.Use(values, kNames, 0);
-    reader_.Read(0, rawFirst_);
-    reader_.Read(1, rawLast_);
-    reader_.Read(2, rawEmail_);
-    Add(id, rawFirst_, rawLast_, rawEmail_);
+    Add(id, reader_.View(0, rawFirst_), reader_.View(1, rawLast_), reader_.View(2, rawEmail_));
   }
 
   size_t Size() const { return ids_.size(); }

@@ -106,8 +106,9 @@ class CCardStoreMgr {
   // The plan of that text, made anew only when it is not the text this
   // thread asked for last; held by the caller, it outlives a newer one.
   static std::shared_ptr<const CustomFieldPlan> PlanCustomFields(const std::string& customFields);
-  // The one body of GetCard and the BuildCards; read(name, k, value) as
-  // ValueReader, where name is the plan's valueNames[k].
+  // The one body of GetCard and the BuildCards; read(name, k, scratch)
+  // answers the value of the plan's valueNames[k] (which is name), as a view
+  // of scratch, which arrives empty, or of values the reader holds itself.
   template <class Read>
   std::shared_ptr<CCard> Build(int32_t cardId, const CustomFieldPlan& plan, const Read& read);
 

@@ -55,6 +55,13 @@ class ICardValues {
     (void)k;
     value.clear();
   }
+  // The same without a copy, where ViewsPrepared holds: a view of names[k]'s
+  // value, valid until the values show another card.
+  virtual bool ViewsPrepared() const { return false; }
+  virtual std::string_view ViewPrepared(size_t k) const {
+    (void)k;
+    return {};
+  }
 };
 
 // Reads one list of names from card after card: prepared once when the
@@ -70,11 +77,20 @@ class PreparedNamesReader {
       ticket_ = values.Prepare(names);
     }
     names_ = names;
+    viewed_ = ticket_ != 0 && values.ViewsPrepared();
   }
   // names[k] of the card the values show now.
   void Read(size_t k, std::string& value) const {
-    if (ticket_ != 0) values_->ReadPrepared(k, value);
+    if (viewed_) value.assign(values_->ViewPrepared(k));
+    else if (ticket_ != 0) values_->ReadPrepared(k, value);
     else values_->Read(names_[k], value);
+  }
+  // The same without a copy when the values offer views, else read into
+  // scratch; valid until the values show another card or scratch changes.
+  std::string_view View(size_t k, std::string& scratch) const {
+    if (viewed_) return values_->ViewPrepared(k);
+    Read(k, scratch);
+    return scratch;
   }
 
  private:
@@ -82,6 +98,7 @@ class PreparedNamesReader {
   std::span<const std::string> names_;
   uint64_t listId_ = 0;
   uint64_t ticket_ = 0;
+  bool viewed_ = false;
 };
 
 class ICardStore {
