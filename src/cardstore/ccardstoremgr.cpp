@@ -76,6 +76,26 @@ int32_t ToInt(std::string_view token) {
   return n;
 }
 
+// The N numbers of a text that is N blank-separated runs of at most nine
+// plain digits, the way nearly every stored rectangle and level looks; false
+// for anything else, which SplitOnBlanks and ToInt then read (and report)
+// as usual. Where it answers, it answers what they would.
+template <size_t N>
+bool ReadPlainNumbers(std::string_view text, std::array<int32_t, N>& numbers) {
+  const char* p = text.data();
+  const char* const end = p + text.size();
+  for (int32_t& number : numbers) {
+    while (p != end && *p == ' ') ++p;
+    const char* const start = p;
+    int32_t n = 0;
+    while (p != end && *p >= '0' && *p <= '9') n = n * 10 + (*p++ - '0');
+    if (p == start || p - start > 9 || (p != end && *p != ' ')) return false;
+    number = n;
+  }
+  while (p != end && *p == ' ') ++p;
+  return p == end;
+}
+
 // Characters, not bytes: a multi-byte middle character still makes three.
 size_t CountCharacters(std::string_view text) {
   size_t n = 0;
@@ -106,20 +126,28 @@ void ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
 
     std::string_view value = ReadValue(read, names, first + 1, scratch);
     if (!value.empty()) {
-      std::array<std::string_view, 4> tokens;
-      if (SplitOnBlanks(value, tokens) != 4) RaiseTrap("Incorrect rectangle information: " + std::string(value));
-      data.left = ToInt(tokens[0]);
-      data.top = ToInt(tokens[1]);
-      data.right = ToInt(tokens[2]);
-      data.bottom = ToInt(tokens[3]);
+      std::array<int32_t, 4> numbers;
+      if (!ReadPlainNumbers(value, numbers)) {
+        std::array<std::string_view, 4> tokens;
+        if (SplitOnBlanks(value, tokens) != 4) RaiseTrap("Incorrect rectangle information: " + std::string(value));
+        for (size_t k = 0; k < 4; ++k) numbers[k] = ToInt(tokens[k]);
+      }
+      data.left = numbers[0];
+      data.top = numbers[1];
+      data.right = numbers[2];
+      data.bottom = numbers[3];
     }
 
     value = ReadValue(read, names, first + 2, scratch);
     if (!value.empty()) {
-      std::array<std::string_view, 2> tokens;
-      if (SplitOnBlanks(value, tokens) != 2) RaiseTrap("Incorrect confidence levels: " + std::string(value));
-      data.ocrLevel = ToInt(tokens[0]);
-      data.catLevel = ToInt(tokens[1]);
+      std::array<int32_t, 2> numbers;
+      if (!ReadPlainNumbers(value, numbers)) {
+        std::array<std::string_view, 2> tokens;
+        if (SplitOnBlanks(value, tokens) != 2) RaiseTrap("Incorrect confidence levels: " + std::string(value));
+        for (size_t k = 0; k < 2; ++k) numbers[k] = ToInt(tokens[k]);
+      }
+      data.ocrLevel = numbers[0];
+      data.catLevel = numbers[1];
     }
 
     value = ReadValue(read, names, first + 3, scratch);

@@ -25,15 +25,14 @@ namespace ombrel {
 
 namespace {
 
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
 // Trimmed and lower-cased into out; plain ASCII takes the short way.
 void NormalizeKey(std::string_view raw, std::string& out) {
-  size_t b = raw.find_first_not_of(" \t\r\n");
-  if (b == std::string_view::npos) {
-    out.clear();
-    return;
-  }
-  size_t e = raw.find_last_not_of(" \t\r\n");
-  std::string_view t = raw.substr(b, e - b + 1);
+  size_t b = 0, e = raw.size();
+  while (b < e && IsBlank(raw[b])) ++b;
+  while (e > b && IsBlank(raw[e - 1])) --e;
+  const std::string_view t = raw.substr(b, e - b);
   out.assign(t);
   for (char& c : out) {
     if (static_cast<unsigned char>(c) >= 0x80) {
