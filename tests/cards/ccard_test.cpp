@@ -190,7 +190,8 @@ TEST(CCardTest, CustomFieldsFollowTheCatalogueAndManyNamesBehaveAsAnyName) {
     auto clone = card.Clone();
     EXPECT_EQ(FieldNames(card) + card.ToStr(), FieldNames(byHand) + byHand.ToStr());
     EXPECT_EQ(FieldNames(*clone), FieldNames(byHand));
-    for (const auto& field : custom) EXPECT_EQ(card.GetField(field.name)->IsReadOnlyType(), field.readOnly) << field.name;
+    for (const auto& field : custom)
+      EXPECT_EQ(card.GetField(field.name)->IsReadOnlyType(), field.readOnly) << field.name;
     for (const std::string& name : {custom.front().name, custom.back().name}) {
       card.GetField(name)->SetFieldName("Renamed");
       EXPECT_EQ(card.GetField(name)->Name() + "|" + clone->GetField(name)->Name(), "Renamed|" + name);
