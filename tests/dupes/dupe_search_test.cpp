@@ -182,17 +182,36 @@ TEST_P(DupeSearchTest, FindDupesGivesNamedSetsFirstAndAllTypesInTurn) {
   }
 }
 
-// Equal tags and the "," tags are sorted as the reference model test checks
-// on every store; the sort never meets an empty tag there. One is sorted as
+// Equal tags are sorted as the reference model test checks on every store.
+// There a "," tag is never last and no tag is empty: only a "," at the last
+// position stays (the others become empty), and an empty tag is sorted as
 // ",", after a tag below ",".
-TEST_P(DupeSearchTest, SortCardsTakesAnEmptyTagForAComma) {
-  Use({Person(1, "A", "X", ""), Person(6, "B", "Y", ""), Person(13, "G", "'t Hooft", "")});
+TEST_P(DupeSearchTest, SortCardsLeavesOnlyTheLastCommaAndTakesAnEmptyTagForOne) {
+  Use({Person(1, "A", "X", ""), Person(6, "B", "Y", ""), Nameless(10, ""), Nameless(11, ""), Nameless(12, ""),
+       Person(13, "G", "'t Hooft", "")});
   CDupeSearch search;
-  CList cards;
-  for (int32_t id : {1, 13, 6}) cards.AddItem(search.LoadCard(id));
-  cards.GetItemAs<CCard>(1)->tag.clear();
-  search.SortCards(cards);
-  EXPECT_EQ(TaggedIds(cards), "13 ''t Hooft,G'\n1 ''\n6 'Y,B'\n");
+  auto sortIds = [&](const std::vector<int32_t>& ids, bool emptyFirstTag = false) {
+    CList cards;
+    for (int32_t id : ids) cards.AddItem(search.LoadCard(id));
+    if (emptyFirstTag) cards.GetItemAs<CCard>(1)->tag.clear();
+    search.SortCards(cards);
+    return TaggedIds(cards);
+  };
+  EXPECT_EQ(sortIds({10, 11, 12}), "11 ''\n10 ''\n12 ','\n");
+  EXPECT_EQ(sortIds({10, 13, 11}), "13 ''t Hooft,G'\n10 ''\n11 ','\n");
+  EXPECT_EQ(sortIds({1, 13, 6}, true), "13 ''t Hooft,G'\n1 ''\n6 'Y,B'\n");
+}
+
+// The sort leaves "," as the tag of the last card alone, and the walk tells
+// it from the emptied tags before it: nameless cards alike in all else but
+// that tag are no exact dupes of it, while they are compatible with it.
+TEST_P(DupeSearchTest, TheTagLeftAsACommaAtTheEndIsADifferentTag) {
+  Use({Nameless(1, "ann@lee.org"), Nameless(2, "ann@lee.org"), Nameless(3, "ann@lee.org")});
+  EXPECT_EQ(Find(EXACT_DUPE) + Find(COMPATIBLE_DUPE), "1 1: 2\n2 1: 2 3\n");
+  std::string inOnePass;
+  CDupeSearch().FindDupesInStore({EXACT_DUPE, COMPATIBLE_DUPE},
+                                 [&](int32_t, std::shared_ptr<CList> sets) { inOnePass += Sets(*sets); });
+  EXPECT_EQ(inOnePass, "1 1: 2\n2 1: 2 3\n");
 }
 
 // Field texts and labels decide exact and compatible dupes however long the
