@@ -2,17 +2,16 @@
 // must be the cards a reader asking name by name gets.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
+#include "support/scratch_dir.h"
 
 namespace ombrel {
 namespace {
 
-namespace fs = std::filesystem;
 using S = CSqliteCardStore;
 
 // Two layouts, and one that fails part-way, so that plans change from card to card.
@@ -22,8 +21,6 @@ const std::string kLayouts[] = {"Nickname\tTEXT\tVISIBLE\tREADWRITE\r\nRoom\tTEX
 class PreparedValuesTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ombrel-prepared-" + std::to_string(::getpid()));
-    fs::create_directories(dir_);
     store_ = S::Open((dir_ / "cards.db").string(), OpenMode::kOpenOrCreate, {5000, 0});
     ASSERT_EQ(store_->DefineCustomFields({{"Nickname"}, {"Room"}}), 0);
     ASSERT_EQ(store_->BeginUpdate(), 0);
@@ -38,10 +35,6 @@ class PreparedValuesTest : public ::testing::Test {
       EXPECT_EQ(store_->AddCard(i, values), 0) << store_->GetLastError();
     }
     ASSERT_EQ(store_->CommitUpdate(), 0);
-  }
-  void TearDown() override {
-    store_.reset();
-    fs::remove_all(dir_);
   }
 
   // The card's dump and last name, or its error.
@@ -61,7 +54,7 @@ class PreparedValuesTest : public ::testing::Test {
     return byName == prepared ? "same" : "card " + std::to_string(id) + ":\n" + byName + "\nprepared:\n" + prepared;
   }
 
-  fs::path dir_;
+  ScratchDir dir_{"ombrel-prepared"};
   std::unique_ptr<S> store_;
 };
 

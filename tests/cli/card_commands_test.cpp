@@ -20,16 +20,6 @@ namespace ombrel::clitest {
 namespace {
 
 using ::testing::HasSubstr;
-using Json = nlohmann::ordered_json;
-
-// The lines of a .jsonl text, parsed.
-std::vector<Json> Lines(const std::string& text) {
-  std::vector<Json> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);)
-    if (!line.empty()) lines.push_back(Json::parse(line));
-  return lines;
-}
 
 // Usage errors exit with 2 and print the usage, failures with 1; neither
 // leaves a database behind. An argument "@name" is that file in the test's folder.

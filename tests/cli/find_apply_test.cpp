@@ -83,12 +83,9 @@ TEST_F(CliTest, ApplyRemovesExactAndMergesCompatible) {
   RunResult exported = Run({"export", "--db", db_});
   ASSERT_EQ(exported.code, 0) << exported.err;
   std::string cards;
-  std::istringstream lines(exported.out);
-  for (std::string line; std::getline(lines, line);) {
-    auto card = nlohmann::json::parse(line);
+  for (const Json& card : Lines(exported.out))
     cards += std::to_string(card["id"].get<int>()) + " " + card["values"].value("Title", "") + " " +
              card["values"].value("Web Page", "") + "\n";
-  }
   // 1 and 2 merged into 3, which took the web page; the conflicting Joneses are left alone.
   EXPECT_EQ(cards, "3 CEO www.acme.com\n4 Manager \n5 Engineer \n6  \n");
   EXPECT_EQ(FindJson("compatible"), "[]");

@@ -90,6 +90,8 @@ TEST(CardComparisonTest, CompareCardsStepByStepForEveryType) {
        {"", "", {{"Company", "Echo"}, {"Notes", "alpha bravo charlie delta"}}}, "E=no C=yes X=yes"},
       {"one tag empty, same data", {"Smith", "Smith,John", {{"Name", "John Smith"}}},
        {"", "", {{"Name", "John Smith"}}}, "E=no C=yes X=yes"},
+      {"one tag empty, other text, other e-mail, too few words", kJohn,
+       {"", "", {{"Company", "Acme"}, {"Email", "other@x.com"}}}, "E=no C=no X=no"},
   };
   std::string got, want;
   auto yn = [](bool v) { return v ? "yes" : "no"; };

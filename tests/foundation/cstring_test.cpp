@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/utf8.h"
 #include "ombrel/foundation/clist.h"
 #include "support/error_text.h"
 
@@ -137,6 +138,34 @@ TEST(CStringTest, GetTokensNeverMakesEmptyTokens) {
       tokens += (i > 1 ? "|" : "") + list->GetItemAs<CString>(i)->Value();
     EXPECT_EQ(tokens, c.tokens) << c.text;
   }
+}
+
+// Counting characters: plain ASCII runs are counted a word at a time, so the
+// cases mix long runs with multi-byte and invalid bytes at every boundary.
+TEST(Utf8Test, CountCodePointsCountsCharactersAcrossAsciiRuns) {
+  const std::string run = "abcdefgh";  // one word
+  struct Case { std::string text; size_t characters; };
+  const Case cases[] = {
+      {"", 0},
+      {"abc", 3},
+      {run + run + "xyz", 19},
+      {"Ståhl", 5},
+      {run + "\xC3\xA9" + run + "ab", 19},              // é between two runs
+      {"\xE2\x82\xAC" + run + run, 17},                  // € before them
+      {run + "\xF0\x9F\x98\x80" + "a", 10},              // a character outside the basic plane
+      {run + "\xFF" + run, 17},                          // a lone invalid byte is one character
+      {run + "a\xC3", 10},                               // a sequence cut short at the end
+      {"Zoë Müller-Ståhl, Directrice générale", 37},
+  };
+  for (const Case& c : cases) EXPECT_EQ(utf8::CountCodePoints(c.text), c.characters) << c.text;
+}
+
+TEST(TrapTest, CheckedArithmeticOverflowsOnlyOutside32Bits) {
+  constexpr int32_t kMax = std::numeric_limits<int32_t>::max(), kMin = std::numeric_limits<int32_t>::min();
+  EXPECT_EQ(CheckedAdd(kMax - 1, 1), kMax);
+  EXPECT_EQ(CheckedSub(-1, kMax), kMin);
+  for (auto op : {+[] { CheckedAdd(kMax, 1); }, +[] { CheckedAdd(kMin, -1); }, +[] { CheckedSub(0, kMin); }})
+    EXPECT_EQ(ErrorNumber(op), kOverflowErrorNumber);
 }
 
 }  // namespace

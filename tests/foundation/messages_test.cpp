@@ -9,36 +9,26 @@
 
 #include "ombrel/foundation/error.h"
 #include "support/scratch_dir.h"
+#include "support/store_fixture.h"
 
 namespace ombrel {
 namespace {
-
-class RecordingPrompt final : public IPrompt {
- public:
-  int MessageBox(const std::string& text, int style, const std::string& title) override {
-    shown.push_back(text + "|" + std::to_string(style) + "|" + title);
-    return msgbox::kAnswerOk;
-  }
-  std::vector<std::string> shown;
-};
 
 class FailingPrompt final : public IPrompt {
  public:
   int MessageBox(const std::string&, int, const std::string&) override { throw std::runtime_error("no display"); }
 };
 
-// Saves and restores the process-wide state these tests change.
-class MessagesTest : public ::testing::Test {
+// The prompt and application name of StoreFixture, and the texts read.
+class MessagesTest : public StoreFixture {
  protected:
   void SetUp() override {
+    StoreFixture::SetUp();
     savedReader_ = ResourceReader();
-    savedAppName_ = AppName();
-    SetPrompt(prompt_);
   }
   void TearDown() override {
     ResourceReader() = savedReader_;
-    AppName() = savedAppName_;
-    SetPrompt(nullptr);
+    StoreFixture::TearDown();
   }
   std::string WriteFile(const std::string& content) {
     const auto path = dir_ / ("texts" + std::to_string(++files_));
@@ -50,11 +40,8 @@ class MessagesTest : public ::testing::Test {
     ASSERT_TRUE(ResourceReader()->Load(WriteFile(content)));
   }
 
-  std::shared_ptr<RecordingPrompt> prompt_ = std::make_shared<RecordingPrompt>();
-
  private:
   std::shared_ptr<CResourceReader> savedReader_;
-  std::string savedAppName_;
   ScratchDir dir_{"ombrel-messages"};
   int files_ = 0;
 };
@@ -116,9 +103,9 @@ TEST_F(MessagesTest, ReportErrorShowsThePendingErrorOnly) {
   reportWhileHandling([] { Trap(true, "HashTable does not contain key: Company"); });
   reportWhileHandling([] { Trap(true, ""); });
   reportWhileHandling([] { throw std::runtime_error("disk full"); });
-  EXPECT_EQ(prompt_->shown, (std::vector<std::string>{"ERROR: HashTable does not contain key: Company|16|Contacts",
-                                                      "ERROR: TRAP error|16|Contacts",
-                                                      "ERROR: disk full|16|Contacts"}));
+  EXPECT_EQ(prompt_->shownWithStyle,
+            "ERROR: HashTable does not contain key: Company [16, Contacts]\nERROR: TRAP error [16, Contacts]\n"
+            "ERROR: disk full [16, Contacts]\n");
   SetPrompt(std::make_shared<FailingPrompt>());
   EXPECT_NO_THROW(reportWhileHandling([] { Trap(true, "x"); }));
 }

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -26,6 +27,16 @@ inline std::string Slurp(const fs::path& p) {
   std::stringstream ss;
   ss << in.rdbuf();
   return ss.str();
+}
+
+// The lines of a .jsonl text, parsed.
+using Json = nlohmann::ordered_json;
+inline std::vector<Json> Lines(const std::string& text) {
+  std::vector<Json> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    if (!line.empty()) lines.push_back(Json::parse(line));
+  return lines;
 }
 
 // The text quoted for the shell.

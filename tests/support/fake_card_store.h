@@ -80,15 +80,13 @@ class FakeCardStore final : public ICardStore {
   const Values& ValuesOf(int32_t id) const { return *cards_.at(id); }
   std::optional<std::string> FindValue(int32_t id, const std::string& name) const {
     auto card = cards_.find(id);
-    if (card == cards_.end() || !card->second->count(name)) return std::nullopt;
-    return card->second->at(name);
+    return card != cards_.end() && card->second->count(name) ? std::optional(card->second->at(name)) : std::nullopt;
   }
   const std::vector<int32_t>& CardOrder() const { return order_; }
 
   Fault& Fail(std::string member, Status status, std::string errorText) {
     return faults_.emplace_back(Fault{std::move(member), status, std::move(errorText), {}, {}});
   }
-  void ClearFaults() { faults_.clear(); }
   void Lack(std::string member) { lacking_.insert(std::move(member)); }
   int CallCount(std::string_view member) const {
     return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const std::string& c) {
@@ -133,15 +131,7 @@ class FakeCardStore final : public ICardStore {
     return Call("GetCategories", {}, nullptr, [&] { out = categories; });
   }
   Status GetValue(int32_t id, const std::string& name, std::string& value) override {
-    return OnCard(
-        "GetValue", id,
-        [&] {
-          const Values& values = *cards_.at(id);
-          auto it = values.find(name);
-          if (it == values.end()) value.clear();
-          else value = it->second;
-        },
-        &name);
+    return OnCard("GetValue", id, [&] { value = FindValue(id, name).value_or(""); }, &name);
   }
   Status PutValue(int32_t id, const std::string& name, const std::string& value) override {
     return OnCard("PutValue", id, [&] { SetValue(id, name, value); }, &name);
