@@ -386,12 +386,13 @@ std::string CCard::GetText() const {
   return out;
 }
 
+size_t CCard::TextLengthOf(const CCardField& field) {
+  return InText(field) ? utf8::CountCodePoints(field.Text()) + kCrLf.size() : 0;
+}
+
 int32_t CCard::TextLength() const {
   size_t length = 0;
-  for (int32_t i = 1; i <= NumFields(); ++i) {
-    const CCardField& field = FieldAt(i);
-    if (InText(field)) length += utf8::CountCodePoints(field.Text()) + 2;
-  }
+  for (int32_t i = 1; i <= NumFields(); ++i) length += TextLengthOf(FieldAt(i));
   return static_cast<int32_t>(length);
 }
 

@@ -52,7 +52,8 @@ namespace {
 void AppendSignature(const CCard& card, std::string& sig) {
   sig += std::to_string(card.GetCardID());
   sig += "\r\n";
-  // Sized first, then written: a card has some thirty fields of four pieces.
+  // Sized first, then written: a card has some thirty fields of four
+  // pieces, most of them a separator or empty, so only texts are copied.
   const int32_t n = card.NumFields();
   size_t size = sig.size();
   for (int32_t i = 1; i <= n; ++i) {
@@ -62,17 +63,18 @@ void AppendSignature(const CCard& card, std::string& sig) {
   }
   size_t at = sig.size();
   sig.resize(size);
-  auto put = [&](std::string_view piece) {
-    std::copy(piece.begin(), piece.end(), sig.begin() + static_cast<std::ptrdiff_t>(at));
-    at += piece.size();
+  char* out = sig.data() + at;
+  auto put = [&](const std::string& piece) {
+    if (!piece.empty()) out = std::copy(piece.begin(), piece.end(), out);
   };
   for (int32_t i = 1; i <= n; ++i) {
     const CCardField& f = card.FieldAt(i);
     if (IsBookkeepingField(f)) continue;
     if (!f.Text().empty()) put(f.Label());
-    put("\t");
+    *out++ = '\t';
     put(f.Text());
-    put("\r\n");
+    *out++ = '\r';
+    *out++ = '\n';
   }
 }
 }  // namespace

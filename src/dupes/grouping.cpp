@@ -72,7 +72,7 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   const int32_t fields = card.NumFields();
   bool namedAsKeys = true;
   int32_t filled = 0;
-  size_t size = 0;
+  size_t size = 0, textLength = 0;
   facts.fieldTextsKept = true;
   // The fields the kept texts take (all but the dates), found once.
   thread_local std::vector<const CCardField*> kept;
@@ -84,6 +84,7 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
     if (namedAsKeys && &key != &name && key != name) namedAsKeys = false;
     const size_t text = field.Text().size(), label = field.Label().size();
     if (text != 0) ++filled;
+    textLength += CCard::TextLengthOf(field);
     if (IsDateField(key)) continue;
     if (text > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
     size += LengthSize(text) + LengthSize(label) + text + label;
@@ -106,7 +107,7 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   }
   facts.namedAsKeys = namedAsKeys;
   facts.filled = filled;
-  facts.textLength = card.TextLength();
+  facts.textLength = static_cast<int32_t>(textLength);  // CCard::TextLength, from the walk above
   facts.id = card.HasCardId() ? card.GetCardID() : 0;
   facts.signatureKnown = card.HasCardId();
   facts.signatureHash = facts.signatureKnown ? CDupeSet::SignatureHash(card) : 0;

@@ -119,6 +119,9 @@ class CCard final : public CObject {
   std::string GetText() const;
   // The length of GetText in characters, without making it.
   int32_t TextLength() const;
+  // What one field adds to that length: its text's characters and the line
+  // end, or 0 when the field is not part of GetText.
+  static size_t TextLengthOf(const CCardField& field);
   // Whether a field of that name with text is part of GetText.
   static bool IsTextFieldName(const std::string& name);
   // "label TAB text CR LF" for every field the user may edit, empty ones
