@@ -123,7 +123,7 @@ void CCard::OwnFieldsAt(std::span<const int32_t> positions) {
     CCardField& own = block[next++];
     own.nameIndex_ = field.nameIndex_;
     own.readOnlyType_ = field.readOnlyType_;
-    fields_.SetItem(fields_.GetIndexedKey(position), ObjectRef(block, &own));
+    fields_.SetIndexedItem(position, ObjectRef(block, &own));
   }
 }
 

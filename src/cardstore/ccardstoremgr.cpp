@@ -340,6 +340,11 @@ std::shared_ptr<const CCardStoreMgr::CustomFieldPlan> CCardStoreMgr::PlanCustomF
   for (std::string_view name : kStandardFieldNames) addField(std::string(name));
   for (const CCard::CustomField& field : plan->fields) addField(field.name);
   plan->valueNames.emplace_back(kLastNameValue);
+  try {
+    plan->emptyCard = std::make_shared<CCard>(plan->fields);
+  } catch (...) {
+    plan->emptyCardError = std::current_exception();  // raised where a card would have been made
+  }
   last = std::move(plan);
   return last;
 }
@@ -373,7 +378,8 @@ std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::strin
 
 template <class Read>
 std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPlan& plan, const Read& read) {
-  auto card = std::make_shared<CCard>(plan.fields);
+  if (plan.emptyCardError) std::rethrow_exception(plan.emptyCardError);
+  auto card = std::make_shared<CCard>(*plan.emptyCard);
   if (plan.error) throw *plan.error;
 
   card->SetCardId(cardId);

@@ -221,6 +221,13 @@ void CHashTable::SetItem(const std::string& key, ObjectRef item) {
   items_[at] = std::move(item);
 }
 
+void CHashTable::SetIndexedItem(int32_t position, ObjectRef item) {
+  if (position < 1 || position > count_) RaiseTrap("HashTable index out of range: " + std::to_string(position));
+  const int32_t at = SlotOf(position);
+  if (items_[at] == item) RaiseTrap("SetItem attempted to set item to itself. Key: " + KeyOf(static_cast<size_t>(at)));
+  items_[at] = std::move(item);
+}
+
 void CHashTable::RemoveItem(const std::string& key) {
   // key may be the entry's own string: it is not used once the entry goes.
   int32_t at = Find(key);

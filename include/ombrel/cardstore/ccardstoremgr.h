@@ -19,6 +19,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -98,6 +99,11 @@ class CCardStoreMgr {
     // the field's position), then the last name.
     std::vector<std::string> valueNames;
     uint64_t serial = 0;  // unique to this plan in the process
+    // The empty card of these fields, which every card starts as a copy of
+    // (adding the fields anew would check every name against the table for
+    // every card), or what making it raised.
+    std::shared_ptr<const CCard> emptyCard;
+    std::exception_ptr emptyCardError;
   };
   static constexpr size_t kNamesPerField = 5;
 

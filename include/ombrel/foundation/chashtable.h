@@ -68,6 +68,9 @@ class CHashTable final : public CObject {
   // checked against the class restriction as AddItem checks it.
   void AddItemsWithStaticKeys(const StaticKeys& keys, std::span<ObjectRef> items);
   void SetItem(const std::string& key, ObjectRef item);
+  // SetItem for the entry at a position (1-based, insertion order), without
+  // looking its key up.
+  void SetIndexedItem(int32_t position, ObjectRef item);
   void RemoveItem(const std::string& key);
   void RemoveAll();
   ObjectRef GetItem(const std::string& key) const;
