@@ -83,8 +83,10 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
     const std::string& name = field.Name();
     if (namedAsKeys && &key != &name && key != name) namedAsKeys = false;
     const size_t text = field.Text().size(), label = field.Label().size();
-    if (text != 0) ++filled;
-    textLength += CCard::TextLengthOf(field);
+    if (text != 0) {  // an empty field adds nothing to the text
+      ++filled;
+      textLength += CCard::TextLengthOf(field);
+    }
     if (IsDateField(key)) continue;
     if (text > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
     size += LengthSize(text) + LengthSize(label) + text + label;
@@ -101,8 +103,9 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
       const std::string& label = field->Label();
       out = PutLength(out, text.size());
       out = PutLength(out, label.size());
-      out = std::copy(text.begin(), text.end(), out);
-      out = std::copy(label.begin(), label.end(), out);
+      // Most fields are empty and most labels too: no copy for them.
+      if (!text.empty()) out = std::copy(text.begin(), text.end(), out);
+      if (!label.empty()) out = std::copy(label.begin(), label.end(), out);
     }
   }
   facts.namedAsKeys = namedAsKeys;
