@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "ombrel/cardstore/icardstore.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
 #include "support/scratch_dir.h"
 
@@ -197,11 +198,71 @@ TEST_F(PartScanTest, CardsNotWantedAreNeitherVisitedNorRead) {
   }
 }
 
+// A visitor that reads a few prepared names has only those decoded, yet each
+// card is checked whole: a damaged card fails the scan however much of it
+// is read, on the store's own connection as on a part's.
 TEST_F(PartScanTest, AStoreFailureInAPartIsTheCallsStatus) {
-  RunSql(dir_ / "cards.db", "UPDATE cards SET vals = x'630141' WHERE id = 8994");
-  EXPECT_EQ(store_->ScanCardsInParts(2, [](int32_t, int32_t, const ICardValues&) { return true; }),
-            S::kStatusDatabase);
-  EXPECT_EQ(store_->GetLastError(), "ScanCardsInParts: card 8994 holds unknown value code 99");
+  const std::vector<std::string> few = {"Name", "phone 1.LABEL"}, repeated = {"Name", "Name"};
+  auto reading = [](const std::vector<std::string>* names) {
+    return [names](const ICardValues& v) {
+      if (!names) return;
+      PreparedNamesReader reader;
+      reader.Use(v, *names, 1);
+      std::string scratch;
+      for (size_t k = 0; k < names->size(); ++k) reader.View(k, scratch);
+    };
+  };
+  std::string got;
+  for (const char* blob : {"x'630141'", "x'0105414243'"}) {
+    RunSql(dir_ / "cards.db", std::string("UPDATE cards SET vals = ") + blob + " WHERE id = 8994");
+    for (const auto* names : {static_cast<const std::vector<std::string>*>(nullptr), &few, &repeated}) {
+      auto read = reading(names);
+      EXPECT_EQ(store_->ScanCardsInParts(2, [&](int32_t, int32_t, const ICardValues& v) { return read(v), true; }),
+                S::kStatusDatabase);
+      got += store_->GetLastError() + "\n";
+      EXPECT_EQ(store_->ScanCards([&](int32_t, const ICardValues& v) { return read(v), true; }), S::kStatusDatabase);
+      got += store_->GetLastError() + "\n";
+    }
+  }
+  const std::string unknown = "card 8994 holds unknown value code 99\n", damaged = "the stored values of card 8994 are damaged\n";
+  std::string expected;
+  for (const std::string& error : {unknown, damaged})
+    for (int reader = 0; reader < 3; ++reader) expected += "ScanCardsInParts: " + error + "ScanCards: " + error;
+  EXPECT_EQ(got, expected);
+}
+
+// Views of a few prepared names read what the names read, card after card,
+// in every part, and so does any name asked for beside them.
+TEST_F(PartScanTest, PreparedViewsReadWhatNamesRead) {
+  const std::vector<std::string> few = {"Email 2", "phone 1.LABEL", "Fax.Label", "Shoe Size", "Nickname"};
+  Parts mismatches(3);
+  auto check = [&](int32_t part, int32_t id, const ICardValues& v) {
+    PreparedNamesReader reader;
+    reader.Use(v, few, 7);
+    std::string scratch, byName;
+    for (size_t k = 0; k < few.size(); ++k) {
+      const std::string viewed(reader.View(k, scratch));
+      v.Read(few[k], byName);
+      if (viewed != byName) mismatches.at(part).push_back(std::to_string(id) + " " + few[k]);
+    }
+    if (Dump(id, v).empty()) mismatches.at(part).push_back("no dump");  // every other name, read after the views
+    return true;
+  };
+  ASSERT_EQ(store_->ScanCardsInParts(2, check), 0) << store_->GetLastError();
+  ASSERT_EQ(store_->ScanCards([&](int32_t id, const ICardValues& v) { return check(2, id, v); }), 0);
+  EXPECT_EQ(mismatches, Parts(3));
+  // Dump reads after the views as well as before: the whole card is there.
+  std::vector<std::string> afterViews;
+  ASSERT_EQ(store_->ScanCards([&](int32_t id, const ICardValues& v) {
+    PreparedNamesReader reader;
+    reader.Use(v, few, 8);
+    std::string scratch;
+    reader.View(0, scratch);
+    afterViews.push_back(Dump(id, v));
+    return true;
+  }),
+            0);
+  EXPECT_EQ(afterViews, Scan(*store_));
 }
 
 }  // namespace

@@ -37,6 +37,9 @@ TEST(CHashTableTest, ErrorsNameTheKeyOrPositionAndChangeNothing) {
   EXPECT_EQ(TrapText([&] { table.SetItem("First Name", Str("w")); }), "HashTable does not contain key: First Name");
   EXPECT_EQ(TrapText([&] { table.SetItem("Last Name", item); }),
             "SetItem attempted to set item to itself. Key: Last Name");
+  EXPECT_EQ(TrapText([&] { table.SetIndexedItem(1, item); }),
+            "SetItem attempted to set item to itself. Key: Last Name");
+  EXPECT_EQ(TrapText([&] { table.SetIndexedItem(2, Str("w")); }), "HashTable index out of range: 2");
   EXPECT_EQ(TrapText([&] { table.RemoveItem("Company"); }), "HashTable cannot remove item. Key not found: Company");
   EXPECT_EQ(TrapText([&] { table.GetItem("last name"); }), "HashTable does not contain key: last name");
   for (int32_t bad : {0, 2, -3}) {
@@ -59,8 +62,8 @@ TEST(CHashTableTest, RestrictTypeChecksTheClassBeforeTheKey) {
 }
 
 // Large tables index their keys and leave holes on removal; started empty or
-// from a static key list (short, or past the index size), random adds and
-// removals across that size keep every lookup (by copies of the keys and by
+// from a static key list (short, or past the index size), random adds,
+// removals and replacements by position across that size keep every lookup (by copies of the keys and by
 // the list's own strings, which try their list position first) equal to an
 // ordered list, and so do the table's copies.
 TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
@@ -101,6 +104,10 @@ TEST(CHashTableTest, MatchesAnOrderedModelAcrossSizes) {
       }
       ASSERT_EQ(table.GetNumItems(), static_cast<int32_t>(model.size()));
       size_t at = rng() % model.size();
+      if (step % 5 == 0) {  // replaced by position, holes or not
+        model[at].second = Str(model[at].first + "'");
+        table.SetIndexedItem(static_cast<int32_t>(at + 1), model[at].second);
+      }
       ASSERT_EQ(table.GetIndexedItem(static_cast<int32_t>(at + 1)), model[at].second);
       ASSERT_EQ(table.GetIndexedKey(static_cast<int32_t>(at + 1)), model[at].first);
       ASSERT_EQ(table.GetItem(model[at].first), model[at].second);
