@@ -3,6 +3,7 @@
 // behaviour: the first step that decides ends the comparison.
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "dupes/dupes_internal.h"
@@ -148,44 +149,50 @@ namespace dupes_internal {
 
 namespace {
 
-std::vector<std::string> Words(const std::string& text) {
-  std::vector<std::string> words;
-  size_t pos = 0;
-  while (pos < text.size()) {
-    size_t b = text.find_first_not_of(" \t\r\n", pos);
-    if (b == std::string::npos) break;
-    size_t e = text.find_first_of(" \t\r\n", b);
-    if (e == std::string::npos) e = text.size();
-    words.emplace_back(text, b, e - b);
-    pos = e;
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// The words of a text (split on blanks) that the test counts: those of four
+// characters or more, and the last word whatever its length.
+void CountedWords(std::string_view text, std::vector<std::string_view>& words) {
+  words.clear();
+  for (size_t pos = 0, n = text.size();;) {
+    while (pos < n && IsBlank(text[pos])) ++pos;
+    if (pos == n) break;
+    const size_t begin = pos;
+    while (pos < n && !IsBlank(text[pos])) ++pos;
+    words.push_back(text.substr(begin, pos - begin));
   }
-  return words;
+  size_t kept = 0;
+  for (size_t i = 0; i < words.size(); ++i)
+    if (i + 1 == words.size() || utf8::CountCodePoints(words[i]) >= 4) words[kept++] = words[i];
+  words.resize(kept);
 }
 
 }  // namespace
 
 // Short words (under four characters) are dropped, except the last word of
 // each list, which the walk never examines: that is how the test has always
-// counted, and it is kept.
+// counted, and it is kept. The walks compare many card pairs this way, so
+// the words are views of the texts in buffers kept per thread.
 bool WordTestPasses(const std::string& text1, const std::string& text2) {
-  std::vector<std::string> w1 = Words(text1), w2 = Words(text2);
-  for (auto* list : {&w1, &w2}) {
-    size_t i = 0;
-    while (i + 1 < list->size()) {
-      if (utf8::CountCodePoints((*list)[i]) < 4) list->erase(list->begin() + static_cast<std::ptrdiff_t>(i));
-      else ++i;
-    }
-  }
-  std::vector<std::string>& a = w1.size() >= w2.size() ? w1 : w2;
-  std::vector<std::string>& b = w1.size() >= w2.size() ? w2 : w1;
+  thread_local std::vector<std::string_view> w1, w2;
+  thread_local std::vector<bool> matched;
+  CountedWords(text1, w1);
+  CountedWords(text2, w2);
+  const std::vector<std::string_view>& a = w1.size() >= w2.size() ? w1 : w2;
+  const std::vector<std::string_view>& b = w1.size() >= w2.size() ? w2 : w1;
   double n = static_cast<double>(b.size());
   int32_t allowed = RoundHalfEven(n - std::max(3.0, 0.8 * n));
   if (allowed < 1) return false;
+  // Each word of a takes the first word of b equal to it that no earlier
+  // word took.
+  matched.assign(b.size(), false);
   int32_t misses = 0;
-  for (const std::string& word : a) {
-    auto found = std::find(b.begin(), b.end(), word);
-    if (found != b.end()) {
-      b.erase(found);
+  for (std::string_view word : a) {
+    size_t k = 0;
+    while (k < b.size() && (matched[k] || b[k] != word)) ++k;
+    if (k < b.size()) {
+      matched[k] = true;
     } else if (++misses > allowed) {
       return false;
     }
