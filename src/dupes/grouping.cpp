@@ -112,6 +112,8 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   facts.filled = filled;
   facts.textLength = static_cast<int32_t>(textLength);  // CCard::TextLength, from the walk above
   facts.id = card.HasCardId() ? card.GetCardID() : 0;
+  facts.signatureKnown = card.HasCardId();
+  facts.signatureHash = facts.signatureKnown ? CDupeSet::SignatureHash(card) : 0;
   facts.lastHash = KeyTable::Hash(card.GetLastName());
   const std::string& raw = card.FieldText("Email");
   facts.rawEmail = &raw;
@@ -173,11 +175,7 @@ void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<co
 
 SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts,
                                bool numbered, std::span<const int32_t> factsOrder)
-    : cards_(std::move(sorted)),
-      profiles_(cards_.size()),
-      signatures_(std::make_unique<std::atomic<uint64_t>[]>(cards_.size())),
-      texts_(cards_.size()),
-      fieldTexts_(cards_.size()) {
+    : cards_(std::move(sorted)), profiles_(cards_.size()), texts_(cards_.size()), fieldTexts_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
 
@@ -263,6 +261,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       profile.filled = f.filled;
       profile.textLength = f.textLength;
       profile.id = f.id;
+      profile.signatureKnown = f.signatureKnown;
+      profile.signatureHash = f.signatureHash;
       profile.frontImage = f.frontImage;
       if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
     }
@@ -304,17 +304,9 @@ SortedSuspects::~SortedSuspects() = default;
 
 std::shared_ptr<CDupeSet> SortedSuspects::NewSet(int32_t type, int32_t p) const {
   auto set = std::make_shared<CDupeSet>();
-  if (profiles_[static_cast<size_t>(p)].id == 0) {
-    set->Init(Card(p), type);  // raises the card's own error when it has no ID
-    return set;
-  }
-  std::atomic<uint64_t>& known = signatures_[static_cast<size_t>(p)];
-  uint64_t hash = known.load(std::memory_order_relaxed);
-  if (hash == 0) {
-    hash = CDupeSet::SignatureHash(*Card(p));
-    known.store(hash, std::memory_order_relaxed);
-  }
-  set->Init(Card(p), type, hash);
+  const Profile& profile = profiles_[static_cast<size_t>(p)];
+  if (profile.signatureKnown) set->Init(Card(p), type, profile.signatureHash);
+  else set->Init(Card(p), type);
   return set;
 }
 

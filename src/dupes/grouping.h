@@ -11,7 +11,6 @@
 // second card, so the many cards that find no partner cost no set.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -41,6 +40,10 @@ struct CardFacts {
   bool emailIsRaw = false;                // that changes nothing (the usual case)
   std::string_view Email() const { return emailIsRaw ? std::string_view(*rawEmail) : std::string_view(email); }
   uint64_t lastHash = 0, rawEmailHash = 0, emailHash = 0;
+  // CDupeSet::SignatureHash, for the sets the card may head; worked out for
+  // cards with an ID only (others raise where a set takes them).
+  uint64_t signatureHash = 0;
+  bool signatureKnown = false;
   int32_t filled = 0;      // fields with text
   int32_t textLength = 0;  // CCard::TextLength
   int32_t id = 0;          // 0 when the card has none
@@ -112,6 +115,8 @@ class SortedSuspects {
     int32_t id = 0;  // 0 when the card has none
     int8_t frontImage = -1;  // not asked yet
     bool aligned = false;
+    bool signatureKnown = false;
+    uint64_t signatureHash = 0;
   };
 
   // A card's lower-cased text and its user-modifiable data.
@@ -130,10 +135,6 @@ class SortedSuspects {
 
   std::vector<std::shared_ptr<CCard>> cards_;
   std::vector<Profile> profiles_;
-  // CDupeSet::SignatureHash of each card with an ID, 0 until it first heads
-  // a set (fewer than half the cards ever do). Walks side by side may both
-  // work one out; they store the same number.
-  std::unique_ptr<std::atomic<uint64_t>[]> signatures_;
   std::vector<std::unique_ptr<Texts>> texts_;
   std::vector<std::exception_ptr> frontImageErrors_;  // by position; empty when none were met ahead
   std::vector<const std::string*> referenceNames_;  // the common field layout
