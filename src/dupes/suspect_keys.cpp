@@ -27,16 +27,22 @@ namespace {
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-// Trimmed and lower-cased into out; plain ASCII takes the short way.
-void NormalizeKey(std::string_view raw, std::string& out) {
+std::string_view Trimmed(std::string_view raw) {
   size_t b = 0, e = raw.size();
   while (b < e && IsBlank(raw[b])) ++b;
   while (e > b && IsBlank(raw[e - 1])) --e;
-  const std::string_view t = raw.substr(b, e - b);
-  out.assign(t);
-  for (char& c : out) {
+  return raw.substr(b, e - b);
+}
+
+// Appends a trimmed text lower-cased; plain ASCII takes the short way.
+void AppendLowered(std::string_view text, std::string& out) {
+  const size_t at = out.size();
+  out.append(text);
+  for (size_t k = at; k < out.size(); ++k) {
+    char& c = out[k];
     if (static_cast<unsigned char>(c) >= 0x80) {
-      out = CString::LowerText(t);
+      out.resize(at);
+      out += CString::LowerText(text);
       return;
     }
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
@@ -48,22 +54,41 @@ class KeyPart {
  public:
   enum Kind { kName, kEmail, kLastEmail, kKinds };
 
+  // Room for about this many cards without growing.
+  void Reserve(size_t cards) {
+    ids_.reserve(cards);
+    spans_.reserve(cards * kKinds);
+    arena_.reserve(cards * 48);
+  }
+
+  // The keys are written straight into the arena: "first last" (the blank
+  // only when both are there), the e-mail, and "last e-mail" copied from the
+  // two already written. Whether a part is there is told after lower-casing,
+  // as the keys compare.
   void Add(int32_t id, std::string_view rawFirst, std::string_view rawLast, std::string_view rawEmail) {
-    NormalizeKey(rawFirst, first_);
-    NormalizeKey(rawLast, last_);
-    NormalizeKey(rawEmail, email_);
     ids_.push_back(id);
-    // first and last are trimmed, so trimming "first last" only drops the blank when one is empty.
     size_t begin = arena_.size();
-    arena_ += first_;
-    if (!first_.empty() && !last_.empty()) arena_ += ' ';
-    arena_ += last_;
+    AppendLowered(Trimmed(rawFirst), arena_);
+    const bool hasFirst = arena_.size() != begin;
+    arena_ += ' ';
+    size_t lastAt = arena_.size();
+    AppendLowered(Trimmed(rawLast), arena_);
+    const size_t lastLength = arena_.size() - lastAt;
+    if (!hasFirst || lastLength == 0) {
+      arena_.erase(lastAt - 1, 1);  // no blank without both
+      --lastAt;
+    }
     Push(begin);
+    const size_t emailAt = arena_.size();
+    AppendLowered(Trimmed(rawEmail), arena_);
+    const size_t emailLength = arena_.size() - emailAt;
+    Push(emailAt);
     begin = arena_.size();
-    arena_ += email_;
-    Push(begin);
-    begin = arena_.size();
-    if (!last_.empty() && !email_.empty()) arena_.append(last_).append(1, ' ').append(email_);
+    if (lastLength != 0 && emailLength != 0) {
+      // Room first, so the copies from the arena into itself never see it move.
+      arena_.reserve(arena_.size() + lastLength + 1 + emailLength);
+      arena_.append(arena_.data() + lastAt, lastLength).append(1, ' ').append(arena_.data() + emailAt, emailLength);
+    }
     Push(begin);
   }
 
@@ -97,7 +122,6 @@ class KeyPart {
   std::vector<int32_t> ids_;
   std::string arena_;
   std::vector<Span> spans_;
-  std::string first_, last_, email_;
   std::string rawFirst_, rawLast_, rawEmail_;
   PreparedNamesReader reader_;
 };
@@ -137,6 +161,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
 
   if (ICardStore* store = dupes_internal::ScanningStore()) {
     parts.resize(static_cast<size_t>(dupes_internal::ScanPartsFor(*store, total)));
+    for (KeyPart& part : parts) part.Reserve(expected / parts.size() + expected / 16);
     ScanStep(*store, static_cast<int32_t>(parts.size()), search_text::kReadingCards, total, {},
              [&](int32_t part, int32_t id, const ICardValues& values) { parts[static_cast<size_t>(part)].Add(id, values); });
   } else {
