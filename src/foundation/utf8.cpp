@@ -1,5 +1,6 @@
 #include "foundation/utf8.h"
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 
@@ -73,8 +74,19 @@ size_t CountCodePoints(std::string_view text) {
 }
 
 namespace {
+// The case maps of every code point two bytes encode (below U+0800: the
+// Latin, Greek and Cyrillic letters of most names), read once from the same
+// tables, so that such letters are mapped without decoding and encoding.
+using TwoByteMap = std::array<char32_t, 0x800>;
 template <class Map>
-std::string MapCase(std::string_view text, Map map, bool lower) {
+TwoByteMap MakeTwoByteMap(Map map) {
+  TwoByteMap table{};
+  for (char32_t cp = 0; cp < table.size(); ++cp) table[cp] = static_cast<char32_t>(map(static_cast<utf8proc_int32_t>(cp)));
+  return table;
+}
+
+template <class Map>
+std::string MapCase(std::string_view text, Map map, const TwoByteMap& twoByte, bool lower) {
   std::string out;
   out.reserve(text.size());
   const char* p = text.data();
@@ -88,6 +100,20 @@ std::string MapCase(std::string_view text, Map map, bool lower) {
       ++p;
       continue;
     }
+    // A well-formed two-byte sequence (C2..DF, then a continuation byte).
+    if (c >= 0xC2 && c <= 0xDF && end - p >= 2 && (static_cast<unsigned char>(p[1]) & 0xC0) == 0x80) {
+      const char32_t mapped = twoByte[((c & 0x1Fu) << 6) | (static_cast<unsigned char>(p[1]) & 0x3Fu)];
+      p += 2;
+      if (mapped < 0x80) {
+        out.push_back(static_cast<char>(mapped));
+      } else if (mapped < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (mapped >> 6)));
+        out.push_back(static_cast<char>(0x80 | (mapped & 0x3F)));
+      } else {
+        out += Encode(mapped);
+      }
+      continue;
+    }
     const char* start = p;
     char32_t cp = Next(p, end);
     if (cp >= kRawByteBase + 0x80 && cp <= kRawByteBase + 0xFF) out.append(start, p);
@@ -97,7 +123,13 @@ std::string MapCase(std::string_view text, Map map, bool lower) {
 }
 }  // namespace
 
-std::string ToLower(std::string_view text) { return MapCase(text, utf8proc_tolower, true); }
-std::string ToUpper(std::string_view text) { return MapCase(text, utf8proc_toupper, false); }
+std::string ToLower(std::string_view text) {
+  static const TwoByteMap twoByte = MakeTwoByteMap(utf8proc_tolower);
+  return MapCase(text, utf8proc_tolower, twoByte, true);
+}
+std::string ToUpper(std::string_view text) {
+  static const TwoByteMap twoByte = MakeTwoByteMap(utf8proc_toupper);
+  return MapCase(text, utf8proc_toupper, twoByte, false);
+}
 
 }  // namespace ombrel::utf8

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <utf8proc.h>
+
 #include "foundation/utf8.h"
 #include "ombrel/foundation/clist.h"
 #include "support/error_text.h"
@@ -166,6 +168,22 @@ TEST(TrapTest, CheckedArithmeticOverflowsOnlyOutside32Bits) {
   EXPECT_EQ(CheckedSub(-1, kMax), kMin);
   for (auto op : {+[] { CheckedAdd(kMax, 1); }, +[] { CheckedAdd(kMin, -1); }, +[] { CheckedSub(0, kMin); }})
     EXPECT_EQ(ErrorNumber(op), kOverflowErrorNumber);
+}
+
+// Letters two bytes encode are case-mapped from a table read once: every
+// one of them maps as its code point's own mapping says, and a broken
+// sequence stays the bytes it was.
+TEST(CStringTest, TwoByteLettersMapAsTheirCodePointsDo) {
+  std::string wrong;
+  for (char32_t cp = 0x80; cp < 0x800; ++cp) {
+    const std::string text = "A" + utf8::Encode(cp) + "z";
+    const std::string lower = "a" + utf8::Encode(static_cast<char32_t>(utf8proc_tolower(static_cast<int32_t>(cp)))) + "z";
+    const std::string upper = "A" + utf8::Encode(static_cast<char32_t>(utf8proc_toupper(static_cast<int32_t>(cp)))) + "Z";
+    if (CString::LowerText(text) != lower || CString::UpperText(text) != upper) wrong += " U+" + std::to_string(cp);
+  }
+  EXPECT_EQ(wrong, "");
+  EXPECT_EQ(CString::LowerText("\xC3" "A \xC3\xC3\x89 \xC0\x80 \xC3"), "\xC3" "a \xC3\xC3\xA9 \xC0\x80 \xC3");
+  EXPECT_EQ(CString::UpperText("\xC3\xA9t\xC3\xA9 \xCE\xA3\xCF\x82"), "\xC3\x89T\xC3\x89 \xCE\xA3\xCE\xA3");
 }
 
 }  // namespace
