@@ -7,7 +7,8 @@
 // The databases are made with `ombrel sample --no-images` (kept in --dir and
 // reused). `find --type all` and `apply` run as child processes, so their
 // wall time and peak memory are those of the real command; the phases of the
-// search are timed in this process.
+// search are timed in this process. The plain read and `find` are timed in
+// turns, five rounds; BENCH_VERBOSE=1 prints each round on stderr.
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/wait.h>

@@ -88,8 +88,11 @@ bool ReadPlainNumbers(std::string_view text, std::array<int32_t, N>& numbers) {
     while (p != end && *p == ' ') ++p;
     const char* const start = p;
     int32_t n = 0;
-    while (p != end && *p >= '0' && *p <= '9') n = n * 10 + (*p++ - '0');
-    if (p == start || p - start > 9 || (p != end && *p != ' ')) return false;
+    while (p != end && *p >= '0' && *p <= '9') {
+      if (p - start == 9) return false;  // ten digits or more: the general way, before any overflow
+      n = n * 10 + (*p++ - '0');
+    }
+    if (p == start || (p != end && *p != ' ')) return false;
     number = n;
   }
   while (p != end && *p == ' ') ++p;
