@@ -99,6 +99,18 @@ bool ReadPlainNumbers(std::string_view text, std::array<int32_t, N>& numbers) {
   return p == end;
 }
 
+// The N numbers of a rectangle or levels value; error heads the message for
+// a value of another count.
+template <size_t N>
+std::array<int32_t, N> ReadNumbers(std::string_view value, std::string_view error) {
+  std::array<int32_t, N> numbers;
+  if (ReadPlainNumbers(value, numbers)) return numbers;
+  std::array<std::string_view, N> tokens;
+  if (SplitOnBlanks(value, tokens) != N) RaiseTrap(std::string(error) + std::string(value));
+  for (size_t k = 0; k < N; ++k) numbers[k] = ToInt(tokens[k]);
+  return numbers;
+}
+
 // Characters, not bytes: a multi-byte middle character still makes three.
 size_t CountCharacters(std::string_view text) {
   size_t n = 0;
@@ -129,12 +141,7 @@ void ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
 
     std::string_view value = ReadValue(read, names, first + 1, scratch);
     if (!value.empty()) {
-      std::array<int32_t, 4> numbers;
-      if (!ReadPlainNumbers(value, numbers)) {
-        std::array<std::string_view, 4> tokens;
-        if (SplitOnBlanks(value, tokens) != 4) RaiseTrap("Incorrect rectangle information: " + std::string(value));
-        for (size_t k = 0; k < 4; ++k) numbers[k] = ToInt(tokens[k]);
-      }
+      const auto numbers = ReadNumbers<4>(value, "Incorrect rectangle information: ");
       data.left = numbers[0];
       data.top = numbers[1];
       data.right = numbers[2];
@@ -143,12 +150,7 @@ void ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
 
     value = ReadValue(read, names, first + 2, scratch);
     if (!value.empty()) {
-      std::array<int32_t, 2> numbers;
-      if (!ReadPlainNumbers(value, numbers)) {
-        std::array<std::string_view, 2> tokens;
-        if (SplitOnBlanks(value, tokens) != 2) RaiseTrap("Incorrect confidence levels: " + std::string(value));
-        for (size_t k = 0; k < 2; ++k) numbers[k] = ToInt(tokens[k]);
-      }
+      const auto numbers = ReadNumbers<2>(value, "Incorrect confidence levels: ");
       data.ocrLevel = numbers[0];
       data.catLevel = numbers[1];
     }
