@@ -54,17 +54,6 @@ size_t SplitOnBlanks(std::string_view text, std::array<std::string_view, N>& tok
   return count;
 }
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-// Trims blanks, tabs, CRs and LFs as CString::Trim does, without a copy.
-std::string_view Trimmed(std::string_view text) {
-  size_t end = text.size();
-  while (end > 0 && IsBlank(text[end - 1])) --end;
-  size_t begin = 0;
-  while (begin < end && IsBlank(text[begin])) ++begin;
-  return text.substr(begin, end - begin);
-}
-
 // CString::ToLong's answer; plain digits, the usual case, are read directly.
 int32_t ToInt(std::string_view token) {
   if (token.empty() || token.size() > 9) return CString(token).ToLong();
@@ -136,7 +125,7 @@ void ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
   const std::string& name = names[first];
   data = FieldData{std::move(data.text)};
   try {
-    data.text.assign(Trimmed(ReadValue(read, names, first, scratch)));
+    data.text.assign(CString::TrimmedView(ReadValue(read, names, first, scratch)));
     if (data.text.empty() || SkipsGeometry(name)) return;
 
     std::string_view value = ReadValue(read, names, first + 1, scratch);
@@ -432,7 +421,7 @@ std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPla
                          ClampLevel(data.catLevel), data.ocrSuspect, data.catSuspect);
   }
 
-  const std::string lastName(Trimmed(ReadValue(read, names, names.size() - 1, scratch)));
+  const std::string lastName(CString::TrimmedView(ReadValue(read, names, names.size() - 1, scratch)));
   card->SetLastName(lastName);
   return card;
 }

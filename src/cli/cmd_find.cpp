@@ -76,8 +76,9 @@ SetIds GatherIds(const CList& list) {
   std::vector<const CDupeSet*> sets;
   sets.reserve(static_cast<size_t>(list.GetNumItems()));
   list.ForEachItem([&](const CObject* item) { sets.push_back(static_cast<const CDupeSet*>(item)); });
+  constexpr size_t kSplitFrom = 20000;  // below this a thread costs more than it saves
   SetIds first, second;
-  const size_t half = sets.size() >= 20000 ? sets.size() / 2 : sets.size();
+  const size_t half = sets.size() >= kSplitFrom ? sets.size() / 2 : sets.size();
   std::future<void> helper;
   if (half < sets.size()) helper = std::async(std::launch::async, [&] { GatherIds(sets, half, sets.size(), second); });
   GatherIds(sets, 0, half, first);

@@ -149,17 +149,15 @@ namespace dupes_internal {
 
 namespace {
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
 // The words of a text (split on blanks) that the test counts: those of four
 // characters or more, and the last word whatever its length.
 void CountedWords(std::string_view text, std::vector<std::string_view>& words) {
   words.clear();
   for (size_t pos = 0, n = text.size();;) {
-    while (pos < n && IsBlank(text[pos])) ++pos;
+    while (pos < n && CString::IsWhiteSpace(text[pos])) ++pos;
     if (pos == n) break;
     const size_t begin = pos;
-    while (pos < n && !IsBlank(text[pos])) ++pos;
+    while (pos < n && !CString::IsWhiteSpace(text[pos])) ++pos;
     words.push_back(text.substr(begin, pos - begin));
   }
   size_t kept = 0;

@@ -55,6 +55,16 @@ int32_t& ScanParts() {
   return parts;
 }
 
+void InHalves(size_t n, bool split, const std::function<void(size_t from, size_t to)>& work) {
+  if (!split) {
+    work(0, n);
+    return;
+  }
+  std::thread helper([&] { work(n / 2, n); });
+  work(0, n / 2);
+  helper.join();
+}
+
 int32_t ScanPartsFor(const ICardStore& store, int32_t cards) {
   if (!store.OffersPartScan() || cards < PartScanThreshold()) return 1;
   if (ScanParts() > 0) return ScanParts();

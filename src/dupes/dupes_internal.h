@@ -43,6 +43,9 @@ int32_t& PartScanThreshold();
 // The parts for a store read in parts: 0 (the default) for two a core, at
 // most eight, and one on a single core.
 int32_t& ScanParts();
+// Runs work(from, to) over 0..n: in two halves side by side when split, else
+// in one go. work must not throw; each half writes only its own places.
+void InHalves(size_t n, bool split, const std::function<void(size_t from, size_t to)>& work);
 // Progress of a scan read in parts, reported by part 0 alone: its own count
 // times the number of parts, so that the reports do not hang on timing.
 inline int32_t PartProgress(int32_t partZeroDone, int32_t parts, int32_t total) {

@@ -103,9 +103,8 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
       const std::string& label = field->Label();
       out = PutLength(out, text.size());
       out = PutLength(out, label.size());
-      // Most fields are empty and most labels too: no copy for them.
-      if (!text.empty()) out = std::copy(text.begin(), text.end(), out);
-      if (!label.empty()) out = std::copy(label.begin(), label.end(), out);
+      out = std::copy(text.begin(), text.end(), out);
+      out = std::copy(label.begin(), label.end(), out);
     }
   }
   facts.namedAsKeys = namedAsKeys;
@@ -123,8 +122,8 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   facts.emailHash = 0;
   if (raw.empty()) return;
   auto plain = [](char c) { return static_cast<unsigned char>(c) < 0x80 && !(c >= 'A' && c <= 'Z'); };
-  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-  if (!blank(raw.front()) && !blank(raw.back()) && std::all_of(raw.begin(), raw.end(), plain)) {
+  if (!CString::IsWhiteSpace(raw.front()) && !CString::IsWhiteSpace(raw.back()) &&
+      std::all_of(raw.begin(), raw.end(), plain)) {
     facts.emailIsRaw = true;
     facts.emailHash = facts.rawEmailHash;
     return;
@@ -216,18 +215,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     }
   };
   const bool threads = n >= static_cast<size_t>(PartScanThreshold()) && std::thread::hardware_concurrency() >= 2;
-  // Runs work(from, to) over all cards, in two halves side by side for many.
-  auto halves = [&](const auto& work) {
-    if (threads) {
-      std::thread helper([&] { work(n / 2, n); });
-      work(0, n / 2);
-      helper.join();
-    } else {
-      work(0, n);
-    }
-  };
   if (!given) {
-    halves(observe);
+    InHalves(n, threads, observe);
     for (auto& error : errors)
       if (error) std::rethrow_exception(error);
   }
@@ -249,7 +238,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     return facts[factsOrder.empty() ? p : static_cast<size_t>(factsOrder[p])];
   };
   // Each card's profile and texts are its own: the halves never meet.
-  halves([&](size_t from, size_t to) {
+  InHalves(n, threads, [&](size_t from, size_t to) {
     for (size_t p = from; p < to; ++p) {
       Profile& profile = profiles_[p];
       CardFacts& f = factsOf(p);

@@ -25,15 +25,6 @@ namespace ombrel {
 
 namespace {
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-std::string_view Trimmed(std::string_view raw) {
-  size_t b = 0, e = raw.size();
-  while (b < e && IsBlank(raw[b])) ++b;
-  while (e > b && IsBlank(raw[e - 1])) --e;
-  return raw.substr(b, e - b);
-}
-
 // Appends a trimmed text lower-cased; plain ASCII takes the short way.
 void AppendLowered(std::string_view text, std::string& out) {
   const size_t at = out.size();
@@ -68,11 +59,11 @@ class KeyPart {
   void Add(int32_t id, std::string_view rawFirst, std::string_view rawLast, std::string_view rawEmail) {
     ids_.push_back(id);
     size_t begin = arena_.size();
-    AppendLowered(Trimmed(rawFirst), arena_);
+    AppendLowered(CString::TrimmedView(rawFirst), arena_);
     const bool hasFirst = arena_.size() != begin;
     arena_ += ' ';
     size_t lastAt = arena_.size();
-    AppendLowered(Trimmed(rawLast), arena_);
+    AppendLowered(CString::TrimmedView(rawLast), arena_);
     const size_t lastLength = arena_.size() - lastAt;
     if (!hasFirst || lastLength == 0) {
       arena_.erase(lastAt - 1, 1);  // no blank without both
@@ -80,7 +71,7 @@ class KeyPart {
     }
     Push(begin);
     const size_t emailAt = arena_.size();
-    AppendLowered(Trimmed(rawEmail), arena_);
+    AppendLowered(CString::TrimmedView(rawEmail), arena_);
     const size_t emailLength = arena_.size() - emailAt;
     Push(emailAt);
     begin = arena_.size();
@@ -246,13 +237,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
       verdict[c] = suspect ? partner : -1;
     }
   };
-  if (split) {
-    std::thread other([&] { decide(order.size() / 2, order.size()); });
-    decide(0, order.size() / 2);
-    other.join();
-  } else {
-    decide(0, order.size());
-  }
+  dupes_internal::InHalves(order.size(), split, decide);
 
   std::vector<int32_t> suspects;
   std::vector<bool> suspectAt(order.size());  // by store position

@@ -123,12 +123,7 @@ std::shared_ptr<CList> CString::GetTokens(std::string_view delimiters, bool keep
   return tokens;
 }
 
-std::string CString::TrimText(std::string_view text) {
-  size_t b = text.find_first_not_of(kWhiteSpace);
-  if (b == std::string_view::npos) return {};
-  size_t e = text.find_last_not_of(kWhiteSpace);
-  return std::string(text.substr(b, e - b + 1));
-}
+std::string CString::TrimText(std::string_view text) { return std::string(TrimmedView(text)); }
 
 CString& CString::Trim() {
   value_ = TrimText(value_);

@@ -67,6 +67,15 @@ class CString final : public CObject {
   std::shared_ptr<CEditDistance> GetWordEditDistance(std::string_view other) const;
 
   // Plain-text helpers shared with code that works on std::string directly.
+  // White space as Trim sees it: blank, tab, CR and LF.
+  static bool IsWhiteSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+  // TrimText without a copy: the view of text between its white space.
+  static std::string_view TrimmedView(std::string_view text) {
+    size_t begin = 0, end = text.size();
+    while (begin < end && IsWhiteSpace(text[begin])) ++begin;
+    while (end > begin && IsWhiteSpace(text[end - 1])) --end;
+    return text.substr(begin, end - begin);
+  }
   static std::string TrimText(std::string_view text);
   static std::string LowerText(std::string_view text);
   static std::string UpperText(std::string_view text);
