@@ -333,6 +333,7 @@ std::shared_ptr<const CCardStoreMgr::CustomFieldPlan> CCardStoreMgr::PlanCustomF
   };
   for (std::string_view name : kStandardFieldNames) addField(std::string(name));
   for (const CCard::CustomField& field : plan->fields) addField(field.name);
+  plan->valueNames.emplace_back(kFirstNameValue);
   plan->valueNames.emplace_back(kLastNameValue);
   try {
     plan->emptyCard = std::make_shared<CCard>(plan->fields);

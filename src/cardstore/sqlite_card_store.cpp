@@ -125,6 +125,33 @@ void CSqliteCardStore::Impl::EnsureIdsLoaded() {
   orderValid_ = true;
 }
 
+int64_t CSqliteCardStore::Impl::CurrentDataVersion() {
+  StatementUse use(st_->dataVersion);
+  use->Step();
+  return use->Int(0);
+}
+
+CSqliteCardStore::Impl::ScanStart CSqliteCardStore::Impl::BeginIdCollection() {
+  ScanStart start;
+  // Inside a bracket the scan sees changes not committed yet.
+  if (orderValid_ || inBracket_) return start;
+  start.dataVersion = CurrentDataVersion();
+  start.writes = writes_;
+  // Caches older than the database would be dropped at the next look anyway.
+  start.collect = start.dataVersion == dataVersion_;
+  return start;
+}
+
+void CSqliteCardStore::Impl::AdoptScannedIds(const ScanStart& start, std::vector<int32_t>&& ids) {
+  if (!start.collect || orderValid_ || inBracket_ || writes_ != start.writes) return;
+  // No other connection committed meanwhile: every part read this state.
+  if (CurrentDataVersion() != start.dataVersion || dataVersion_ != start.dataVersion) return;
+  order_ = std::move(ids);
+  ids_.Assign(order_);
+  orderHoles_ = 0;
+  orderValid_ = true;
+}
+
 void CSqliteCardStore::Impl::EnsureOrderLoaded() {
   EnsureIdsLoaded();
   if (orderHoles_ == 0) return;
@@ -262,17 +289,27 @@ uint64_t sqlite_store::ViewedValues::Prepare(std::span<const std::string> names)
   for (const std::string& name : names) prepared_.push_back(Resolve(name));
   generation_ = Generation();
   ticket_ = ++lastTicket;
-  // Picked only when few, and each name once (a view per name).
-  picking_ = prepared_.size() <= PickedNames::kMost;
+  // Picked when each name is there once (a view per name).
+  picking_ = true;
   pick_.slotOf.clear();
+  pick_.views.assign(prepared_.size(), {});
   for (size_t k = 0; picking_ && k < prepared_.size(); ++k) {
     const int32_t index = prepared_[k];
     if (index < 0) continue;  // no such name: always empty
     if (pick_.slotOf.size() <= static_cast<size_t>(index)) pick_.slotOf.resize(static_cast<size_t>(index) + 1, -1);
     if (pick_.slotOf[static_cast<size_t>(index)] >= 0) picking_ = false;
-    pick_.slotOf[static_cast<size_t>(index)] = static_cast<int8_t>(k);
+    pick_.slotOf[static_cast<size_t>(index)] = static_cast<int32_t>(k);
   }
   return ticket_;
+}
+
+std::string_view sqlite_store::ViewedValues::Find(std::string_view name) const {
+  const int32_t index = Resolve(name);
+  if (picked_ && index >= 0 && static_cast<size_t>(index) < pick_.slotOf.size()) {
+    const int32_t slot = pick_.slotOf[static_cast<size_t>(index)];
+    if (slot >= 0) return pick_.views[static_cast<size_t>(slot)];
+  }
+  return FullCard().Find(index);
 }
 
 void sqlite_store::ViewedValues::Show(int32_t id, std::string_view blob) {
@@ -345,12 +382,12 @@ namespace {
 // blob, keeping only the picked values.
 uint64_t DecodePicked(const std::vector<int32_t>& canonByCode, int32_t cardId, std::string_view blob,
                       sqlite_store::PickedNames& pick) {
-  pick.views.fill({});
+  std::fill(pick.views.begin(), pick.views.end(), std::string_view());
   auto* p = reinterpret_cast<const unsigned char*>(blob.data());
   auto* end = p + blob.size();
   const int32_t* canonOf = canonByCode.data();
   const uint64_t codes = canonByCode.size();
-  const int8_t* slotOf = pick.slotOf.data();
+  const int32_t* slotOf = pick.slotOf.data();
   const auto slots = static_cast<int32_t>(pick.slotOf.size());
   uint64_t unknown = 0;
   while (p != end) {
@@ -651,6 +688,7 @@ Status CSqliteCardStore::BeginUpdate() {
     impl_->RequireConnected();
     if (impl_->inBracket_) sqlite_store::Fail(kStatusTransaction, "an update is already in progress");
     impl_->BeginImmediate();
+    ++impl_->writes_;
     impl_->inBracket_ = true;
     impl_->bracketWrote_ = false;
   });

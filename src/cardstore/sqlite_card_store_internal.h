@@ -191,13 +191,13 @@ class ResolvedNames {
   size_t count_ = 0;
 };
 
-// The few names a scan's visitor reads of every card, when it reads only
-// those: a decode then keeps just their values and leaves the card's index
-// alone.
+// The names a scan's visitor prepared: a decode then keeps just their values,
+// by position in the list, and leaves the card's index alone. A visitor of a
+// few names (the search's first pass) skips the rest of every card at once,
+// and one that builds cards finds each value without a name lookup.
 struct PickedNames {
-  static constexpr size_t kMost = 8;
-  std::vector<int8_t> slotOf;  // canonical index -> position in the list, -1 for none
-  std::array<std::string_view, kMost> views;
+  std::vector<int32_t> slotOf;  // canonical index -> position in the list, -1 for none
+  std::vector<std::string_view> views;
 };
 
 // Decodes blob (which must outlive card) into card by a code -> canonical
@@ -248,6 +248,20 @@ class CSqliteCardStore::Impl {
   // The card order and the ID set, possibly with deleted IDs still in order_.
   void EnsureIdsLoaded();
   void EnsureImagesLoaded();
+  // PRAGMA data_version now.
+  int64_t CurrentDataVersion();
+  // What a scan needs to know, when it began, to hand the IDs it read to the
+  // cache: a scan reads every card anyway, and loading the IDs apart takes
+  // another pass over them all.
+  struct ScanStart {
+    int64_t dataVersion = -1;
+    uint64_t writes = 0;
+    bool collect = false;  // the IDs are not cached yet and may be
+  };
+  ScanStart BeginIdCollection();
+  // ids: every card ID the scan met, in card order. They become the cache
+  // only when nothing changed since start, here or on another connection.
+  void AdoptScannedIds(const ScanStart& start, std::vector<int32_t>&& ids);
 
   // ---- names ----
   int32_t Intern(const std::string& canonical);
@@ -315,6 +329,7 @@ class CSqliteCardStore::Impl {
   sqlite_store::IdSet ids_;         // every card ID, valid with order_
   size_t orderHoles_ = 0;           // deletions not yet taken out of order_
   bool orderValid_ = false;
+  uint64_t writes_ = 0;  // the writes this connection began (update brackets included)
   sqlite_store::IdSet images_[2];  // IDs of cards with a front / back image
   bool imagesValid_ = false;
   std::map<std::pair<int32_t, int>, int32_t> handles_;  // (card, side) -> registered image handle
@@ -326,6 +341,7 @@ class WriteTransaction {
   explicit WriteTransaction(CSqliteCardStore::Impl& s) : s_(s), own_(!s.inBracket_) {
     if (own_) s_.BeginImmediate();
     s_.bracketWrote_ = true;
+    ++s_.writes_;
   }
   ~WriteTransaction() {
     if (!done_) s_.AfterFailedWrite(own_);
@@ -402,14 +418,16 @@ class ViewedValues : public ICardValues {
   virtual void Decode(int32_t id, std::string_view blob, PickedNames* pick) = 0;
 
  private:
-  std::string_view Find(std::string_view name) const { return FullCard().Find(Resolve(name)); }
+  // A prepared name is read from the picked values; any other has the card
+  // decoded in full.
+  std::string_view Find(std::string_view name) const;
   // The card shown, decoded in full.
   const DecodedCard& FullCard() const;
 
   mutable std::vector<int32_t> prepared_;
   mutable uint64_t ticket_ = 0;
   mutable uint64_t generation_ = 0;
-  // The prepared names as picked ones, when they are few enough to be.
+  // The prepared names as picked ones, when each is there once.
   mutable PickedNames pick_;
   mutable bool picking_ = false;
   // The card shown had only the picked names decoded.

@@ -76,6 +76,9 @@ struct Part {
   Statement scan;
   std::exception_ptr thrown;      // by the visitor
   std::exception_ptr storeError;  // a Failure, or running out of memory
+  bool collectIds = false;        // every ID met goes into ids
+  std::vector<int32_t> ids;
+  bool finished = false;  // read to its end
 
   Part() = default;
   Part(const Part&) = delete;
@@ -144,8 +147,13 @@ class SmallCacheDuringScan {
 void ReadPart(int32_t number, Part& part, ViewedValues& values, const PartVisit& visit,
               const std::function<bool(int32_t)>& wanted, std::atomic<bool>& stop) noexcept {
   try {
-    while (!stop.load(std::memory_order_relaxed) && part.scan.Step()) {
+    while (!stop.load(std::memory_order_relaxed)) {
+      if (!part.scan.Step()) {
+        part.finished = true;
+        break;
+      }
       auto id = static_cast<int32_t>(part.scan.Int(0));
+      if (part.collectIds) part.ids.push_back(id);
       bool more = false;
       try {
         if (wanted && !wanted(id)) continue;
@@ -236,6 +244,8 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
       tables.customFields = s.customFields_;
       for (int32_t p = 1; p < count; ++p) OpenPartConnection(part[p], file, s.options_.busyTimeoutMs);
     }
+    const Impl::ScanStart idStart = s.BeginIdCollection();
+    for (Part& p : part) p.collectIds = idStart.collect;
     std::optional<SmallCacheDuringScan> smallCache;
     if (count > 1) smallCache.emplace(s.db_);
     part[0].scan = Statement(s.db_, kRangeScan);  // its own: the visitor may call back into the store
@@ -291,6 +301,11 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
     }
     for (const Part& p : part) {
       if (p.storeError) std::rethrow_exception(p.storeError);
+    }
+    if (idStart.collect && std::all_of(part.begin(), part.end(), [](const Part& p) { return p.finished; })) {
+      std::vector<int32_t> ids = std::move(part[0].ids);
+      for (int32_t p = 1; p < count; ++p) ids.insert(ids.end(), part[p].ids.begin(), part[p].ids.end());
+      s.AdoptScannedIds(idStart, std::move(ids));
     }
   });
   // Outside Run, which would turn a visitor's bad_alloc into a status.

@@ -96,7 +96,10 @@ class CCardStoreMgr {
     std::optional<Error> error;
     // Every value name a card is read by: for each field in table order its
     // text, rectangle, levels, suspect info and label (kNamesPerField from
-    // the field's position), then the last name.
+    // the field's position), then the first name and the last name. The
+    // card does not hold the first name, but those who build cards from a
+    // scan read it with the card (the search's sort key): named here, a
+    // store that decodes only the names asked for keeps it too.
     std::vector<std::string> valueNames;
     uint64_t serial = 0;  // unique to this plan in the process
     // The empty card of these fields, which every card starts as a copy of
