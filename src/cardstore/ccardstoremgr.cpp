@@ -116,17 +116,20 @@ std::string_view ReadValue(const Read& read, const std::vector<std::string>& nam
   return read(names[k], k, scratch);
 }
 
-// Reads one field's data into data (reset first); names[first] is the
-// field's name, followed by its rectangle, levels and suspect info. scratch
-// is a buffer kept from field to field.
+// Reads one field's data into data; names[first] is the field's name,
+// followed by its rectangle, levels and suspect info. False for a field
+// without text, whose other values are never read (data is then left as it
+// was). scratch is a buffer kept from field to field.
 template <class Read>
-void ReadFieldData(const std::vector<std::string>& names, size_t first, const Read& read, FieldData& data,
+bool ReadFieldData(const std::vector<std::string>& names, size_t first, const Read& read, FieldData& data,
                    std::string& scratch) {
   const std::string& name = names[first];
-  data = FieldData{std::move(data.text)};
   try {
-    data.text.assign(CString::TrimmedView(ReadValue(read, names, first, scratch)));
-    if (data.text.empty() || SkipsGeometry(name)) return;
+    const std::string_view text = CString::TrimmedView(ReadValue(read, names, first, scratch));
+    if (text.empty()) return false;
+    data = FieldData{std::move(data.text)};
+    data.text.assign(text);
+    if (SkipsGeometry(name)) return true;
 
     std::string_view value = ReadValue(read, names, first + 1, scratch);
     if (!value.empty()) {
@@ -156,6 +159,7 @@ void ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
   } catch (const Error& e) {
     RaiseTrap("Failed to get field data for field: " + name + std::string(kCrLf) + e.Description());
   }
+  return true;
 }
 
 int32_t ClampLevel(int32_t level) { return level < 0 || level > 100 ? 100 : level; }
@@ -400,8 +404,7 @@ std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPla
     if (filled.size() == positions.size()) filled.emplace_back();
     Filled& field = filled[positions.size()];
     FieldData& data = field.data;
-    ReadFieldData(names, first, read, data, scratch);
-    if (data.text.empty()) continue;
+    if (!ReadFieldData(names, first, read, data, scratch)) continue;
 
     field.label.clear();
     if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name))
