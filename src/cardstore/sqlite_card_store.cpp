@@ -392,16 +392,25 @@ uint64_t DecodePicked(const std::vector<int32_t>& canonByCode, int32_t cardId, s
   uint64_t unknown = 0;
   while (p != end) {
     uint64_t code = 0, length = 0;
-    if (!sqlite_store::ReadVarint(p, end, code) || !sqlite_store::ReadVarint(p, end, length) || code == 0 ||
-        code > UINT32_MAX || length > static_cast<uint64_t>(end - p)) {
+    if (end - p >= 2 && ((p[0] | p[1]) & 0x80) == 0) {  // a code and a length of one byte each: most values
+      code = p[0];
+      length = p[1];
+      p += 2;
+      if (code == 0 || length > static_cast<uint64_t>(end - p)) FailDamaged(cardId);
+    } else if (!sqlite_store::ReadVarint(p, end, code) || !sqlite_store::ReadVarint(p, end, length) || code == 0 ||
+               code > UINT32_MAX || length > static_cast<uint64_t>(end - p)) {
       FailDamaged(cardId);
     }
     const auto* text = p;
     p += length;
     const int32_t index = code < codes ? canonOf[code] : -1;
-    if (index < 0 && unknown == 0) unknown = code;
-    if (unknown != 0 || index >= slots || slotOf[index] < 0) continue;
-    pick.views[static_cast<size_t>(slotOf[index])] = std::string_view(reinterpret_cast<const char*>(text), length);
+    if (index < 0) {
+      if (unknown == 0) unknown = code;
+      continue;
+    }
+    if (unknown != 0 || index >= slots) continue;
+    const int32_t slot = slotOf[index];
+    if (slot >= 0) pick.views[static_cast<size_t>(slot)] = std::string_view(reinterpret_cast<const char*>(text), length);
   }
   return unknown;
 }
