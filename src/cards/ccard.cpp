@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <mutex>
 #include <string_view>
 #include <vector>
 
@@ -84,6 +85,47 @@ CCard::CCard(std::span<const CustomField> customFields) {
   }
 }
 
+CCard::CCard(const CCard& other)
+    : CObject(other),
+      tag(other.tag),
+      frontImage(other.frontImage),
+      backImage(other.backImage),
+      fields_((other.Settle(), other.fields_)),
+      lastName_(other.lastName_),
+      cachedDumpHash_(other.cachedDumpHash_),
+      cardId_(other.cardId_),
+      storedCardId_(other.storedCardId_),
+      hasCardId_(other.hasCardId_),
+      hasStoredCardId_(other.hasStoredCardId_),
+      nonStandard_(other.nonStandard_),
+      hasCachedDump_(other.hasCachedDump_),
+      cachedConfLevel_(other.cachedConfLevel_) {}
+
+std::shared_ptr<CCard> CCard::Deferred(int32_t cardId, std::string lastName, std::shared_ptr<const Source> source) {
+  Trap(!source, "A deferred card needs a source");
+  auto card = std::make_shared<CCard>(ShellKey());
+  card->SetCardId(cardId);
+  card->SetStoredCardId(cardId);
+  card->lastName_ = std::move(lastName);
+  card->source_ = std::move(source);
+  card->pending_.store(true, std::memory_order_release);
+  return card;
+}
+
+void CCard::Fill() const {
+  // Fills are rare and happen once a card: one lock serves them all, and
+  // the fields are whole before any other thread sees the card settled.
+  static std::mutex fillLock;
+  std::lock_guard<std::mutex> lock(fillLock);
+  if (!pending_.load(std::memory_order_relaxed)) return;
+  std::shared_ptr<CCard> full = source_->Build();
+  Trap(!full || full->IsPending(), "A deferred card's source gave no card");
+  fields_ = std::move(full->fields_);
+  // The source built the card this one stands for: nothing else differs.
+  const_cast<CCard*>(this)->nonStandard_ = full->nonStandard_;
+  pending_.store(false, std::memory_order_release);
+}
+
 const std::array<ObjectRef, CCard::kCatalogueFields>& CCard::SharedCatalogueRefs() {
   static_assert(kCatalogueFields == kCatalogueSize);
   static const std::array<ObjectRef, kCatalogueFields> refs = [] {
@@ -103,6 +145,7 @@ ObjectRef CCard::SharedRef(const CCardField& shared) {
 }
 
 CCardField& CCard::OwnFieldAt(int32_t position) const {
+  Settle();
   const ObjectRef& item = fields_.IndexedItemRef(position);
   auto& field = static_cast<CCardField&>(*item);
   // Already the card's own (the usual case): no reference to copy.
@@ -111,6 +154,7 @@ CCardField& CCard::OwnFieldAt(int32_t position) const {
 }
 
 void CCard::OwnFieldsAt(std::span<const int32_t> positions) {
+  Settle();
   size_t shared = 0;
   for (int32_t position : positions) shared += CCardField::IsSharedEmpty(FieldAt(position)) ? 1 : 0;
   if (shared == 0) return;
@@ -128,12 +172,14 @@ void CCard::OwnFieldsAt(std::span<const int32_t> positions) {
 }
 
 void CCard::MakeNonStandardCard() {
+  Settle();
   fields_ = CHashTable();
   fields_.RestrictType("CCardField");
   nonStandard_ = true;
 }
 
 std::shared_ptr<CCard> CCard::Clone() const {
+  Settle();
   auto card = std::make_shared<CCard>();
   if (nonStandard_) card->MakeNonStandardCard();
   // The same catalogue slots: the new card's own fields, which nobody holds
@@ -162,6 +208,7 @@ std::shared_ptr<CCard> CCard::Clone() const {
 }
 
 void CCard::AddField(const std::string& fieldName, bool readOnly) {
+  Settle();
   auto field = NewEmptyField(fieldName);
   if (readOnly) field->MakeReadOnly();
   fields_.AddItem(fieldName, std::move(field));
@@ -179,6 +226,7 @@ void CCard::SetData(const std::string& fieldName, const std::string& text, const
 
 void CCard::SetDataInPlace(int32_t position, std::string&& text, const std::string& userLabel, const CRectangle* rect,
                            int32_t ocrConfLevel, int32_t catConfLevel, bool ocrSuspect, bool catSuspect) {
+  Settle();
   const std::string& key = fields_.GetIndexedKey(position);
   CCardField& field = OwnFieldAt(position);
   if (&field.Name() != &key && field.Name() != key) {  // a catalogue field shares its key's string
@@ -194,6 +242,7 @@ void CCard::SetDataInPlace(int32_t position, std::string&& text, const std::stri
 void CCard::SetField(const CCardField& field) { StoreField(field.Clone(), false); }
 
 void CCard::StoreField(std::shared_ptr<CCardField> field, bool keepReadOnlyType) {
+  Settle();
   field->NormaliseAsCopy();
   std::string key = field->Name();
   auto existing = FindField(key);
@@ -217,11 +266,13 @@ const std::string& CCard::TableKey(const std::string& name) {
 }
 
 const CCardField* CCard::FindFieldPtr(const std::string& name) const {
+  Settle();
   const ObjectRef* item = fields_.FindItem(TableKey(name));
   return item ? static_cast<const CCardField*>(item->get()) : nullptr;
 }
 
 std::shared_ptr<CCardField> CCard::FindField(const std::string& name) const {
+  Settle();
   const ObjectRef* item = fields_.FindItem(TableKey(name));
   return item ? std::static_pointer_cast<CCardField>(*item) : nullptr;
 }
@@ -247,9 +298,14 @@ int32_t CCard::GetStoredCardId() const {
 }
 
 void CCard::SetLastName(const std::string& lastName) {
-  if (!nonStandard_ && !lastName.empty() && !ContainsIgnoringWhiteSpace(FieldText("Name"), lastName))
-    RaiseTrap("Name field does not contain given last name: " + lastName);
+  Settle();
+  if (!nonStandard_) CheckLastName(FieldText("Name"), lastName);
   lastName_ = lastName;
+}
+
+void CCard::CheckLastName(std::string_view nameText, const std::string& lastName) {
+  if (!lastName.empty() && !ContainsIgnoringWhiteSpace(nameText, lastName))
+    RaiseTrap("Name field does not contain given last name: " + lastName);
 }
 
 void CCard::SetVerified(int16_t val) {
@@ -266,6 +322,7 @@ bool CCard::IsFieldEmpty(const std::string& fieldName) const {
 }
 
 std::shared_ptr<CCardField> CCard::GetField(const std::string& fieldName) const {
+  Settle();
   const std::string& key = TableKey(fieldName);
   const ObjectRef* item = fields_.FindItem(key);
   if (!item) RaiseTrap("Card does not contain unknown field: " + fieldName);
@@ -273,6 +330,7 @@ std::shared_ptr<CCardField> CCard::GetField(const std::string& fieldName) const 
 }
 
 std::shared_ptr<CCardField> CCard::GetFieldAt(int32_t position) const {
+  Settle();
   return Own(fields_.IndexedItemRef(position), fields_.GetIndexedKey(position));
 }
 
@@ -326,6 +384,7 @@ std::shared_ptr<CList> CCard::GetUserLabels(const std::string& fieldType) const 
 }
 
 void CCard::GetSuspectInfo(int32_t& numOcrSuspects, int32_t& numCatSuspects, int32_t& confLevel) {
+  Settle();
   if (IsVerified()) {
     confLevel = 5;
   } else {
@@ -346,6 +405,7 @@ void CCard::GetSuspectInfo(int32_t& numOcrSuspects, int32_t& numCatSuspects, int
 }
 
 int32_t CCard::GetConfLevel() {
+  Settle();
   uint64_t hash = std::hash<std::string>{}(ToStr());
   if (!hasCachedDump_ || hash != cachedDumpHash_) {
     // The dump is remembered before the level is computed: a failed
@@ -363,8 +423,7 @@ bool CCard::IsTextFieldName(const std::string& name) {
   return name != "Categories" && name != "Verified" && !IsStoreBookkeeping(name);
 }
 
-bool CCard::InText(const CCardField& field) {
-  if (!field.HasText()) return false;
+bool CCard::InTextByPlace(const CCardField& field) {
   // Every name kept out of the text is a catalogue name: those are told by position.
   static const std::array<bool, kCatalogueSize> inText = [] {
     std::array<bool, kCatalogueSize> out{};
@@ -376,6 +435,7 @@ bool CCard::InText(const CCardField& field) {
 }
 
 std::string CCard::GetText() const {
+  Settle();
   std::string out;
   for (int32_t i = 1; i <= NumFields(); ++i) {
     const CCardField& field = FieldAt(i);
@@ -386,17 +446,21 @@ std::string CCard::GetText() const {
   return out;
 }
 
-size_t CCard::TextLengthOf(const CCardField& field) {
-  return InText(field) ? utf8::CountCodePoints(field.Text()) + kCrLf.size() : 0;
+size_t CCard::TextLengthOf(const CCardField& field) { return TextLengthOf(field, field.Text()); }
+
+size_t CCard::TextLengthOf(const CCardField& field, std::string_view text) {
+  return !text.empty() && InTextByPlace(field) ? utf8::CountCodePoints(text) + kCrLf.size() : 0;
 }
 
 int32_t CCard::TextLength() const {
+  Settle();
   size_t length = 0;
   for (int32_t i = 1; i <= NumFields(); ++i) length += TextLengthOf(FieldAt(i));
   return static_cast<int32_t>(length);
 }
 
 std::string CCard::GetAllUserModifiableData() const {
+  Settle();
   std::string out;
   for (int32_t i = 1; i <= NumFields(); ++i) {
     const CCardField& field = FieldAt(i);
@@ -410,6 +474,7 @@ std::string CCard::GetAllUserModifiableData() const {
 }
 
 std::string CCard::ToStr() const {
+  Settle();
   std::string out;
   out.reserve(static_cast<size_t>(NumFields()) * 96);
   for (int32_t i = 1; i <= NumFields(); ++i) {

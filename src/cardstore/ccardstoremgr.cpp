@@ -164,6 +164,59 @@ bool ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
 
 int32_t ClampLevel(int32_t level) { return level < 0 || level > 100 ? 100 : level; }
 
+// One field with text as read and checked, before it becomes the card's.
+struct Filled {
+  int32_t position = 0;
+  FieldData data;
+  std::string label;
+  CRectangle rect;
+};
+
+// A card's values read and checked: its fields with text (the first
+// positions.size() of filled) and its last name. Kept per thread and reused
+// from card to card, so the buffers keep their room.
+struct ReadState {
+  std::vector<Filled> filled;
+  std::vector<int32_t> positions;
+  std::string lastName;
+};
+
+// Reads every field of a card with that many fields, in order, and the last
+// name, raising what the values' checks raise.
+template <class Read>
+ReadState& ReadAll(const std::vector<std::string>& names, int32_t fieldCount, const Read& read) {
+  thread_local ReadState state;
+  state.positions.clear();
+  std::string scratch;
+  for (int32_t i = 1; i <= fieldCount; ++i) {
+    const size_t first = static_cast<size_t>(i - 1) * CCardStoreMgr::kNamesPerField;
+    const std::string& name = names[first];
+    if (state.filled.size() == state.positions.size()) state.filled.emplace_back();
+    Filled& field = state.filled[state.positions.size()];
+    FieldData& data = field.data;
+    if (!ReadFieldData(names, first, read, data, scratch)) continue;
+
+    field.label.clear();
+    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name))
+      field.label.assign(ReadValue(read, names, first + 4, scratch));
+    int32_t width = CheckedSub(data.right, data.left);
+    int32_t height = CheckedSub(data.bottom, data.top);
+    if (width < 0 || height < 0) width = height = 0;
+    field.rect = CRectangle(data.top, data.left, width, height);
+    field.position = i;
+    state.positions.push_back(i);
+  }
+  state.lastName.assign(CString::TrimmedView(ReadValue(read, names, names.size() - 1, scratch)));
+  return state;
+}
+
+// A scan's values through the names of a plan, prepared once per thread.
+const PreparedNamesReader& ReaderFor(const ICardValues& values, const std::vector<std::string>& names, uint64_t serial) {
+  thread_local PreparedNamesReader reader;
+  reader.Use(values, names, serial);
+  return reader;
+}
+
 }  // namespace
 
 std::shared_ptr<CCardStoreMgr>& CardStoreMgr() {
@@ -370,63 +423,131 @@ std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::strin
                                                 const ICardValues& values) {
   auto plan = PlanCustomFields(customFields);
   // A scan builds card after card from the same values object and plan.
-  thread_local PreparedNamesReader reader;
-  reader.Use(values, plan->valueNames, plan->serial);
+  const PreparedNamesReader& reader = ReaderFor(values, plan->valueNames, plan->serial);
   return Build(cardId, *plan, [&](const std::string&, size_t k, std::string& scratch) { return reader.View(k, scratch); });
+}
+
+// The fields with text of a card read ahead, as they are to be set, and its
+// last name; the texts and labels one after the other in one string.
+class CCardStoreMgr::ReadValues final : public CCard::Source {
+ public:
+  struct Field {
+    CRectangle rect;
+    uint32_t textEnd = 0;
+    uint32_t labelEnd = 0;
+    int32_t position = 0;
+    uint8_t ocrLevel = 100;
+    uint8_t catLevel = 100;
+    bool ocrSuspect = false;
+    bool catSuspect = false;
+  };
+
+  ReadValues(std::shared_ptr<const CustomFieldPlan> plan, int32_t cardId, const ReadState& state)
+      : plan_(std::move(plan)), cardId_(cardId), lastName_(state.lastName) {
+    const size_t n = state.positions.size();
+    size_t size = 0;
+    for (size_t k = 0; k < n; ++k) size += state.filled[k].data.text.size() + state.filled[k].label.size();
+    fields_.reserve(n);
+    texts_.reserve(size);
+    for (size_t k = 0; k < n; ++k) {
+      const Filled& f = state.filled[k];
+      texts_ += f.data.text;
+      const auto textEnd = static_cast<uint32_t>(texts_.size());
+      texts_ += f.label;
+      fields_.push_back({f.rect, textEnd, static_cast<uint32_t>(texts_.size()), f.position,
+                         static_cast<uint8_t>(ClampLevel(f.data.ocrLevel)),
+                         static_cast<uint8_t>(ClampLevel(f.data.catLevel)), f.data.ocrSuspect, f.data.catSuspect});
+    }
+  }
+
+  std::string_view Text(size_t k) const { return Piece(k == 0 ? 0 : fields_[k - 1].labelEnd, fields_[k].textEnd); }
+  std::string_view Label(size_t k) const { return Piece(fields_[k].textEnd, fields_[k].labelEnd); }
+  size_t Size() const { return fields_.size(); }
+  int32_t Position(size_t k) const { return fields_[k].position; }
+  const std::string& LastName() const { return lastName_; }
+
+  std::shared_ptr<CCard> Build() const override {
+    auto card = std::make_shared<CCard>(*plan_->emptyCard);
+    card->SetCardId(cardId_);
+    card->SetStoredCardId(cardId_);
+    std::vector<int32_t> positions;
+    positions.reserve(fields_.size());
+    for (const Field& f : fields_) positions.push_back(f.position);
+    card->OwnFieldsAt(positions);
+    for (size_t k = 0; k < fields_.size(); ++k) {
+      const Field& f = fields_[k];
+      card->SetDataInPlace(f.position, std::string(Text(k)), std::string(Label(k)), &f.rect, f.ocrLevel, f.catLevel,
+                           f.ocrSuspect, f.catSuspect);
+    }
+    card->SetLastName(lastName_);
+    return card;
+  }
+
+ private:
+  std::string_view Piece(uint32_t begin, uint32_t end) const {
+    return std::string_view(texts_).substr(begin, end - begin);
+  }
+
+  std::shared_ptr<const CustomFieldPlan> plan_;
+  int32_t cardId_;
+  std::string lastName_;
+  std::vector<Field> fields_;
+  std::string texts_;
+};
+
+void CCardStoreMgr::RaisePlanErrors(const CustomFieldPlan& plan) {
+  if (plan.emptyCardError) std::rethrow_exception(plan.emptyCardError);
+  if (plan.error) throw *plan.error;
+}
+
+std::shared_ptr<CCard> CCardStoreMgr::ReadCard(int32_t cardId, const std::string& customFields,
+                                               const ICardValues& values, std::vector<ReadField>* fields) {
+  auto plan = PlanCustomFields(customFields);
+  RaisePlanErrors(*plan);
+  const PreparedNamesReader& reader = ReaderFor(values, plan->valueNames, plan->serial);
+  const ReadState& state = ReadAll(plan->valueNames, plan->emptyCard->NumFields(),
+                                   [&](const std::string&, size_t k, std::string& scratch) { return reader.View(k, scratch); });
+  // The one check left to setting the fields: the name holds the last name.
+  std::string_view nameText;
+  constexpr int32_t kNamePosition = StandardFieldIndex("Name") + 1;
+  for (size_t k = 0; k < state.positions.size(); ++k)
+    if (state.positions[k] == kNamePosition) nameText = state.filled[k].data.text;
+  CCard::CheckLastName(nameText, state.lastName);
+
+  auto read = std::make_shared<const ReadValues>(plan, cardId, state);
+  if (fields) {
+    fields->clear();
+    for (size_t k = 0; k < read->Size(); ++k) fields->push_back({read->Position(k), read->Text(k), read->Label(k)});
+  }
+  std::string lastName = read->LastName();
+  return CCard::Deferred(cardId, std::move(lastName), std::move(read));
+}
+
+std::shared_ptr<const CCard> CCardStoreMgr::Layout(const std::string& customFields) {
+  auto plan = PlanCustomFields(customFields);
+  RaisePlanErrors(*plan);
+  return plan->emptyCard;
 }
 
 template <class Read>
 std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPlan& plan, const Read& read) {
-  if (plan.emptyCardError) std::rethrow_exception(plan.emptyCardError);
+  RaisePlanErrors(plan);
   auto card = std::make_shared<CCard>(*plan.emptyCard);
-  if (plan.error) throw *plan.error;
-
   card->SetCardId(cardId);
   card->SetStoredCardId(cardId);
 
   // Every field is read and checked first, in order, so that the fields with
-  // text can then become the card's own in one allocation. The buffers are
-  // kept from card to card; a field's text moves into the card.
-  struct Filled {
-    int32_t position = 0;
-    FieldData data;
-    std::string label;
-    CRectangle rect;
-  };
-  thread_local std::vector<Filled> filled;
-  thread_local std::vector<int32_t> positions;
-  positions.clear();
-  std::string scratch;
-  const std::vector<std::string>& names = plan.valueNames;
-  for (int32_t i = 1; i <= card->NumFields(); ++i) {
-    const size_t first = static_cast<size_t>(i - 1) * kNamesPerField;
-    const std::string& name = names[first];
-    if (filled.size() == positions.size()) filled.emplace_back();
-    Filled& field = filled[positions.size()];
-    FieldData& data = field.data;
-    if (!ReadFieldData(names, first, read, data, scratch)) continue;
-
-    field.label.clear();
-    if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name))
-      field.label.assign(ReadValue(read, names, first + 4, scratch));
-    int32_t width = CheckedSub(data.right, data.left);
-    int32_t height = CheckedSub(data.bottom, data.top);
-    if (width < 0 || height < 0) width = height = 0;
-    field.rect = CRectangle(data.top, data.left, width, height);
-    field.position = i;
-    positions.push_back(i);
-  }
-  // The card is ours alone until it is returned, so its own fields are set.
-  card->OwnFieldsAt(positions);
-  for (size_t k = 0; k < positions.size(); ++k) {
-    Filled& field = filled[k];
+  // text can then become the card's own in one allocation; a field's text
+  // moves into the card. The card is ours alone until it is returned.
+  ReadState& state = ReadAll(plan.valueNames, card->NumFields(), read);
+  card->OwnFieldsAt(state.positions);
+  for (size_t k = 0; k < state.positions.size(); ++k) {
+    Filled& field = state.filled[k];
     FieldData& data = field.data;
     card->SetDataInPlace(field.position, std::move(data.text), field.label, &field.rect, ClampLevel(data.ocrLevel),
                          ClampLevel(data.catLevel), data.ocrSuspect, data.catSuspect);
   }
-
-  const std::string lastName(CString::TrimmedView(ReadValue(read, names, names.size() - 1, scratch)));
-  card->SetLastName(lastName);
+  card->SetLastName(state.lastName);
   return card;
 }
 

@@ -151,7 +151,9 @@ int RunFind(const FindOptions& options) {
       if (options.json) printJson(type, sets);
       else printText(type, sets);
     };
-    outcome = SearchDupes(TypesFor(options.type), &progress, emit);
+    // The text names every card of every set: built as they are read, on
+    // the search's threads, rather than one by one as they are printed.
+    outcome = SearchDupes(TypesFor(options.type), &progress, emit, options.json);
   }
   if (options.json) std::cout << (firstSet ? "[]\n" : "\n]\n");
   keptUntilExit->push_back(std::move(outcome.cards));

@@ -15,13 +15,15 @@ std::string TypeName(int32_t type) {
   }
 }
 
-SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress, const EmitSets& emit) {
+SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress, const EmitSets& emit,
+                          bool deferCards) {
   SearchOutcome outcome;
   auto deliver = [&](int32_t type, std::shared_ptr<CList> sets) {
     if (emit) emit(type, sets);
     else outcome.results.push_back({type, std::move(sets)});
   };
   CDupeSearch search(progress);
+  search.SetDeferCards(deferCards);
   try {
     auto suspects = search.FindDupesInStore(types, deliver);
     if (suspects) outcome.suspects = suspects->GetNumItems();

@@ -37,7 +37,9 @@ using EmitSets = std::function<void(int32_t type, const std::shared_ptr<CList>& 
 
 // Raises the search's error with the failing card's ID added when a card could not be read.
 // Without emit, the sets are kept in the outcome's results.
-SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress, const EmitSets& emit = {});
+// deferCards: CDupeSearch::SetDeferCards.
+SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* progress, const EmitSets& emit = {},
+                          bool deferCards = true);
 
 // "EXACT_DUPE", "COMPATIBLE_DUPE", "CONFLICT_DUPE".
 std::string TypeName(int32_t type);

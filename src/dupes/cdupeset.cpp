@@ -5,6 +5,7 @@
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/foundation/error.h"
 #include "ombrel/foundation/messages.h"
+#include "dupes/card_fields.h"
 #include "dupes/dupes_internal.h"
 
 namespace ombrel {
@@ -14,17 +15,6 @@ using dupes_internal::Mgr;
 namespace {
 constexpr int kFrontImage = 1;
 constexpr int kBackImage = 2;
-
-// The store's bookkeeping fields (dates and status), told by catalogue
-// position: a catalogue name is always kept as its position.
-inline bool IsBookkeepingField(const CCardField& field) {
-  constexpr int32_t kCreation = StandardFieldIndex("Creation Date");
-  constexpr int32_t kModified = StandardFieldIndex("Modified Date");
-  constexpr int32_t kStatus = StandardFieldIndex("Solvane Status");
-  static_assert(kCreation >= 0 && kModified >= 0 && kStatus >= 0);
-  const int32_t index = field.CatalogueIndex();
-  return index == kCreation || index == kModified || index == kStatus;
-}
 
 // Runs body inside an update bracket. A failure inside, or of the commit
 // itself, aborts the bracket so none stays open, and travels on with its own
@@ -48,50 +38,15 @@ void InUpdate(Body body) {
 
 CDupeSet::CDupeSet() : dupes_(std::make_shared<CList>()) { dupes_->RestrictType("CCard"); }
 
-namespace {
-void AppendSignature(const CCard& card, std::string& sig) {
-  sig += std::to_string(card.GetCardID());
-  sig += "\r\n";
-  // Sized first, then written: a card has some thirty fields of four
-  // pieces, most of them a separator or empty, so only texts are copied.
-  const int32_t n = card.NumFields();
-  size_t size = sig.size();
-  for (int32_t i = 1; i <= n; ++i) {
-    const CCardField& f = card.FieldAt(i);
-    if (IsBookkeepingField(f)) continue;
-    size += (f.Text().empty() ? 0 : f.Label().size()) + 1 + f.Text().size() + 2;
-  }
-  size_t at = sig.size();
-  sig.resize(size);
-  char* out = sig.data() + at;
-  auto put = [&](const std::string& piece) {
-    if (!piece.empty()) out = std::copy(piece.begin(), piece.end(), out);
-  };
-  for (int32_t i = 1; i <= n; ++i) {
-    const CCardField& f = card.FieldAt(i);
-    if (IsBookkeepingField(f)) continue;
-    if (!f.Text().empty()) put(f.Label());
-    *out++ = '\t';
-    put(f.Text());
-    *out++ = '\r';
-    *out++ = '\n';
-  }
-}
-}  // namespace
 
 std::string CDupeSet::DataSignature(const CCard& card) {
   std::string sig;
-  AppendSignature(card, sig);
+  dupes_internal::AppendSignature(card.GetCardID(), dupes_internal::FieldsOfCard(card), sig);
   return sig;
 }
 
 uint64_t CDupeSet::SignatureHash(const CCard& card) {
-  // A search makes a set for nearly every suspect: each keeps a hash of its
-  // primary's signature rather than a copy, built in a buffer kept per thread.
-  thread_local std::string buffer;
-  buffer.clear();
-  AppendSignature(card, buffer);
-  return std::hash<std::string_view>{}(buffer);
+  return dupes_internal::SignatureHash(card.GetCardID(), dupes_internal::FieldsOfCard(card));
 }
 
 void CDupeSet::Init(std::shared_ptr<CCard> primary, int32_t type) {
@@ -202,7 +157,7 @@ void CDupeSet::WritePrimaryFields(int32_t id) {
   CCardStoreMgr& mgr = Mgr();
   for (int32_t i = 1; i <= primary_->NumFields(); ++i) {
     const CCardField& f = primary_->FieldAt(i);
-    if (IsBookkeepingField(f)) continue;
+    if (dupes_internal::IsBookkeepingField(f)) continue;
     const std::string& name = f.Name();
     mgr.PutValue(id, name, f.Text());
     if (f.IsExtraField()) mgr.PutValue(id, name + ".Label", f.Label());

@@ -6,6 +6,7 @@
 #include <thread>
 #include <string_view>
 
+#include "dupes/card_fields.h"
 #include "dupes/dupes_internal.h"
 #include "dupes/key_table.h"
 #include "ombrel/cards/ccard.h"
@@ -68,29 +69,36 @@ class SkipTable {
 
 }  // namespace
 
-void ObserveCard(const CCard& card, CardFacts& facts) {
-  const int32_t fields = card.NumFields();
+namespace {
+
+// The facts of a card with those fields, ID (0 for none), last name and
+// "Email" text.
+template <class Fields>
+void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& lastName, std::string_view raw,
+             CardFacts& facts) {
+  const int32_t count = fields.Count();
   bool namedAsKeys = true;
   int32_t filled = 0;
   size_t size = 0, textLength = 0;
   facts.fieldTextsKept = true;
   // The fields the kept texts take (all but the dates), found once.
-  thread_local std::vector<const CCardField*> kept;
+  thread_local std::vector<int32_t> kept;
   kept.clear();
-  for (int32_t i = 1; i <= fields; ++i) {
-    const CCardField& field = card.FieldAt(i);
-    const std::string& key = card.GetFields().GetIndexedKey(i);
+  for (int32_t i = 1; i <= count; ++i) {
+    const CCardField& field = fields.Field(i);
+    const std::string& key = fields.Key(i);
     const std::string& name = field.Name();
     if (namedAsKeys && &key != &name && key != name) namedAsKeys = false;
-    const size_t text = field.Text().size(), label = field.Label().size();
-    if (text != 0) {  // an empty field adds nothing to the text
+    const std::string_view text = fields.Text(i);
+    const size_t label = fields.Label(i).size();
+    if (!text.empty()) {  // an empty field adds nothing to the text
       ++filled;
-      textLength += CCard::TextLengthOf(field);
+      textLength += CCard::TextLengthOf(field, text);
     }
     if (IsDateField(key)) continue;
-    if (text > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
-    size += LengthSize(text) + LengthSize(label) + text + label;
-    kept.push_back(&field);
+    if (text.size() > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
+    size += LengthSize(text.size()) + LengthSize(label) + text.size() + label;
+    kept.push_back(i);
   }
   // Written once the size is known: no growing, no slack.
   std::string& texts = facts.fieldTexts;
@@ -98,9 +106,9 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   if (facts.fieldTextsKept) {
     texts.resize(size);
     char* out = texts.data();
-    for (const CCardField* field : kept) {
-      const std::string& text = field->Text();
-      const std::string& label = field->Label();
+    for (int32_t i : kept) {
+      const std::string_view text = fields.Text(i);
+      const std::string_view label = fields.Label(i);
       out = PutLength(out, text.size());
       out = PutLength(out, label.size());
       out = std::copy(text.begin(), text.end(), out);
@@ -110,12 +118,11 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   facts.namedAsKeys = namedAsKeys;
   facts.filled = filled;
   facts.textLength = static_cast<int32_t>(textLength);  // CCard::TextLength, from the walk above
-  facts.id = card.HasCardId() ? card.GetCardID() : 0;
-  facts.signatureKnown = card.HasCardId();
-  facts.signatureHash = facts.signatureKnown ? CDupeSet::SignatureHash(card) : 0;
-  facts.lastHash = KeyTable::Hash(card.GetLastName());
-  const std::string& raw = card.FieldText("Email");
-  facts.rawEmail = &raw;
+  facts.id = hasId ? id : 0;
+  facts.signatureKnown = hasId;
+  facts.signatureHash = hasId ? SignatureHash(id, fields) : 0;
+  facts.lastHash = KeyTable::Hash(lastName);
+  facts.rawEmail = raw;
   facts.rawEmailHash = KeyTable::Hash(raw);
   facts.email.clear();
   facts.emailIsRaw = false;
@@ -130,6 +137,26 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   }
   facts.email = CString::LowerText(CString::TrimText(raw));
   if (!facts.email.empty()) facts.emailHash = KeyTable::Hash(facts.email);
+}
+
+}  // namespace
+
+void ObserveCard(const CCard& card, CardFacts& facts) {
+  const bool hasId = card.HasCardId();
+  const std::string& raw = card.FieldText("Email");
+  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, facts);
+}
+
+void ObserveRead(const CCard& layout, std::span<const CCardStoreMgr::ReadField> fields, int32_t id,
+                 const std::string& lastName, CardFacts& facts) {
+  const FieldsRead read(layout, fields);
+  // A layout's catalogue fields come first, in catalogue order.
+  constexpr int32_t kEmail = StandardFieldIndex("Email") + 1;
+  constexpr int32_t kName = StandardFieldIndex("Name") + 1;
+  Trap(read.Count() < kEmail || read.Key(kEmail) != "Email" || read.Key(kName) != "Name",
+       "A card layout without the catalogue fields first");
+  Observe(read, id, true, lastName, read.Text(kEmail), facts);
+  facts.nameEmpty = read.Text(kName).empty() ? 1 : 0;
 }
 
 namespace {
@@ -155,7 +182,7 @@ void NumberNamesAndTags(std::span<CardFacts> facts, std::span<const std::shared_
 }
 
 void NumberEmails(std::span<CardFacts> facts) {
-  Number(facts, &CardFacts::rawEmailId, [&](size_t k) -> std::string_view { return *facts[k].rawEmail; },
+  Number(facts, &CardFacts::rawEmailId, [&](size_t k) { return facts[k].rawEmail; },
          [&](size_t k) { return facts[k].rawEmailHash; });
   Number(facts, &CardFacts::emailId, [&](size_t k) { return facts[k].Email(); },
          [&](size_t k) { return facts[k].emailHash; });
@@ -253,6 +280,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       profile.signatureKnown = f.signatureKnown;
       profile.signatureHash = f.signatureHash;
       profile.frontImage = f.frontImage;
+      profile.nameEmpty = f.nameEmpty;
       if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
     }
   });
@@ -287,6 +315,11 @@ bool SortedSuspects::HasFrontImage(CCardStoreMgr& mgr, int32_t p) {
 int32_t SortedSuspects::CardId(int32_t p) const {
   int32_t id = profiles_[static_cast<size_t>(p)].id;
   return id != 0 ? id : Card(p)->GetCardID();  // raises the card's own error when it has none
+}
+
+bool SortedSuspects::NameEmpty(int32_t p) const {
+  const int8_t known = profiles_[static_cast<size_t>(p)].nameEmpty;
+  return known >= 0 ? known == 1 : Card(p)->FieldText("Name").empty();
 }
 
 SortedSuspects::~SortedSuspects() = default;
@@ -525,7 +558,7 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
     }
     auto set = cards.NewSet(type, primary);
     for (int32_t d : dupes) set->AddDupe(cards.Card(d));
-    (set->GetPrimaryCard()->FieldText("Name").empty() ? namelessSets : namedSets).push_back(std::move(set));
+    (cards.NameEmpty(primary) ? namelessSets : namedSets).push_back(std::move(set));
     present.Remove(p);
     --remaining;
     if (!reports.update(total + i - remaining, total)) break;

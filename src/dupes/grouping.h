@@ -21,6 +21,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/clist.h"
 
@@ -35,10 +36,10 @@ namespace dupes_internal {
 // What the grouping asks of a card that follows from the card alone, best
 // worked out as the card is built, while its fields are still in cache.
 struct CardFacts {
-  const std::string* rawEmail = nullptr;  // the card's stored e-mail text
+  std::string_view rawEmail;  // the card's stored e-mail text (the card's own, or what was read of it)
   std::string email;                      // the same lower-cased and trimmed, unless
   bool emailIsRaw = false;                // that changes nothing (the usual case)
-  std::string_view Email() const { return emailIsRaw ? std::string_view(*rawEmail) : std::string_view(email); }
+  std::string_view Email() const { return emailIsRaw ? rawEmail : std::string_view(email); }
   uint64_t lastHash = 0, rawEmailHash = 0, emailHash = 0;
   // CDupeSet::SignatureHash, for the sets the card may head; worked out for
   // cards with an ID only (others raise where a set takes them).
@@ -59,8 +60,15 @@ struct CardFacts {
   // asked), or what asking raised.
   int8_t frontImage = -1;
   std::exception_ptr frontImageError;
+  // Whether the "Name" field is empty, when known without asking the card
+  // (-1 unknown): so a card read but not built stays so.
+  int8_t nameEmpty = -1;
 };
 void ObserveCard(const CCard& card, CardFacts& facts);
+// The same facts of a card not built yet, from what the card store manager
+// read of it (ReadCard): layout is the empty card of its custom fields.
+void ObserveRead(const CCard& layout, std::span<const CCardStoreMgr::ReadField> fields, int32_t id,
+                 const std::string& lastName, CardFacts& facts);
 
 // The numbers of the cards' last names and tags (tags[k] is card k's), and
 // of their e-mail texts. The two set different members, so two threads may
@@ -101,6 +109,8 @@ class SortedSuspects {
   void PrepareForThreads();
   // A set of the given type headed by the card at position p.
   std::shared_ptr<CDupeSet> NewSet(int32_t type, int32_t p) const;
+  // Whether card p's "Name" field is empty.
+  bool NameEmpty(int32_t p) const;
   // Positions of the cards with the same stored e-mail text, in order.
   std::span<const int32_t> SameRawEmail(int32_t p);
 
@@ -114,6 +124,7 @@ class SortedSuspects {
     int32_t textLength = 0;
     int32_t id = 0;  // 0 when the card has none
     int8_t frontImage = -1;  // not asked yet
+    int8_t nameEmpty = -1;   // not known yet
     bool aligned = false;
     bool signatureKnown = false;
     uint64_t signatureHash = 0;

@@ -63,13 +63,30 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
     CCardStoreMgr& mgr = dupes_internal::Mgr();
     const std::string customFields = mgr.GetCustomFields();
     if (facts) facts->assign(ids.size(), dupes_internal::CardFacts{});
+    // With facts to work out, the cards are read and checked but built only
+    // when something asks for their fields: the search itself compares
+    // facts, and a listing of the sets needs no more than the IDs.
+    std::shared_ptr<const CCard> layout;
+    if (facts && deferCards_) {
+      try {
+        layout = mgr.Layout(customFields);
+      } catch (...) {  // raised below for the first card, as reading it raises it
+      }
+    }
     // Each card lands in its own slot, so parts never write the same place.
     auto build = [&](int32_t, int32_t id, const ICardValues& values) {
       const size_t k = static_cast<size_t>(slot.Find(id));
       try {
-        auto card = mgr.BuildCard(id, customFields, values);
+        std::shared_ptr<CCard> card;
+        if (layout) {
+          thread_local std::vector<CCardStoreMgr::ReadField> read;
+          card = mgr.ReadCard(id, customFields, values, &read);
+          dupes_internal::ObserveRead(*layout, read, id, card->GetLastName(), (*facts)[k]);
+        } else {
+          card = mgr.BuildCard(id, customFields, values);
+          if (facts) dupes_internal::ObserveCard(*card, (*facts)[k]);
+        }
         card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
-        if (facts) dupes_internal::ObserveCard(*card, (*facts)[k]);
         cards[k] = std::move(card);
       } catch (...) {
         errors[k] = std::current_exception();

@@ -15,9 +15,16 @@
 // when the field is handed out for changing (GetField, GetFieldAt) or set; the
 // fields a card is built with share one allocation (OwnFieldsAt). So the
 // table's items are for reading only: change a field through the card.
+//
+// A card read ahead of use (Deferred) knows its ID, last name and tag at
+// once and fills its fields from its source when anything first asks for
+// them, whichever thread that is: a search reads every suspect but most of
+// them are never looked at field by field (a listing of the sets needs no
+// more than their IDs).
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -43,6 +50,30 @@ class CCard final : public CObject {
   // The catalogue fields followed by these, added as AddField adds them
   // (a repeated name raises the same error).
   explicit CCard(std::span<const CustomField> customFields);
+  // A copy of a card with fields to come has them.
+  CCard(const CCard& other);
+  CCard& operator=(const CCard&) = delete;
+
+  // What a deferred card's fields come from.
+  class Source {
+   public:
+    virtual ~Source() = default;
+    // The card in full, with the deferred card's ID and last name; called
+    // once, under a lock that other fills share.
+    virtual std::shared_ptr<CCard> Build() const = 0;
+  };
+  // A card with that ID (stored ID too) and last name whose fields are
+  // source's card's, built when first asked for. The source stays with the
+  // card for its life: what it holds may be viewed by whoever made it.
+  static std::shared_ptr<CCard> Deferred(int32_t cardId, std::string lastName, std::shared_ptr<const Source> source);
+  // Whether the fields are still to come.
+  bool IsPending() const { return pending_.load(std::memory_order_acquire); }
+  // Only Deferred can make the key for the empty shell it fills in.
+  class ShellKey {
+    friend class CCard;
+    ShellKey() = default;
+  };
+  explicit CCard(ShellKey) {}
 
   std::string_view ClassName() const override { return "CCard"; }
 
@@ -80,15 +111,26 @@ class CCard final : public CObject {
   // On a standard card the "Name" text must contain the last name (white
   // space ignored); an empty last name always passes.
   void SetLastName(const std::string& lastName);
+  // What SetLastName raises on a standard card whose "Name" text is nameText.
+  static void CheckLastName(std::string_view nameText, const std::string& lastName);
   void SetVerified(int16_t val);  // 1 "Yes", 0 "No"
   bool IsVerified() const;
   // Stores a copy of field under its name; setting "Name" forgets the last name.
   void SetField(const CCardField& field);
   bool IsFieldEmpty(const std::string& fieldName) const;
-  bool IsStandardFieldName(const std::string& fieldName) const { return fields_.Contains(fieldName); }
+  bool IsStandardFieldName(const std::string& fieldName) const {
+    Settle();
+    return fields_.Contains(fieldName);
+  }
   // The table itself; items are CCardField, to be read, not changed.
-  CHashTable& GetFields() { return fields_; }
-  const CHashTable& GetFields() const { return fields_; }
+  CHashTable& GetFields() {
+    Settle();
+    return fields_;
+  }
+  const CHashTable& GetFields() const {
+    Settle();
+    return fields_;
+  }
   // The stored field itself, not a copy, free to be changed: a shared empty
   // field is first replaced by the card's own. So, though const, this is a
   // change to the card as far as other threads are concerned.
@@ -113,8 +155,14 @@ class CCard final : public CObject {
   int32_t GetConfLevel();
   CString GetFieldText(const std::string& fieldName) const;
   const std::string& FieldText(const std::string& fieldName) const;  // no copy, same checks as GetField
-  int32_t NumFields() const { return fields_.GetNumItems(); }
-  const CCardField& FieldAt(int32_t position) const { return StoredFieldAt(position); }  // 1-based, table order
+  int32_t NumFields() const {
+    Settle();
+    return fields_.GetNumItems();
+  }
+  const CCardField& FieldAt(int32_t position) const {  // 1-based, table order
+    Settle();
+    return StoredFieldAt(position);
+  }
   // Every text that says something about the contact, one per line (CR LF).
   std::string GetText() const;
   // The length of GetText in characters, without making it.
@@ -122,6 +170,8 @@ class CCard final : public CObject {
   // What one field adds to that length: its text's characters and the line
   // end, or 0 when the field is not part of GetText.
   static size_t TextLengthOf(const CCardField& field);
+  // The same for a field of that name and place holding text.
+  static size_t TextLengthOf(const CCardField& field, std::string_view text);
   // Whether a field of that name with text is part of GetText.
   static bool IsTextFieldName(const std::string& name);
   // "label TAB text CR LF" for every field the user may edit, empty ones
@@ -153,7 +203,9 @@ class CCard final : public CObject {
   static ObjectRef SharedRef(const CCardField& shared);
 
   // Whether GetText includes the field.
-  static bool InText(const CCardField& field);
+  static bool InText(const CCardField& field) { return field.HasText() && InTextByPlace(field); }
+  // Whether a field of that name and place with text is part of GetText.
+  static bool InTextByPlace(const CCardField& field);
   // The catalogue names as the table's keys.
   static const CHashTable::StaticKeys& CatalogueKeys();
   // The catalogue's own string for a catalogue name, which the table finds
@@ -163,6 +215,16 @@ class CCard final : public CObject {
   // Mutable as a shared field is replaced by the card's own when handed out
   // for changing, by const members too.
   mutable CHashTable fields_;
+  // A deferred card's fields are still to come from source_, which Fill
+  // builds under a lock; every member that reads or changes the fields
+  // settles first.
+  mutable std::atomic<bool> pending_{false};
+  mutable std::shared_ptr<const Source> source_;
+  void Settle() const {
+    if (pending_.load(std::memory_order_acquire)) [[unlikely]]
+      Fill();
+  }
+  void Fill() const;
   std::string lastName_;
   // The level is cached against the dump it was computed for; a hash of the
   // dump stands for the dump itself so cached cards do not carry it.

@@ -85,6 +85,29 @@ class CCardStoreMgr {
   // names read card after card are asked to (ICardValues::Prepare).
   std::shared_ptr<CCard> BuildCard(int32_t cardId, const std::string& customFields, const ICardValues& values);
 
+  // Value names a field is read by: its text, rectangle, levels, suspect
+  // info and label.
+  static constexpr size_t kNamesPerField = 5;
+
+  // A field of a card ReadCard read: its position (1-based, table order),
+  // text and label as the card holds them.
+  struct ReadField {
+    int32_t position = 0;
+    std::string_view text;
+    std::string_view label;
+  };
+  // The card BuildCard builds from a scan's values, every value read and
+  // checked now (raising what BuildCard raises) but the fields built only
+  // when first asked for (CCard::Deferred). fields, when given, receives the
+  // card's fields with text in table order, as views that stay valid while
+  // the card lives.
+  std::shared_ptr<CCard> ReadCard(int32_t cardId, const std::string& customFields, const ICardValues& values,
+                                  std::vector<ReadField>* fields = nullptr);
+  // The empty card every card of that custom-field text starts as: the
+  // fields' names, keys and order of ReadCard's cards. Raises what reading
+  // a card with that text raises first.
+  std::shared_ptr<const CCard> Layout(const std::string& customFields);
+
  private:
   // The custom-field text split into the fields it declares, kept for the
   // last text seen: a scan passes the same text for every card. A malformed
@@ -108,7 +131,6 @@ class CCardStoreMgr {
     std::shared_ptr<const CCard> emptyCard;
     std::exception_ptr emptyCardError;
   };
-  static constexpr size_t kNamesPerField = 5;
 
   ICardStore& Store() const;
   [[noreturn]] void RaiseFailure(const std::string& message);
@@ -119,7 +141,11 @@ class CCardStoreMgr {
   // answers the value of the plan's valueNames[k] (which is name), as a view
   // of scratch, which arrives empty, or of values the reader holds itself.
   template <class Read>
-  std::shared_ptr<CCard> Build(int32_t cardId, const CustomFieldPlan& plan, const Read& read);
+  static std::shared_ptr<CCard> Build(int32_t cardId, const CustomFieldPlan& plan, const Read& read);
+  // The plan's errors, raised where a card would be made.
+  static void RaisePlanErrors(const CustomFieldPlan& plan);
+  // What a card ReadCard read is built from.
+  class ReadValues;
 
   std::shared_ptr<ICardStore> cardStore_;
 };

@@ -91,6 +91,13 @@ class CDupeSearch {
   // them (found then receives null for every type).
   std::shared_ptr<CList> FindDupesInStore(const std::vector<int32_t>& dupeTypes,
                                           const std::function<void(int32_t dupeType, std::shared_ptr<CList> sets)>& found);
+  // Whether FindDupesInStore reads the suspects as deferred cards
+  // (CCard::Deferred), each checked as it is read but built only when its
+  // fields are first asked for: the grouping compares what it learned while
+  // reading, so a caller that lists the sets' card IDs, or looks into a few
+  // sets, never pays for building the others. On unless turned off; a
+  // caller that reads every card's fields anyway saves nothing by it.
+  void SetDeferCards(bool defer) { deferCards_ = defer; }
   void StopSearch();
   bool IsStopped() const { return stopped_; }
   std::shared_ptr<CCard> LoadCard(int32_t cardId);
@@ -149,6 +156,7 @@ class CDupeSearch {
   std::vector<int32_t> lastSortOrder_;
   std::shared_ptr<void> workingTables_;
   bool stopped_ = false;
+  bool deferCards_ = true;
   int32_t failedCardId_ = 0;
   SearchTimings timings_;
 };
