@@ -378,3 +378,65 @@ TEST_F(CCardConfidenceTest, LevelIsCachedAgainstTheCardDump) {
 
 }  // namespace
 }  // namespace ombrel
+
+namespace ombrel {
+namespace {
+
+// Builds "Ann Lee" cards, counting the builds; fails while failures remain.
+struct CountingSource : CCard::Source {
+  mutable std::atomic<int> builds{0};
+  mutable std::atomic<int> failures{0};
+  std::shared_ptr<CCard> Build() const override {
+    if (failures > 0) {
+      --failures;
+      RaiseTrap("source unavailable");
+    }
+    ++builds;
+    auto card = MakeCard(7, {{"Name", "Ann Lee"}, {"Phone 2", "555", "Work"}});
+    card->SetStoredCardId(7);
+    card->SetLastName("Lee");
+    return card;
+  }
+};
+
+// A deferred card answers its ID and last name without its fields, which
+// come once, whole, to whichever threads ask first; a copy of one has them;
+// a failing build raises where the fields were asked for and is tried again.
+TEST(DeferredCardTest, FieldsComeOnceAndWholeToWhoeverAsksFirst) {
+  auto source = std::make_shared<CountingSource>();
+  auto card = CCard::Deferred(7, "Lee", source);
+  card->tag = "Lee,Ann";
+  EXPECT_EQ(std::to_string(card->GetCardID()) + " " + std::to_string(card->GetStoredCardId()) + " " +
+                card->GetLastName() + " " + card->tag + (card->IsPending() ? " pending " : " built ") +
+                std::to_string(source->builds),
+            "7 7 Lee Lee,Ann pending 0");
+
+  std::vector<std::string> seen(8);
+  std::vector<std::thread> threads;
+  for (size_t t = 0; t < seen.size(); ++t) {
+    threads.emplace_back([&, t] {
+      seen[t] = t % 2 ? card->FieldText("Name") + card->GetUserLabels("Phone")->GetItemAs<CString>(1)->Value()
+                      : card->FieldAt(1).Text() + card->FieldNamed("Phone 2").Label();
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(seen, std::vector<std::string>(8, "Ann LeeWork"));
+  EXPECT_EQ(source->builds, 1);
+  EXPECT_FALSE(card->IsPending());
+  EXPECT_EQ(card->ToStr(), MakeCard(7, {{"Name", "Ann Lee"}, {"Phone 2", "555", "Work"}})->ToStr());
+
+  const CCard copy(*CCard::Deferred(8, "Lee", source));
+  EXPECT_FALSE(copy.IsPending());
+  EXPECT_EQ(copy.FieldText("Name") + " " + std::to_string(copy.GetCardID()) + " " + std::to_string(source->builds),
+            "Ann Lee 8 2");
+
+  source->failures = 1;
+  auto failing = CCard::Deferred(9, "Lee", source);
+  EXPECT_EQ(ErrorText([&] { failing->NumFields(); }), "source unavailable");
+  EXPECT_TRUE(failing->IsPending());
+  EXPECT_EQ(failing->FieldText("Name"), "Ann Lee");
+  EXPECT_EQ(source->builds, 3);
+}
+
+}  // namespace
+}  // namespace ombrel

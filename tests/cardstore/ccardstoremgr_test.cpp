@@ -175,9 +175,30 @@ std::string Brief(const std::function<std::shared_ptr<CCard>()>& read) {
   }
 }
 
-// GetCard and both BuildCards read the same cards, ask for the same values
-// and raise the same errors; the value reader gets an empty value to fill
-// every time, so one that appends reads right.
+// A scan's values over a lookup, offering no preparation: read name by name.
+struct LookedUpValues : ICardValues {
+  std::function<std::string(std::string_view)> find;
+  std::string Get(std::string_view name) const override { return find(name); }
+};
+
+// The fields with text, position=text[label], of a card or of what ReadCard
+// read of one.
+std::string FieldsWithText(const CCard& card) {
+  std::string out;
+  for (int32_t i = 1; i <= card.NumFields(); ++i)
+    if (card.FieldAt(i).HasText()) out += std::to_string(i) + "=" + card.FieldAt(i).Text() + "[" + card.FieldAt(i).Label() + "];";
+  return out;
+}
+std::string FieldsWithText(const std::vector<CCardStoreMgr::ReadField>& read) {
+  std::string out;
+  for (const auto& f : read) out += std::to_string(f.position) + "=" + std::string(f.text) + "[" + std::string(f.label) + "];";
+  return out;
+}
+
+// GetCard, both BuildCards and ReadCard read the same cards and raise the
+// same errors, ReadCard while reading (its card is built later); the
+// BuildCards ask for the same values; the value reader gets an empty value
+// to fill every time, so one that appends reads right.
 TEST_F(CardReadingTest, EveryWayOfReadingGivesTheSameCardOrError) {
   struct Case { std::string customFields; FakeCardStore::Values values; std::string expected; };
   const std::string title = "Title=Manager ";
@@ -275,6 +296,24 @@ TEST_F(CardReadingTest, EveryWayOfReadingGivesTheSameCardOrError) {
               }),
               viaGetCard);
     EXPECT_EQ(askedByReader, askedByGetter);
+
+    std::vector<CCardStoreMgr::ReadField> read;
+    std::string readBeforeBuilt;
+    EXPECT_EQ(full([&] {
+                LookedUpValues values;
+                values.find = find;
+                auto card = mgr_.ReadCard(id, c.customFields, values, &read);
+                readBeforeBuilt = FieldsWithText(read) + (card->IsPending() ? " pending " : " built ") +
+                                  std::to_string(card->GetCardID()) + " " + card->GetLastName();
+                return card;
+              }),
+              viaGetCard);
+    if (!c.expected.starts_with("error")) {
+      auto built = mgr_.GetCard(id);
+      EXPECT_EQ(readBeforeBuilt, FieldsWithText(*built) + " pending " + std::to_string(id) + " " + built->GetLastName());
+    } else {
+      EXPECT_EQ(readBeforeBuilt, "") << "raised while reading, not when built";
+    }
   }
 }
 
