@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -17,45 +18,6 @@
 #include "ombrel/cardstore/ccardstoremgr.h"
 
 namespace ombrel::dupes_internal {
-
-class FieldsOfCard {
- public:
-  explicit FieldsOfCard(const CCard& card) : card_(card) {}
-  int32_t Count() const { return card_.NumFields(); }
-  const std::string& Key(int32_t i) const { return card_.GetFields().GetIndexedKey(i); }
-  const CCardField& Field(int32_t i) const { return card_.FieldAt(i); }
-  const std::string& Text(int32_t i) const { return card_.FieldAt(i).Text(); }
-  const std::string& Label(int32_t i) const { return card_.FieldAt(i).Label(); }
-
- private:
-  const CCard& card_;
-};
-
-class FieldsRead {
- public:
-  // layout: the empty card of the read card's custom fields; read: its
-  // fields with text, in table order.
-  FieldsRead(const CCard& layout, std::span<const CCardStoreMgr::ReadField> read) : layout_(layout), read_(read) {
-    slot_.assign(static_cast<size_t>(layout.NumFields()) + 1, -1);
-    for (size_t k = 0; k < read.size(); ++k) slot_[static_cast<size_t>(read[k].position)] = static_cast<int32_t>(k);
-  }
-  int32_t Count() const { return layout_.NumFields(); }
-  const std::string& Key(int32_t i) const { return layout_.GetFields().GetIndexedKey(i); }
-  const CCardField& Field(int32_t i) const { return layout_.FieldAt(i); }
-  std::string_view Text(int32_t i) const {
-    const int32_t k = slot_[static_cast<size_t>(i)];
-    return k < 0 ? std::string_view() : read_[static_cast<size_t>(k)].text;
-  }
-  std::string_view Label(int32_t i) const {
-    const int32_t k = slot_[static_cast<size_t>(i)];
-    return k < 0 ? std::string_view() : read_[static_cast<size_t>(k)].label;
-  }
-
- private:
-  const CCard& layout_;
-  std::span<const CCardStoreMgr::ReadField> read_;
-  std::vector<int32_t> slot_;  // position -> index in read_, -1 for a field without text
-};
 
 // The store's bookkeeping fields (dates and status), told by catalogue
 // position: a catalogue name is always kept as its position.
@@ -68,6 +30,86 @@ inline bool IsBookkeepingField(const CCardField& field) {
   return index == kCreation || index == kModified || index == kStatus;
 }
 
+// The date fields, which the field test leaves out.
+inline bool IsDateField(std::string_view key) { return key == "Modified Date" || key == "Creation Date"; }
+
+// Each view answers, for a field by position (1..Count()): its text and
+// label; whether it is a date field (by its key) or a bookkeeping one;
+// whether it carries the name it is filed under; and what a text of its
+// adds to CCard::TextLength.
+class FieldsOfCard {
+ public:
+  explicit FieldsOfCard(const CCard& card) : card_(card) {}
+  int32_t Count() const { return card_.NumFields(); }
+  const std::string& Text(int32_t i) const { return card_.FieldAt(i).Text(); }
+  const std::string& Label(int32_t i) const { return card_.FieldAt(i).Label(); }
+  bool IsDate(int32_t i) const { return IsDateField(card_.GetFields().GetIndexedKey(i)); }
+  bool IsBookkeeping(int32_t i) const { return IsBookkeepingField(card_.FieldAt(i)); }
+  bool NamedAsKey(int32_t i) const {
+    const std::string& key = card_.GetFields().GetIndexedKey(i);
+    const std::string& name = card_.FieldAt(i).Name();
+    return &key == &name || key == name;
+  }
+  size_t TextLength(int32_t i, std::string_view text) const { return CCard::TextLengthOf(card_.FieldAt(i), text); }
+
+ private:
+  const CCard& card_;
+};
+
+class FieldsRead {
+ public:
+  // layout: the empty card of the read card's custom fields; read: its
+  // fields with text, in table order. What the layout answers is worked out
+  // once per layout and thread.
+  FieldsRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> read)
+      : layout_(LayoutOf(layout)), read_(read) {
+    thread_local std::vector<int32_t> slots;
+    slots.assign(layout_.flags.size(), -1);
+    for (size_t k = 0; k < read.size(); ++k) slots[static_cast<size_t>(read[k].position)] = static_cast<int32_t>(k);
+    slot_ = slots.data();
+  }
+  int32_t Count() const { return static_cast<int32_t>(layout_.flags.size()) - 1; }
+  std::string_view Text(int32_t i) const {
+    const int32_t k = slot_[i];
+    return k < 0 ? std::string_view() : read_[static_cast<size_t>(k)].text;
+  }
+  std::string_view Label(int32_t i) const {
+    const int32_t k = slot_[i];
+    return k < 0 ? std::string_view() : read_[static_cast<size_t>(k)].label;
+  }
+  bool IsDate(int32_t i) const { return Flags(i) & kDate; }
+  bool IsBookkeeping(int32_t i) const { return Flags(i) & kBookkeeping; }
+  bool NamedAsKey(int32_t i) const { return Flags(i) & kNamedAsKey; }
+  size_t TextLength(int32_t i, std::string_view text) const {
+    return CCard::TextLengthOf(layout_.layout->FieldAt(i), text);
+  }
+
+ private:
+  enum : uint8_t { kDate = 1, kBookkeeping = 2, kNamedAsKey = 4 };
+  struct Layout {
+    std::shared_ptr<const CCard> layout;
+    std::vector<uint8_t> flags;  // by position; [0] unused
+  };
+  static const Layout& LayoutOf(const std::shared_ptr<const CCard>& layout) {
+    thread_local Layout known;
+    if (known.layout != layout) {
+      const FieldsOfCard fields(*layout);
+      known.flags.assign(static_cast<size_t>(fields.Count()) + 1, 0);
+      for (int32_t i = 1; i <= fields.Count(); ++i) {
+        known.flags[static_cast<size_t>(i)] = static_cast<uint8_t>(
+            (fields.IsDate(i) ? kDate : 0) | (fields.IsBookkeeping(i) ? kBookkeeping : 0) | (fields.NamedAsKey(i) ? kNamedAsKey : 0));
+      }
+      known.layout = layout;
+    }
+    return known;
+  }
+  uint8_t Flags(int32_t i) const { return layout_.flags[static_cast<size_t>(i)]; }
+
+  const Layout& layout_;
+  std::span<const CCardStoreMgr::ReadField> read_;
+  const int32_t* slot_;
+};
+
 // Appends CDupeSet::DataSignature of the card with that ID and fields.
 template <class Fields>
 void AppendSignature(int32_t cardId, const Fields& fields, std::string& sig) {
@@ -78,7 +120,7 @@ void AppendSignature(int32_t cardId, const Fields& fields, std::string& sig) {
   const int32_t n = fields.Count();
   size_t size = sig.size();
   for (int32_t i = 1; i <= n; ++i) {
-    if (IsBookkeepingField(fields.Field(i))) continue;
+    if (fields.IsBookkeeping(i)) continue;
     const size_t text = fields.Text(i).size();
     size += (text == 0 ? 0 : fields.Label(i).size()) + 1 + text + 2;
   }
@@ -89,7 +131,7 @@ void AppendSignature(int32_t cardId, const Fields& fields, std::string& sig) {
     if (!piece.empty()) out = std::copy(piece.begin(), piece.end(), out);
   };
   for (int32_t i = 1; i <= n; ++i) {
-    if (IsBookkeepingField(fields.Field(i))) continue;
+    if (fields.IsBookkeeping(i)) continue;
     const auto text = fields.Text(i);
     if (!text.empty()) put(fields.Label(i));
     *out++ = '\t';

@@ -18,7 +18,6 @@ namespace ombrel::dupes_internal {
 
 namespace {
 
-bool IsDateField(std::string_view name) { return name == "Modified Date" || name == "Creation Date"; }
 
 // The field texts a card keeps for the field test: for each field but the
 // dates, in order, the text's and the label's lengths and then both texts.
@@ -85,17 +84,14 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
   thread_local std::vector<int32_t> kept;
   kept.clear();
   for (int32_t i = 1; i <= count; ++i) {
-    const CCardField& field = fields.Field(i);
-    const std::string& key = fields.Key(i);
-    const std::string& name = field.Name();
-    if (namedAsKeys && &key != &name && key != name) namedAsKeys = false;
+    if (namedAsKeys && !fields.NamedAsKey(i)) namedAsKeys = false;
     const std::string_view text = fields.Text(i);
     const size_t label = fields.Label(i).size();
     if (!text.empty()) {  // an empty field adds nothing to the text
       ++filled;
-      textLength += CCard::TextLengthOf(field, text);
+      textLength += fields.TextLength(i, text);
     }
-    if (IsDateField(key)) continue;
+    if (fields.IsDate(i)) continue;
     if (text.size() > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
     size += LengthSize(text.size()) + LengthSize(label) + text.size() + label;
     kept.push_back(i);
@@ -147,13 +143,14 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
   Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, facts);
 }
 
-void ObserveRead(const CCard& layout, std::span<const CCardStoreMgr::ReadField> fields, int32_t id,
-                 const std::string& lastName, CardFacts& facts) {
+void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
+                 int32_t id, const std::string& lastName, CardFacts& facts) {
   const FieldsRead read(layout, fields);
   // A layout's catalogue fields come first, in catalogue order.
   constexpr int32_t kEmail = StandardFieldIndex("Email") + 1;
   constexpr int32_t kName = StandardFieldIndex("Name") + 1;
-  Trap(read.Count() < kEmail || read.Key(kEmail) != "Email" || read.Key(kName) != "Name",
+  Trap(read.Count() < kEmail || layout->GetFields().GetIndexedKey(kEmail) != "Email" ||
+           layout->GetFields().GetIndexedKey(kName) != "Name",
        "A card layout without the catalogue fields first");
   Observe(read, id, true, lastName, read.Text(kEmail), facts);
   facts.nameEmpty = read.Text(kName).empty() ? 1 : 0;

@@ -67,8 +67,8 @@ struct CardFacts {
 void ObserveCard(const CCard& card, CardFacts& facts);
 // The same facts of a card not built yet, from what the card store manager
 // read of it (ReadCard): layout is the empty card of its custom fields.
-void ObserveRead(const CCard& layout, std::span<const CCardStoreMgr::ReadField> fields, int32_t id,
-                 const std::string& lastName, CardFacts& facts);
+void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
+                 int32_t id, const std::string& lastName, CardFacts& facts);
 
 // The numbers of the cards' last names and tags (tags[k] is card k's), and
 // of their e-mail texts. The two set different members, so two threads may

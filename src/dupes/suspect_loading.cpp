@@ -81,7 +81,7 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
         if (layout) {
           thread_local std::vector<CCardStoreMgr::ReadField> read;
           card = mgr.ReadCard(id, customFields, values, &read);
-          dupes_internal::ObserveRead(*layout, read, id, card->GetLastName(), (*facts)[k]);
+          dupes_internal::ObserveRead(layout, read, id, card->GetLastName(), (*facts)[k]);
         } else {
           card = mgr.BuildCard(id, customFields, values);
           if (facts) dupes_internal::ObserveCard(*card, (*facts)[k]);
