@@ -214,6 +214,38 @@ TEST_P(DupeSearchTest, TheTagLeftAsACommaAtTheEndIsADifferentTag) {
   EXPECT_EQ(inOnePass, "1 1: 2\n2 1: 2 3\n");
 }
 
+// The search over a store it reads in one pass leaves the sets' cards to be
+// built when their fields are first asked for, unless told not to; the sets
+// are the same either way, and the same as each type's on a fresh list.
+TEST_P(DupeSearchTest, CardsReadInOnePassAreBuiltOnlyWhenAskedForUnlessToldOtherwise) {
+  Use(GroupingStore());
+  const std::string each = FindAllTypes();
+  for (bool defer : {true, false}) {
+    CDupeSearch search;
+    search.SetDeferCards(defer);
+    std::vector<std::shared_ptr<CList>> found;
+    search.FindDupesInStore({EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE},
+                            [&](int32_t, std::shared_ptr<CList> sets) { found.push_back(std::move(sets)); });
+    int32_t cards = 0, pending = 0;  // counted before anything looks into them
+    for (const auto& list : found) {
+      for (int32_t i = 1; i <= list->GetNumItems(); ++i) {
+        auto set = list->GetItemAs<CDupeSet>(i);
+        for (int32_t c = 0; c <= set->GetDupes().GetNumItems(); ++c) {
+          ++cards;
+          pending += (c == 0 ? set->GetPrimaryCard() : set->GetDupes().GetItemAs<CCard>(c))->IsPending() ? 1 : 0;
+        }
+      }
+    }
+    std::string sets;
+    for (const auto& list : found) sets += Sets(*list);
+    EXPECT_EQ(sets, each) << defer;
+    // Cards the walks looked into (the nameless ones, whose whole text is
+    // compared) are built already.
+    const bool scanned = GetParam() != Kind::kFake;
+    EXPECT_EQ(pending > 0, defer && scanned) << defer << " " << pending << " of " << cards;
+  }
+}
+
 // Field texts and labels decide exact and compatible dupes however long the
 // texts are (the notes here take 300 and 70,000 bytes).
 TEST_P(DupeSearchTest, LongFieldTextsAndLabelsAreComparedInFull) {
