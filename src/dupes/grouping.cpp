@@ -18,7 +18,6 @@ namespace ombrel::dupes_internal {
 
 namespace {
 
-
 // The field texts a card keeps for the field test: for each field but the
 // dates, in order, the text's and the label's lengths and then both texts.
 // A length takes one byte, or three from 255 up (255 then two bytes); longer
@@ -65,10 +64,6 @@ class SkipTable {
  private:
   std::vector<int32_t> next_;
 };
-
-}  // namespace
-
-namespace {
 
 // The facts of a card with those fields, ID (0 for none), last name and
 // "Email" text.
