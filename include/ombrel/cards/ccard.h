@@ -59,7 +59,8 @@ class CCard final : public CObject {
    public:
     virtual ~Source() = default;
     // The card in full, with the deferred card's ID and last name; called
-    // once, under a lock that other fills share.
+    // once, under a lock that other fills share (so it must not ask another
+    // deferred card for its fields).
     virtual std::shared_ptr<CCard> Build() const = 0;
   };
   // A card with that ID (stored ID too) and last name whose fields are
