@@ -1,6 +1,7 @@
 #include "ombrel/cardstore/ccardstoremgr.h"
 
 #include <array>
+#include <span>
 #include <atomic>
 #include <string_view>
 #include <vector>
@@ -208,6 +209,22 @@ ReadState& ReadAll(const std::vector<std::string>& names, int32_t fieldCount, co
   }
   state.lastName.assign(CString::TrimmedView(ReadValue(read, names, names.size() - 1, scratch)));
   return state;
+}
+
+// A card of that empty card's fields and that ID, with the fields read at
+// positions made its own in one allocation, each then set by set(card, k)
+// for the k-th position, and last its last name: how every read card is put
+// together. The card is the caller's alone until it is returned.
+template <class Set>
+std::shared_ptr<CCard> AssembleCard(const CCard& emptyCard, int32_t cardId, std::span<const int32_t> positions,
+                                    const Set& set, const std::string& lastName) {
+  auto card = std::make_shared<CCard>(emptyCard);
+  card->SetCardId(cardId);
+  card->SetStoredCardId(cardId);
+  card->OwnFieldsAt(positions);
+  for (size_t k = 0; k < positions.size(); ++k) set(*card, k);
+  card->SetLastName(lastName);
+  return card;
 }
 
 // A scan's values through the names of a plan, prepared once per thread.
@@ -467,20 +484,14 @@ class CCardStoreMgr::ReadValues final : public CCard::Source {
   const std::string& LastName() const { return lastName_; }
 
   std::shared_ptr<CCard> Build() const override {
-    auto card = std::make_shared<CCard>(*plan_->emptyCard);
-    card->SetCardId(cardId_);
-    card->SetStoredCardId(cardId_);
     std::vector<int32_t> positions;
     positions.reserve(fields_.size());
     for (const Field& f : fields_) positions.push_back(f.position);
-    card->OwnFieldsAt(positions);
-    for (size_t k = 0; k < fields_.size(); ++k) {
+    return AssembleCard(*plan_->emptyCard, cardId_, positions, [&](CCard& card, size_t k) {
       const Field& f = fields_[k];
-      card->SetDataInPlace(f.position, std::string(Text(k)), std::string(Label(k)), &f.rect, f.ocrLevel, f.catLevel,
-                           f.ocrSuspect, f.catSuspect);
-    }
-    card->SetLastName(lastName_);
-    return card;
+      card.SetDataInPlace(f.position, std::string(Text(k)), std::string(Label(k)), &f.rect, f.ocrLevel, f.catLevel,
+                          f.ocrSuspect, f.catSuspect);
+    }, lastName_);
   }
 
  private:
@@ -532,23 +543,16 @@ std::shared_ptr<const CCard> CCardStoreMgr::Layout(const std::string& customFiel
 template <class Read>
 std::shared_ptr<CCard> CCardStoreMgr::Build(int32_t cardId, const CustomFieldPlan& plan, const Read& read) {
   RaisePlanErrors(plan);
-  auto card = std::make_shared<CCard>(*plan.emptyCard);
-  card->SetCardId(cardId);
-  card->SetStoredCardId(cardId);
-
   // Every field is read and checked first, in order, so that the fields with
   // text can then become the card's own in one allocation; a field's text
-  // moves into the card. The card is ours alone until it is returned.
-  ReadState& state = ReadAll(plan.valueNames, card->NumFields(), read);
-  card->OwnFieldsAt(state.positions);
-  for (size_t k = 0; k < state.positions.size(); ++k) {
+  // moves into the card.
+  ReadState& state = ReadAll(plan.valueNames, plan.emptyCard->NumFields(), read);
+  return AssembleCard(*plan.emptyCard, cardId, state.positions, [&](CCard& card, size_t k) {
     Filled& field = state.filled[k];
     FieldData& data = field.data;
-    card->SetDataInPlace(field.position, std::move(data.text), field.label, &field.rect, ClampLevel(data.ocrLevel),
-                         ClampLevel(data.catLevel), data.ocrSuspect, data.catSuspect);
-  }
-  card->SetLastName(state.lastName);
-  return card;
+    card.SetDataInPlace(field.position, std::move(data.text), field.label, &field.rect, ClampLevel(data.ocrLevel),
+                        ClampLevel(data.catLevel), data.ocrSuspect, data.catSuspect);
+  }, state.lastName);
 }
 
 }  // namespace ombrel

@@ -93,9 +93,7 @@ void CSqliteCardStore::Impl::Refresh(bool force) {
     return;
   }
   lastCheck_ = now;
-  StatementUse use(st_->dataVersion);
-  use->Step();
-  int64_t version = use->Int(0);
+  const int64_t version = CurrentDataVersion();
   if (version != dataVersion_) {
     if (dataVersion_ >= 0) InvalidateAll();
     dataVersion_ = version;
@@ -119,9 +117,16 @@ void CSqliteCardStore::Impl::EnsureIdsLoaded() {
   // Read in ID order; IDs usually grow with the insertion order, so this
   // rarely has anything to sort.
   if (!std::is_sorted(rows.begin(), rows.end())) std::sort(rows.begin(), rows.end());
-  order_.reserve(rows.size());
-  for (const auto& row : rows) order_.push_back(row.second);
+  std::vector<int32_t> order;
+  order.reserve(rows.size());
+  for (const auto& row : rows) order.push_back(row.second);
+  SetOrder(std::move(order));
+}
+
+void CSqliteCardStore::Impl::SetOrder(std::vector<int32_t>&& order) {
+  order_ = std::move(order);
   ids_.Assign(order_);
+  orderHoles_ = 0;
   orderValid_ = true;
 }
 
@@ -146,10 +151,7 @@ void CSqliteCardStore::Impl::AdoptScannedIds(const ScanStart& start, std::vector
   if (!start.collect || orderValid_ || inBracket_ || writes_ != start.writes) return;
   // No other connection committed meanwhile: every part read this state.
   if (CurrentDataVersion() != start.dataVersion || dataVersion_ != start.dataVersion) return;
-  order_ = std::move(ids);
-  ids_.Assign(order_);
-  orderHoles_ = 0;
-  orderValid_ = true;
+  SetOrder(std::move(ids));
 }
 
 void CSqliteCardStore::Impl::EnsureOrderLoaded() {
@@ -552,9 +554,7 @@ void CSqliteCardStore::Impl::BeginImmediate() {
   }
   // The lock brings the newest snapshot: drop what other connections changed.
   try {
-    StatementUse use(st_->dataVersion);
-    use->Step();
-    int64_t version = use->Int(0);
+    const int64_t version = CurrentDataVersion();
     if (version != dataVersion_) {
       InvalidateAll();
       dataVersion_ = version;

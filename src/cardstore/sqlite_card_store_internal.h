@@ -247,6 +247,8 @@ class CSqliteCardStore::Impl {
   void EnsureOrderLoaded();
   // The card order and the ID set, possibly with deleted IDs still in order_.
   void EnsureIdsLoaded();
+  // order (every card ID, in card order) becomes the cached order and ID set.
+  void SetOrder(std::vector<int32_t>&& order);
   void EnsureImagesLoaded();
   // PRAGMA data_version now.
   int64_t CurrentDataVersion();

@@ -83,13 +83,23 @@ class FieldsRead {
   size_t TextLength(int32_t i, std::string_view text) const {
     return CCard::TextLengthOf(layout_.layout->FieldAt(i), text);
   }
+  // The positions of the fields filed under "Email" and "Name", which the
+  // facts look up (0 for none), found once per layout.
+  int32_t EmailPosition() const { return layout_.email; }
+  int32_t NamePosition() const { return layout_.name; }
 
  private:
   enum : uint8_t { kDate = 1, kBookkeeping = 2, kNamedAsKey = 4 };
   struct Layout {
     std::shared_ptr<const CCard> layout;
     std::vector<uint8_t> flags;  // by position; [0] unused
+    int32_t email = 0, name = 0;
   };
+  static int32_t Find(const CCard& layout, std::string_view key) {
+    for (int32_t i = 1; i <= layout.NumFields(); ++i)
+      if (layout.GetFields().GetIndexedKey(i) == key) return i;
+    return 0;
+  }
   static const Layout& LayoutOf(const std::shared_ptr<const CCard>& layout) {
     thread_local Layout known;
     if (known.layout != layout) {
@@ -99,6 +109,8 @@ class FieldsRead {
         known.flags[static_cast<size_t>(i)] = static_cast<uint8_t>(
             (fields.IsDate(i) ? kDate : 0) | (fields.IsBookkeeping(i) ? kBookkeeping : 0) | (fields.NamedAsKey(i) ? kNamedAsKey : 0));
       }
+      known.email = Find(*layout, "Email");
+      known.name = Find(*layout, "Name");
       known.layout = layout;
     }
     return known;

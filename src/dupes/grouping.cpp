@@ -141,14 +141,10 @@ void ObserveCard(const CCard& card, CardFacts& facts) {
 void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
                  int32_t id, const std::string& lastName, CardFacts& facts) {
   const FieldsRead read(layout, fields);
-  // A layout's catalogue fields come first, in catalogue order.
-  constexpr int32_t kEmail = StandardFieldIndex("Email") + 1;
-  constexpr int32_t kName = StandardFieldIndex("Name") + 1;
-  Trap(read.Count() < kEmail || layout->GetFields().GetIndexedKey(kEmail) != "Email" ||
-           layout->GetFields().GetIndexedKey(kName) != "Name",
-       "A card layout without the catalogue fields first");
-  Observe(read, id, true, lastName, read.Text(kEmail), facts);
-  facts.nameEmpty = read.Text(kName).empty() ? 1 : 0;
+  const int32_t email = read.EmailPosition(), name = read.NamePosition();
+  Trap(email == 0 || name == 0, "A card layout without the catalogue fields");
+  Observe(read, id, true, lastName, read.Text(email), facts);
+  facts.nameEmpty = read.Text(name).empty() ? 1 : 0;
 }
 
 namespace {
