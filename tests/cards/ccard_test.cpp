@@ -376,12 +376,6 @@ TEST_F(CCardConfidenceTest, LevelIsCachedAgainstTheCardDump) {
   EXPECT_EQ(card->GetConfLevel(), 5);
 }
 
-}  // namespace
-}  // namespace ombrel
-
-namespace ombrel {
-namespace {
-
 // Builds "Ann Lee" cards, counting the builds; fails while failures remain.
 struct CountingSource : CCard::Source {
   mutable std::atomic<int> builds{0};

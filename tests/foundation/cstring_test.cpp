@@ -44,7 +44,6 @@ TEST(CStringTest, TransformsInPlace) {
       {"Dr. Dr. Smith", [](CString& s) -> CString& { return s.ReplaceFront("Dr. ", "Prof. "); }, "Prof. Dr. Smith"},
       {"Smith Jr. Jr.", [](CString& s) -> CString& { return s.ReplaceEnd(" Jr.", ""); }, "Smith Jr."},
       {"Müller 日本", kReverse, "本日 rellüM"},
-      {"MÜLLER", kLower, "müller"},
       {"McDONALD ÉCOLE ΣΟΦΙΑ ИВАН", kLower, "mcdonald école σοφια иван"},
       {"müller école ñ иван 42", kUpper, "MÜLLER ÉCOLE Ñ ИВАН 42"},
        }) {
