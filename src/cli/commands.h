@@ -19,6 +19,9 @@ void AddSampleCommand(CLI::App& app);  // cmd_sample.cpp
 void AddFindCommand(CLI::App& app);   // cmd_find.cpp
 void AddApplyCommand(CLI::App& app);  // cmd_apply.cpp
 
+// The windows.
+void AddWizardCommand(CLI::App& app);  // cmd_wizard.cpp
+
 // A new command: declare its Add*Command here, define it in its own
 // cmd_*.cpp, and call it from main.cpp.
 

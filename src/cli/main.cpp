@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   ombrel::cli::AddSampleCommand(app);
   ombrel::cli::AddFindCommand(app);
   ombrel::cli::AddApplyCommand(app);
+  ombrel::cli::AddWizardCommand(app);
   // New commands register here, in the order --help should list them.
 
   try {

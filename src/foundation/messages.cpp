@@ -29,6 +29,11 @@ int ConsolePrompt::MessageBox(const std::string& text, int style, const std::str
   return msgbox::kAnswerOk;
 }
 
+int IPrompt::AskDeleteDupes(const std::string& text, bool& dontAskAgain) {
+  (void)dontAskAgain;
+  return MessageBox(text, msgbox::kYesNoCancel | msgbox::kQuestion, AppName());
+}
+
 void SetPrompt(std::shared_ptr<IPrompt> prompt) { InstalledPrompt() = std::move(prompt); }
 
 IPrompt& GetPrompt() {

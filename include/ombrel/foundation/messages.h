@@ -36,6 +36,10 @@ class IPrompt {
   virtual ~IPrompt() = default;
   // Shows text with the given style (buttons + icon), titled title; answers the button pressed.
   virtual int MessageBox(const std::string& text, int style, const std::string& title) = 0;
+  // The review's question before it deletes the duplicates left in a set:
+  // Yes, No or Cancel, with a "don't ask again" box whose state comes back in
+  // dontAskAgain. A plain prompt asks it as a Yes/No/Cancel message box.
+  virtual int AskDeleteDupes(const std::string& text, bool& dontAskAgain);
 };
 
 // Writes messages to standard error and answers every question with its
@@ -48,6 +52,12 @@ class ConsolePrompt final : public IPrompt {
 // Installs the prompt every message goes through (null restores the console prompt).
 void SetPrompt(std::shared_ptr<IPrompt> prompt);
 IPrompt& GetPrompt();
+
+// Style bits of the default button: the second or third instead of the first.
+namespace msgbox {
+inline constexpr int kDefaultButton2 = 256;
+inline constexpr int kDefaultButton3 = 512;
+}  // namespace msgbox
 
 // Loads localized strings from a UTF-8 text file, one per line:
 // "<number><TAB><text>"; blank lines and lines starting with # are ignored.

@@ -1,0 +1,42 @@
+// Start-up of the component: which folder holds the interface texts and the
+// help, in which language, and loading the texts.
+//
+// The folder comes from the host product's application-information library
+// when one can be loaded (libappinfo.so: AppInfoInit, AppInfoGetAppDir,
+// AppInfoGetLangDir, AppInfoGetLang, AppInfoTerm, each answering 0 on
+// success and filling a caller's 256-byte buffer). Without it, the folder is
+// the component's own folder + "/Locale/en" and the language "en". A language
+// asked for explicitly (ombrel wizard --lang de) takes the folder
+// Locale/<language> beside the others and that language.
+#pragma once
+
+#include <string>
+
+namespace ombrel::ui {
+
+inline constexpr const char* kAppInfoLibrary = "libappinfo.so";
+inline constexpr const char* kHelpFolderName = "OmbrelHelp";
+
+// Two-letter interface language; empty until start-up.
+std::string& Language();
+
+// A language to use instead of the host's or the default; empty for none.
+void SetRequestedLanguage(const std::string& language);
+
+// The folder the component's own files are found in: beside the library
+// that holds this code when Locale/ is there (the build tree, or a private
+// install), else the share/ombrel folder of its installation prefix.
+std::string ComponentDir();
+
+// The locale folder; sets Language().
+std::string GetLocaleDir();
+
+// Loads dir/OmbrelDll.dat into the shared resource reader and points the
+// help at dir/OmbrelHelp; raises "Unable to load resource file. Please
+// reinstall the application." when the file cannot be loaded.
+void InitResources();
+
+// The help folder InitResources pointed at; empty before.
+const std::string& HelpDir();
+
+}  // namespace ombrel::ui

@@ -1,0 +1,112 @@
+#include "wizard/frm_dupe_finder.h"
+
+#include <QCloseEvent>
+#include <QEventLoop>
+#include <QHBoxLayout>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include "ombrel/foundation/messages.h"
+#include "ui/artwork.h"
+#include "ui/forms.h"
+#include "ui/handlers.h"
+#include "ui/help.h"
+
+namespace ombrel::ui {
+
+namespace {
+// How often the window looks at the search: well within the 0.2 s in
+// which Cancel must be answered.
+constexpr int kPollMilliseconds = 50;
+}  // namespace
+
+frmDupeFinder::frmDupeFinder(QWidget* owner) : QDialog(owner) {
+  setObjectName("frmDupeFinder");
+  RegisterForm(this);
+  setWindowTitle(QString::fromStdString(AppName()));
+  setWindowIcon(AppIcon());
+  InstallHelpKey(this, help_context::kSearch);
+
+  lblAction = new QLabel(this);
+  lblAction->setObjectName("lblAction");
+  QFont bold = lblAction->font();
+  bold.setBold(true);
+  lblAction->setFont(bold);
+  lblText = new QLabel(this);
+  lblText->setObjectName("lblText");
+  ProgressBar1 = new QProgressBar(this);
+  ProgressBar1->setObjectName("ProgressBar1");
+  ProgressBar1->setRange(0, 1000);
+  ProgressBar1->setTextVisible(false);
+  ProgressBar1->setAccessibleName("Progress");
+  cmdCancel = new QPushButton(QString::fromStdString(GetResString(search_text::kCancelCaption)), this);
+  cmdCancel->setObjectName("cmdCancel");
+  cmdCancel->setAccessibleName(cmdCancel->text().remove('&'));
+
+  auto* layout = new QVBoxLayout(this);
+  layout->addWidget(lblAction);
+  layout->addWidget(lblText);
+  layout->addWidget(ProgressBar1);
+  auto* row = new QHBoxLayout;
+  row->addStretch(1);
+  row->addWidget(cmdCancel);
+  layout->addLayout(row);
+  setMinimumWidth(TwipsToPixels(5400));
+
+  connect(cmdCancel, &QPushButton::clicked, this, [this] { Guarded([this] { StopSearch(); }); });
+}
+
+void frmDupeFinder::ShowProgress(const CSearchJob::Progress& progress, int64_t elapsedSeconds) {
+  lblAction->setText(QString::fromStdString(GetResString(progress.actionId)));
+  lblText->setText(QString::fromStdString(GetResString(
+      progress.resourceId, {"%1", std::to_string(progress.done), "%2", std::to_string(progress.total)})));
+  lblAction->setAccessibleName(lblAction->text());
+  lblText->setAccessibleName(lblText->text());
+  ProgressBar1->setValue(progress.total > 0
+                             ? static_cast<int>(1000.0 * std::min(progress.done, progress.total) / progress.total)
+                             : 0);
+  if (!stopped_ && !shown_ && ShouldShowProgress(elapsedSeconds, progress.done, progress.total)) {
+    shown_ = true;
+    if (QWidget* busy = parentWidget()) busy->window()->unsetCursor();
+    adjustSize();
+    if (HostWindow() != 0) SetOwnerWindow(this, HostWindow());
+    CenterOverWindow(this, parentWidget() ? NativeWindowId(parentWidget()->window()) : HostWindow());
+    show();
+  }
+}
+
+void frmDupeFinder::RunToEnd(CSearchJob& job) {
+  job_ = &job;
+  QEventLoop loop;
+  QTimer poll;
+  auto look = [&] {
+    if (job.Finished()) {
+      loop.quit();
+      return;
+    }
+    ShowProgress(job.LastProgress(), job.ElapsedSeconds());
+  };
+  connect(&poll, &QTimer::timeout, &loop, look);
+  poll.start(kPollMilliseconds);
+  if (!job.Finished()) loop.exec();
+  job.Wait();
+  job_ = nullptr;
+  hide();
+}
+
+void frmDupeFinder::StopSearch() {
+  stopped_ = true;
+  if (job_) job_->Stop();
+  hide();
+}
+
+void frmDupeFinder::closeEvent(QCloseEvent* event) {
+  event->ignore();
+  Guarded([this] { StopSearch(); });
+}
+
+void frmDupeFinder::reject() {
+  Guarded([this] { StopSearch(); });
+}
+
+}  // namespace ombrel::ui
