@@ -20,7 +20,8 @@ void AddFindCommand(CLI::App& app);   // cmd_find.cpp
 void AddApplyCommand(CLI::App& app);  // cmd_apply.cpp
 
 // The windows.
-void AddWizardCommand(CLI::App& app);  // cmd_wizard.cpp
+void AddWizardCommand(CLI::App& app);     // cmd_wizard.cpp
+void AddMergeCardCommand(CLI::App& app);  // cmd_merge_card.cpp
 
 // A new command: declare its Add*Command here, define it in its own
 // cmd_*.cpp, and call it from main.cpp.

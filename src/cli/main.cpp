@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
   ombrel::cli::AddFindCommand(app);
   ombrel::cli::AddApplyCommand(app);
   ombrel::cli::AddWizardCommand(app);
+  ombrel::cli::AddMergeCardCommand(app);
   // New commands register here, in the order --help should list them.
 
   try {

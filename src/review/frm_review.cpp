@@ -9,6 +9,7 @@
 #include <QKeyEvent>
 #include <QScreen>
 #include <QScrollBar>
+#include <QShortcut>
 #include <QThread>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -151,7 +152,7 @@ bool& frmReview::ReviewCancelled() {
   return cancelled;
 }
 
-frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this) {
+frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this), helpContext_(help_context::kReview) {
   setObjectName("frmReview");
   RegisterForm(this);
   ReviewCancelled() = false;
@@ -380,7 +381,8 @@ frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this) {
   txtEdit->installEventFilter(this);
   cmbVerified->installEventFilter(this);
   qApp->installEventFilter(this);
-  InstallHelpKey(this, help_context::kReview);
+  auto* helpKey = new QShortcut(QKeySequence::HelpContents, this);
+  connect(helpKey, &QShortcut::activated, this, [this] { Guarded([this] { ShowHelp(helpContext_); }); });
   SetZoomWindows(false);
   UpdateNavigationButtons();
 }
@@ -635,7 +637,7 @@ void frmReview::OnHelp() {
     SetControlKey(false);
     return;
   }
-  ShowHelp(help_context::kReview);
+  ShowHelp(helpContext_);
 }
 
 int32_t frmReview::SelectedDupe() const {
@@ -707,8 +709,11 @@ void frmReview::CopyCurrentDupeValue() {
 
 void frmReview::PlaceEditor(QWidget* editor, int row) {
   const QRect cell = PrimaryGrid->visualRect(primaryModel_->index(row, 1));
-  const int height = editor == txtEdit ? std::max(cell.height(), fontMetrics().lineSpacing() * 3 + 10) : cell.height();
-  editor->setGeometry(cell.x(), cell.y(), cell.width(), std::max(height, editor->sizeHint().height()));
+  // The text's lines and one more to type into, within reason.
+  const int lines = editor == txtEdit ? std::min(static_cast<int>(txtEdit->toPlainText().count(QChar(10))) + 2, kMaxLinesShown + 2) : 1;
+  const int height = std::max(cell.height(), fontMetrics().lineSpacing() * lines + 10);
+  editor->setGeometry(cell.x(), cell.y(), cell.width(),
+                      editor == txtEdit ? height : std::max(height, editor->sizeHint().height()));
   editor->show();
   editor->raise();
   editor->setFocus();

@@ -75,6 +75,8 @@ class frmReview final : public QDialog, private IReviewDisplay {
   void SetMergeTexts(const std::string& primaryHeader, const std::string& hint);
   // The caption after the product's name.
   void SetCaption(const std::string& caption);
+  // The help topic of F1 and the Help button.
+  void SetHelpContext(int contextId) { helpContext_ = contextId; }
   void UpdateNavigationButtons() override;
 
   const CReviewSession& Session() const { return session_; }
@@ -170,6 +172,7 @@ class frmReview final : public QDialog, private IReviewDisplay {
   bool committing_ = false;
   // The delete-dupes question's "don't ask again": the answer given then.
   int rememberedLeaveAnswer_ = 0;
+  int helpContext_;
   std::string title_;
 };
 

@@ -120,8 +120,9 @@ QVariant ReviewGridModel::headerData(int section, Qt::Orientation orientation, i
     if (section != 1) return QString();
     return Q(primaryHeader_.empty() ? GetResString(kPrimaryHeader) : primaryHeader_);
   }
-  if (section >= 0 && static_cast<size_t>(section) < headers_.size() && !headers_[static_cast<size_t>(section)].empty())
-    return Q(headers_[static_cast<size_t>(section)]);
+  if (headersGiven_)
+    return section >= 0 && static_cast<size_t>(section) < headers_.size() ? Q(headers_[static_cast<size_t>(section)])
+                                                                          : QString();
   return Q(GetResString(kDupeHeader, {"%1", std::to_string(section + 1)}));
 }
 

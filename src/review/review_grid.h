@@ -41,8 +41,12 @@ class ReviewGridModel final : public QAbstractTableModel {
   void Refresh();
   // Redraws one row.
   void RefreshRow(int row);
-  // The dupe columns' headers; a column without one is numbered.
-  void SetHeaders(std::vector<std::string> headers) { headers_ = std::move(headers); }
+  // The dupe columns' headers: given ones (a column beyond them has none),
+  // or, until some are given, each column numbered.
+  void SetHeaders(std::vector<std::string> headers) {
+    headers_ = std::move(headers);
+    headersGiven_ = true;
+  }
   void SetPrimaryHeader(std::string header) { primaryHeader_ = std::move(header); }
   const std::vector<std::string>& Rows() const { return rows_; }
   // The row of a field, -1 when none.
@@ -66,6 +70,7 @@ class ReviewGridModel final : public QAbstractTableModel {
   std::vector<std::string> rows_;
   int columns_ = 0;
   std::vector<std::string> headers_;
+  bool headersGiven_ = false;
   std::string primaryHeader_;
 };
 

@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QTableView>
+#include <QTest>
 #include <QTimer>
 #include <atomic>
 #include <chrono>
@@ -13,6 +14,7 @@
 
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/wizard/cduplicateswizard.h"
+#include "review/frm_review.h"
 #include "support/windows_fixture.h"
 
 namespace ombrel {
@@ -103,6 +105,35 @@ TEST_F(FrmWizardTest, AutoActionAsksAndLaterStepsNeverOfferARemovedCard) {
   Click("cmdNext");
   EXPECT_EQ(Text("lblSubTitle").toStdString(), GetResString(134));
   EXPECT_FALSE(wizard_->ReferencesExist(*removed));
+}
+
+TEST_F(FrmWizardTest, TheReviewOpensAtTheChosenSetAndItsEmptiedSetsLeave) {
+  AddThreeKinds();
+  Open();
+  for (int i = 0; i < 3; ++i) Click("cmdNext");
+  auto* list = Find<QTableView>(wizard_, "lstDupes");
+  ASSERT_EQ(list->model()->rowCount(), 3);
+  const auto chosen = wizard_->Flow().CurrentDupes()->GetItemAs<CDupeSet>(2);
+  const auto dupe = chosen->GetDupes().GetItemAs<CCard>(1);
+  const int32_t dupeId = dupe->GetCardID();
+  std::string caption;
+  int32_t shownSet = 0;
+  QTimer::singleShot(0, [&] {
+    auto* review = qobject_cast<ui::frmReview*>(ui::FindForm("frmReview"));
+    ASSERT_NE(review, nullptr);
+    caption = review->windowTitle().toStdString();
+    shownSet = review->Session().CurrentSetIndex();
+    review->findChild<QPushButton*>("cmdDelete")->click();
+    review->findChild<QPushButton*>("cmdOK")->click();
+  });
+  list->selectRow(1);
+  list->setFocus();
+  QTest::keyClick(list, Qt::Key_Return);
+  EXPECT_EQ(shownSet, 2);
+  EXPECT_EQ(caption, GetResString(206) + "  -  " + GetResString(399));
+  EXPECT_FALSE(store_->HasCard(dupeId));
+  EXPECT_EQ(list->model()->rowCount(), 2);
+  EXPECT_FALSE(wizard_->ReferencesExist(*dupe));
 }
 
 // The search waits at its first call until the test lets it go.
