@@ -7,7 +7,7 @@
 namespace ombrel {
 
 namespace {
-constexpr int32_t kInvalidPictureErrorNumber = 481;
+constexpr int kInvalidPictureErrorNumber = 481;
 }  // namespace
 
 void CImage::Initialize(QWidget* pixBox) {

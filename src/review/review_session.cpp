@@ -29,7 +29,6 @@ constexpr Labelled kValueLabels[] = {
     {"OK", 401}, {"Out of date", 402}, {"Unreachable", 403}, {"", 404}, {"Yes", 405}, {"No", 406},
 };
 
-constexpr int32_t kYesLabel = 405;
 
 }  // namespace
 
