@@ -359,8 +359,19 @@ frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this), helpCont
   });
   connect(DupeGrid, &QTableView::clicked, this,
           [this](const QModelIndex& index) { Guarded([this, index] { OnDupeActivated(index, true); }); });
-  connect(PrimaryGrid->selectionModel(), &QItemSelectionModel::currentChanged, this,
-          [this] { Guarded([this] { UpdateZoomHighlights(); }); });
+  connect(PrimaryGrid->selectionModel(), &QItemSelectionModel::currentChanged, this, [this] {
+    Guarded([this] {
+      const bool hadFocus = PrimaryGrid->hasFocus() || txtPrimary->hasFocus();
+      if (!txtEdit->isVisible() && !cmbVerified->isVisible()) txtPrimary->Follow();
+      if (hadFocus && txtPrimary->isVisible()) txtPrimary->setFocus();
+      UpdateZoomHighlights();
+    });
+  });
+  // Level rows at the bottom too: the primary grid keeps a scroll bar's room
+  // below whenever the dupes have one.
+  connect(DupeGrid->horizontalScrollBar(), &QScrollBar::rangeChanged, this, [this](int, int max) {
+    PrimaryGrid->setHorizontalScrollBarPolicy(max > 0 ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
+  });
   connect(DupeGrid->selectionModel(), &QItemSelectionModel::currentChanged, this, [this] {
     Guarded([this] {
       const bool hadFocus = DupeGrid->hasFocus() || txtDupe->hasFocus();
@@ -378,6 +389,10 @@ frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this), helpCont
       PrimaryGrid->setFocus();
     });
   });
+  // Tab follows the screen: navigation, the dupe tools, the grids, the buttons below.
+  QWidget* order[] = {cmdPrevSet, cmdNextSet, cmdSend, cmdDelete, PrimaryGrid, DupeGrid,
+                      cmdUndo,    cmdRedo,    cmdMagnifier, cmdHelp, cmdOK, cmdCancel};
+  for (size_t i = 0; i + 1 < std::size(order); ++i) setTabOrder(order[i], order[i + 1]);
   txtEdit->installEventFilter(this);
   cmbVerified->installEventFilter(this);
   qApp->installEventFilter(this);

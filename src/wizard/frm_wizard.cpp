@@ -183,6 +183,10 @@ frmWizard::frmWizard(QWidget* parent) : QDialog(parent) {
   setMinimumSize(TwipsToPixels(9600), TwipsToPixels(6900));
   resize(TwipsToPixels(10800), TwipsToPixels(7800));
 
+  // Tab follows the screen: the actions, the list, then the buttons below.
+  QWidget* order[] = {cmdAutoAction, cmdReview, lstDupes, cmdBack, cmdNext, cmdClose};
+  for (size_t i = 0; i + 1 < std::size(order); ++i) setTabOrder(order[i], order[i + 1]);
+
   connect(cmdNext, &QPushButton::clicked, this, [this] { Handle([this] { OnNext(); }); });
   connect(cmdBack, &QPushButton::clicked, this, [this] { Handle([this] { OnBack(); }); });
   connect(cmdClose, &QPushButton::clicked, this, [this] { Handle([this] { OnClose(); }); });
