@@ -10,6 +10,7 @@
 // pictures at 200 %. The pictures are named <window>-<lang>.png.
 #include <QApplication>
 #include <QComboBox>
+#include <QDir>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -90,6 +91,7 @@ int main(int argc, char** argv) {
     std::cerr << "usage: screenshot_tour --db DB --out DIR [--lang xx] [--set N]\n";
     return 2;
   }
+  QDir().mkpath(QString::fromStdString(g_out));
   ui::SetRequestedLanguage(g_lang);
   // The tour answers the messages itself: none should appear.
   struct Silent final : IPrompt {
