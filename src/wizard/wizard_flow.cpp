@@ -43,9 +43,14 @@ std::shared_ptr<CList> CWizardFlow::ListOfType(int32_t dupeType) const {
 std::shared_ptr<CList> CWizardFlow::ListOfStep(int32_t step) const { return ListOfType(TypeOfStep(step)); }
 
 std::vector<int32_t> CWizardFlow::TypesToSearch(int32_t step) const {
+  // A search reads every card whatever it looks for: it finds, besides the
+  // step's own list, every later list still missing, which the next steps
+  // then show at once.
+  const int32_t from = step == kSteps ? EXACT_DUPE : TypeOfStep(step);
   std::vector<int32_t> types;
-  for (int32_t type : {EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE})
-    if ((step == kSteps || TypeOfStep(step) == type) && !ListOfType(type)) types.push_back(type);
+  if (from == 0 || (step != kSteps && ListOfType(from))) return types;
+  for (int32_t type = from; type <= CONFLICT_DUPE; ++type)
+    if (!ListOfType(type)) types.push_back(type);
   return types;
 }
 

@@ -4,8 +4,9 @@
 // lists are kept honest when the database changes under them.
 //
 // The lists follow what a fresh look at the database would show. A step's
-// list is searched when the step is first reached and kept afterwards, so
-// going back and forth never searches again. Once the wizard itself changes
+// list is searched when the step is first reached (with the later steps'
+// lists, in the same reading of the cards) and kept afterwards, so going back
+// and forth never searches again. Once the wizard itself changes
 // the database (an automatic action, or a review that saves), the list the
 // user worked on drops the sets left without duplicates and every other list
 // is forgotten: it is searched again when its step is next shown, so no step
@@ -61,8 +62,9 @@ class CWizardFlow {
   // The dupe type a step shows, 0 for steps 1 and 5.
   static int32_t TypeOfStep(int32_t step);
 
-  // The types whose lists must be searched before step can be shown, in
-  // type order (every missing one for the summary).
+  // The types to search for before step can be shown, in type order: none
+  // when the step's list is there; else its type and every later one still
+  // missing (every missing one for the summary).
   std::vector<int32_t> TypesToSearch(int32_t step) const;
   // A search for those types gave these sets (CList of CDupeSet per type).
   void SetList(int32_t dupeType, std::shared_ptr<CList> sets);

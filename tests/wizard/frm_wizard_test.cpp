@@ -74,7 +74,7 @@ TEST_F(FrmWizardTest, WalksTheStepsSearchingEachListOnce) {
   EXPECT_FALSE(Find<QPushButton>(wizard_, "cmdNext")->isEnabled());
 
   const int searches = Searches();
-  EXPECT_EQ(searches, 3);
+  EXPECT_EQ(searches, 1);  // one reading found the three lists
   for (int i = 0; i < 3; ++i) Click("cmdBack");
   EXPECT_EQ(wizard_->GetStep(), 2);
   for (int i = 0; i < 3; ++i) Click("cmdNext");

@@ -94,14 +94,17 @@ TEST(WizardFlowTest, QuestionsAndCaptionsByStep) {
 
 TEST(WizardFlowTest, ListsAreSearchedOnceAndForgottenWhenTheDatabaseChanges) {
   CWizardFlow flow;
-  EXPECT_EQ(flow.TypesToSearch(2), std::vector<int32_t>{EXACT_DUPE});
+  // One reading of the cards finds a step's list and the later ones.
+  EXPECT_EQ(flow.TypesToSearch(2), (std::vector<int32_t>{EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE}));
   EXPECT_EQ(flow.TypesToSearch(1), std::vector<int32_t>{});
   flow.SetList(EXACT_DUPE, Sets(EXACT_DUPE, 2));
   flow.GoTo(2);
   EXPECT_EQ(flow.TypesToSearch(2), std::vector<int32_t>{});
+  EXPECT_EQ(flow.TypesToSearch(4), std::vector<int32_t>{CONFLICT_DUPE});
   // The summary needs every list still missing.
   EXPECT_EQ(flow.TypesToSearch(5), (std::vector<int32_t>{COMPATIBLE_DUPE, CONFLICT_DUPE}));
   flow.SetList(COMPATIBLE_DUPE, Sets(COMPATIBLE_DUPE, 1, 100));
+  EXPECT_EQ(flow.TypesToSearch(3), std::vector<int32_t>{});
 
   // A set emptied by an action leaves; the other lists are searched again.
   auto exact = flow.ListOfType(EXACT_DUPE);
@@ -109,7 +112,7 @@ TEST(WizardFlowTest, ListsAreSearchedOnceAndForgottenWhenTheDatabaseChanges) {
   flow.DatabaseChanged();
   EXPECT_EQ(flow.ListOfType(EXACT_DUPE)->GetNumItems(), 1);
   EXPECT_EQ(flow.ListOfType(COMPATIBLE_DUPE), nullptr);
-  EXPECT_EQ(flow.TypesToSearch(3), std::vector<int32_t>{COMPATIBLE_DUPE});
+  EXPECT_EQ(flow.TypesToSearch(3), (std::vector<int32_t>{COMPATIBLE_DUPE, CONFLICT_DUPE}));
 }
 
 TEST(WizardFlowTest, ReferencesExistByCardId) {
