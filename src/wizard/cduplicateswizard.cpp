@@ -11,6 +11,7 @@
 #include "ui/qt_prompt.h"
 #include "ui/startup.h"
 #include "wizard/frm_wizard.h"
+#include "wizard/search_job.h"
 
 namespace ombrel {
 
@@ -30,6 +31,7 @@ void CDuplicatesWizard::SetAppName(const std::string& appName) { AppName() = app
 
 int32_t CDuplicatesWizard::Connect(std::shared_ptr<ICardStore> cardStore) {
   try {
+    CSearchJob::StopRunning();
     if (auto& old = CardStoreMgr()) {
       old->Disconnect();
       old.reset();

@@ -4,16 +4,33 @@
 
 namespace ombrel {
 
+namespace {
+// The job whose thread runs; jobs start and end on the user-interface thread.
+CSearchJob*& Running() {
+  static CSearchJob* running = nullptr;
+  return running;
+}
+}  // namespace
+
 CSearchJob::CSearchJob(std::vector<int32_t> dupeTypes) : types_(std::move(dupeTypes)) {}
 
 CSearchJob::~CSearchJob() {
   Stop();
   Wait();
+  if (Running() == this) Running() = nullptr;
 }
 
 void CSearchJob::Start() {
   start_ = std::chrono::steady_clock::now();
   thread_ = std::thread([this] { Run(); });
+  Running() = this;
+}
+
+void CSearchJob::StopRunning() {
+  if (CSearchJob* job = Running()) {
+    job->Stop();
+    job->Wait();
+  }
 }
 
 void CSearchJob::Wait() {

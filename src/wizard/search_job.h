@@ -36,6 +36,9 @@ class CSearchJob final : private ISearchProgress {
   CSearchJob& operator=(const CSearchJob&) = delete;
 
   void Start();
+  // Stops the job that is running, if any, and waits for it: before the
+  // card store manager it reads through is replaced.
+  static void StopRunning();
   bool Finished() const { return finished_.load(std::memory_order_acquire); }
   // Asks the search to stop at its next progress report.
   void Stop() { stop_.store(true, std::memory_order_release); }
