@@ -69,14 +69,7 @@ bool CMergeDialog::Show(int64_t hParentWnd, const std::string& caption, const st
   for (const auto& card : cards_) shown->AddCard(card->Clone());
   shown->SetCardDIB(kHostCard, vmDIB_);
   shown->SetCardDIB(kOtherCard, pimDIB_);
-  if (auto& old = CardStoreMgr()) {
-    old->Disconnect();
-    old.reset();
-  }
-  auto mgr = std::make_shared<CCardStoreMgr>();
-  mgr->SetCardStore(shown);
-  mgr->Connect();
-  CardStoreMgr() = mgr;
+  ui::ReplaceSharedManager(shown);
 
   if (AppName().empty()) AppName() = GetResString(206);
   HostWindow() = hParentWnd;

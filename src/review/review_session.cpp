@@ -156,39 +156,28 @@ std::shared_ptr<CUserAction> CReviewSession::Restore(const CUserAction& action) 
   }
 }
 
-void CReviewSession::UndoLastAction() {
-  if (undo_.GetNumItems() == 0) return;
-  auto action = undo_.GetLastItemAs<CUserAction>();
-  undo_.RemoveLast();
-  ShowSetOf(*action);
-  const int32_t type = action->GetActionType();
-  if (type == CARD_DELETION) {
-    CurrentSet()->UndeleteDupe(action->GetCard());
-    redo_.AddItem(action);
-    display_.RefreshDisplay();
-    return;
-  }
-  Trap(type < FIELD_EDIT || type > PRIMARY_REPLACEMENT, "Cannot Undo this type of user action");
-  redo_.AddItem(Restore(*action));
-  if (type == FIELD_EDIT) RedrawField(*action->GetField());
-  else display_.RefreshDisplay();
-  display_.UpdateNavigationButtons();
-}
+void CReviewSession::UndoLastAction() { Replay(undo_, redo_, true); }
 
-void CReviewSession::RedoLastAction() {
-  if (redo_.GetNumItems() == 0) return;
-  auto action = redo_.GetLastItemAs<CUserAction>();
-  redo_.RemoveLast();
+void CReviewSession::RedoLastAction() { Replay(redo_, undo_, false); }
+
+// Undo and redo are mirror images: the top record of one stack is undone and
+// its inverse goes on the other; a deletion's record moves over itself.
+void CReviewSession::Replay(CList& from, CList& to, bool undo) {
+  if (from.GetNumItems() == 0) return;
+  auto action = from.GetLastItemAs<CUserAction>();
+  from.RemoveLast();
   ShowSetOf(*action);
   const int32_t type = action->GetActionType();
   if (type == CARD_DELETION) {
-    CurrentSet()->DeleteDupe(action->GetCard());
-    undo_.AddItem(action);
+    if (undo) CurrentSet()->UndeleteDupe(action->GetCard());
+    else CurrentSet()->DeleteDupe(action->GetCard());
+    to.AddItem(action);
     display_.RefreshDisplay();
     return;
   }
-  Trap(type < FIELD_EDIT || type > PRIMARY_REPLACEMENT, "Cannot Redo this type of user action");
-  undo_.AddItem(Restore(*action));
+  Trap(type < FIELD_EDIT || type > PRIMARY_REPLACEMENT,
+       undo ? "Cannot Undo this type of user action" : "Cannot Redo this type of user action");
+  to.AddItem(Restore(*action));
   if (type == FIELD_EDIT) RedrawField(*action->GetField());
   else display_.RefreshDisplay();
   display_.UpdateNavigationButtons();

@@ -105,6 +105,7 @@ class CReviewSession {
   // The image ID a record keeps: a clone of the override, or the card's own ID.
   static std::shared_ptr<CLong> ImageIdOf(const CCard& card, int32_t imageKind);
   static void PutImageId(CCard& card, int32_t imageKind, const std::shared_ptr<CLong>& id);
+  void Replay(CList& from, CList& to, bool undo);
   // Moves to the record's set when it is not the one shown.
   void ShowSetOf(const CUserAction& action);
   // The inverse of a record of type 1, 3, 4 or 5, after putting its state

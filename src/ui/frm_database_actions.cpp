@@ -2,13 +2,12 @@
 
 #include <QApplication>
 #include <QCloseEvent>
-#include <QHBoxLayout>
-#include <QVBoxLayout>
 
 #include "ombrel/foundation/messages.h"
 #include "ui/artwork.h"
 #include "ui/handlers.h"
 #include "ui/help.h"
+#include "ui/progress_layout.h"
 
 namespace ombrel::ui {
 
@@ -20,40 +19,18 @@ frmDatabaseActions::frmDatabaseActions(QWidget* owner) : QDialog(owner), actions
   setWindowFlag(Qt::WindowContextHelpButtonHint, false);
   InstallHelpKey(this, help_context::kDatabaseActions);
 
-  lblAction = new QLabel(this);
-  lblAction->setObjectName("lblAction");
-  QFont bold = lblAction->font();
-  bold.setBold(true);
-  lblAction->setFont(bold);
-  lblText = new QLabel(this);
-  lblText->setObjectName("lblText");
-  ProgressBar1 = new QProgressBar(this);
-  ProgressBar1->setObjectName("ProgressBar1");
-  ProgressBar1->setRange(0, 100);
-  ProgressBar1->setAccessibleName("Progress");
-  cmdStop = new QPushButton(QString::fromStdString(GetResString(action_text::kStopCaption)), this);
-  cmdStop->setObjectName("cmdStop");
-  cmdStop->setAccessibleName(cmdStop->text().remove('&'));
-
-  auto* layout = new QVBoxLayout(this);
-  layout->addWidget(lblAction);
-  layout->addWidget(lblText);
-  layout->addWidget(ProgressBar1);
-  auto* row = new QHBoxLayout;
-  row->addStretch(1);
-  row->addWidget(cmdStop);
-  layout->addLayout(row);
-  setMinimumWidth(TwipsToPixels(5400));
+  const ProgressControls c = MakeProgressControls(this, "cmdStop", action_text::kStopCaption, 100);
+  lblAction = c.lblAction;
+  lblText = c.lblText;
+  ProgressBar1 = c.ProgressBar1;
+  cmdStop = c.stop;
 
   connect(cmdStop, &QPushButton::clicked, this, [this] { Guarded([this] { StopAction(); }); });
 }
 
 frmDatabaseActions::~frmDatabaseActions() = default;
 
-void frmDatabaseActions::SetActionText(int32_t resourceId) {
-  lblAction->setText(QString::fromStdString(GetResString(resourceId)));
-  lblAction->setAccessibleName(lblAction->text());
-}
+void frmDatabaseActions::SetActionText(int32_t resourceId) { SetLabelText(lblAction, GetResString(resourceId)); }
 
 void frmDatabaseActions::EnableStop(bool enabled) {
   cmdStop->setEnabled(enabled);
@@ -73,9 +50,7 @@ void frmDatabaseActions::ShowBusy() {
 }
 
 void frmDatabaseActions::SetText(int32_t resourceId, int32_t done, int32_t total) {
-  lblText->setText(QString::fromStdString(
-      GetResString(resourceId, {"%1", std::to_string(done), "%2", std::to_string(total)})));
-  lblText->setAccessibleName(lblText->text());
+  SetLabelText(lblText, GetResString(resourceId, {"%1", std::to_string(done), "%2", std::to_string(total)}));
 }
 
 void frmDatabaseActions::SetProgress(int32_t percent) { ProgressBar1->setValue(percent); }

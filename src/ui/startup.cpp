@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/foundation/cstring.h"
 #include "ombrel/foundation/error.h"
 #include "ombrel/foundation/locale.h"
@@ -104,5 +105,16 @@ void InitResources() {
 }
 
 const std::string& HelpDir() { return HelpFolder(); }
+
+void ReplaceSharedManager(std::shared_ptr<ICardStore> store) {
+  if (auto& old = CardStoreMgr()) {
+    old->Disconnect();
+    old.reset();
+  }
+  auto mgr = std::make_shared<CCardStoreMgr>();
+  CardStoreMgr() = mgr;
+  mgr->SetCardStore(std::move(store));
+  mgr->Connect();
+}
 
 }  // namespace ombrel::ui

@@ -10,7 +10,12 @@
 // Locale/<language> beside the others and that language.
 #pragma once
 
+#include <memory>
 #include <string>
+
+namespace ombrel {
+class ICardStore;
+}
 
 namespace ombrel::ui {
 
@@ -38,5 +43,10 @@ void InitResources();
 
 // The help folder InitResources pointed at; empty before.
 const std::string& HelpDir();
+
+// The component's card store manager replaced by a new one connected to
+// store: the old one is disconnected and let go first. Raises when the new
+// one cannot connect (it stays the shared manager nonetheless).
+void ReplaceSharedManager(std::shared_ptr<ICardStore> store);
 
 }  // namespace ombrel::ui

@@ -32,14 +32,7 @@ void CDuplicatesWizard::SetAppName(const std::string& appName) { AppName() = app
 int32_t CDuplicatesWizard::Connect(std::shared_ptr<ICardStore> cardStore) {
   try {
     CSearchJob::StopRunning();
-    if (auto& old = CardStoreMgr()) {
-      old->Disconnect();
-      old.reset();
-    }
-    auto mgr = std::make_shared<CCardStoreMgr>();
-    CardStoreMgr() = mgr;
-    mgr->SetCardStore(std::move(cardStore));
-    mgr->Connect();
+    ui::ReplaceSharedManager(std::move(cardStore));
     return 1;
   } catch (...) {
     return 0;

@@ -2,15 +2,14 @@
 
 #include <QCloseEvent>
 #include <QEventLoop>
-#include <QHBoxLayout>
 #include <QTimer>
-#include <QVBoxLayout>
 
 #include "ombrel/foundation/messages.h"
 #include "ui/artwork.h"
 #include "ui/forms.h"
 #include "ui/handlers.h"
 #include "ui/help.h"
+#include "ui/progress_layout.h"
 
 namespace ombrel::ui {
 
@@ -27,41 +26,19 @@ frmDupeFinder::frmDupeFinder(QWidget* owner) : QDialog(owner) {
   setWindowIcon(AppIcon());
   InstallHelpKey(this, help_context::kSearch);
 
-  lblAction = new QLabel(this);
-  lblAction->setObjectName("lblAction");
-  QFont bold = lblAction->font();
-  bold.setBold(true);
-  lblAction->setFont(bold);
-  lblText = new QLabel(this);
-  lblText->setObjectName("lblText");
-  ProgressBar1 = new QProgressBar(this);
-  ProgressBar1->setObjectName("ProgressBar1");
-  ProgressBar1->setRange(0, 1000);
-  ProgressBar1->setTextVisible(false);
-  ProgressBar1->setAccessibleName("Progress");
-  cmdCancel = new QPushButton(QString::fromStdString(GetResString(search_text::kCancelCaption)), this);
-  cmdCancel->setObjectName("cmdCancel");
-  cmdCancel->setAccessibleName(cmdCancel->text().remove('&'));
-
-  auto* layout = new QVBoxLayout(this);
-  layout->addWidget(lblAction);
-  layout->addWidget(lblText);
-  layout->addWidget(ProgressBar1);
-  auto* row = new QHBoxLayout;
-  row->addStretch(1);
-  row->addWidget(cmdCancel);
-  layout->addLayout(row);
-  setMinimumWidth(TwipsToPixels(5400));
+  const ProgressControls c = MakeProgressControls(this, "cmdCancel", search_text::kCancelCaption, 1000);
+  lblAction = c.lblAction;
+  lblText = c.lblText;
+  ProgressBar1 = c.ProgressBar1;
+  cmdCancel = c.stop;
 
   connect(cmdCancel, &QPushButton::clicked, this, [this] { Guarded([this] { StopSearch(); }); });
 }
 
 void frmDupeFinder::ShowProgress(const CSearchJob::Progress& progress, int64_t elapsedSeconds) {
-  lblAction->setText(QString::fromStdString(GetResString(progress.actionId)));
-  lblText->setText(QString::fromStdString(GetResString(
-      progress.resourceId, {"%1", std::to_string(progress.done), "%2", std::to_string(progress.total)})));
-  lblAction->setAccessibleName(lblAction->text());
-  lblText->setAccessibleName(lblText->text());
+  SetLabelText(lblAction, GetResString(progress.actionId));
+  SetLabelText(lblText, GetResString(progress.resourceId, {"%1", std::to_string(progress.done), "%2",
+                                                           std::to_string(progress.total)}));
   ProgressBar1->setValue(progress.total > 0
                              ? static_cast<int>(1000.0 * std::min(progress.done, progress.total) / progress.total)
                              : 0);
