@@ -202,6 +202,16 @@ TEST_F(FrmReviewTest, CancelRestoresTheSetsAsHandedIn) {
   EXPECT_EQ(Layout(*sets_->GetItemAs<CDupeSet>(1)), "1 | 2 3 | ");
 }
 
+TEST_F(FrmReviewTest, HelpWithCtrlShowsTheVersion) {
+  Open(TwoSets());
+  QTest::keyPress(Grid("PrimaryGrid"), Qt::Key_Control);
+  Button("cmdHelp")->click();
+  QTest::keyRelease(Grid("PrimaryGrid"), Qt::Key_Control);
+  ASSERT_EQ(prompt_->shown.size(), 1u);
+  EXPECT_EQ(prompt_->shown[0].text, GetResString(206) + " 4.1");
+  EXPECT_EQ(prompt_->shown[0].title, "Software version");
+}
+
 TEST_F(FrmReviewTest, ATrapIsReportedAndTheScreenStays) {
   Open(TwoSets());
   Enter("PrimaryGrid", "Title", 1);
