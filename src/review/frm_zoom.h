@@ -52,6 +52,8 @@ class frmZoom final : public QDialog {
  protected:
   void resizeEvent(QResizeEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
+  // Esc closes the window as its close box does.
+  void reject() override { close(); }
 
  private:
   CImage image_;
