@@ -7,8 +7,14 @@
 #include <QApplication>
 #include <QLabel>
 #include <QLayout>
+#include <QFile>
 #include <QPushButton>
+#include <QRegularExpression>
+#include <QTest>
+#include <QTextBrowser>
 #include <algorithm>
+#include <filesystem>
+#include <set>
 
 #include "ombrel/dupes/cdupeset.h"
 #include "review/frm_categories.h"
@@ -17,6 +23,7 @@
 #include "support/windows_fixture.h"
 #include "ui/frm_ask_delete_dupes.h"
 #include "ui/frm_database_actions.h"
+#include "ui/help.h"
 #include "wizard/frm_dupe_finder.h"
 #include "wizard/frm_wizard.h"
 
@@ -150,6 +157,39 @@ TEST_P(LanguagesTest, TheReviewAndItsDialogsShowTheirWholeTexts) {
   ExpectFits(categories, "");
   auto* zoom = new ui::frmZoom(review);
   ExpectFits(zoom, "no image");
+}
+
+TEST_P(LanguagesTest, EveryWindowHasItsHelpTopicWhoseLinksLeadToTopicsAndF1OpensIt) {
+  namespace fs = std::filesystem;
+  namespace ctx = ui::help_context;
+  const fs::path dir = ui::HelpDir();
+  ASSERT_EQ(dir.parent_path().filename(), GetParam());
+  std::set<std::string> topics;
+  for (int context : {0, ctx::kWizard, ctx::kReview, ctx::kMerge, ctx::kZoom, ctx::kCategories,
+                      ctx::kDatabaseActions, ctx::kSearch, ctx::kDeleteQuestion}) {
+    const std::string file = ui::HelpTopicFile(context);
+    // The language's own topic, not the English one it would fall back to.
+    EXPECT_EQ(ui::HelpTopicPath(context), (dir / file).string());
+    topics.insert(file);
+  }
+  static const QRegularExpression link("href=\"([^\"]*)\"");
+  for (const std::string& topic : topics) {
+    QFile file(QString::fromStdString((dir / topic).string()));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << topic;
+    for (const auto& match : link.globalMatch(QString::fromUtf8(file.readAll())))
+      EXPECT_TRUE(topics.contains(match.captured(1).toStdString())) << topic << " links to " << match.captured(1).toStdString();
+  }
+
+  auto* wizard = new ui::frmWizard;
+  wizard->show();
+  QApplication::setActiveWindow(wizard);
+  QTest::keyClick(wizard, Qt::Key_F1);
+  QWidget* viewer = ui::FindForm("frmHelp");
+  ASSERT_NE(viewer, nullptr);
+  auto* browser = viewer->findChild<QTextBrowser*>("txtHelp");
+  ASSERT_NE(browser, nullptr);
+  EXPECT_EQ(browser->source().toLocalFile().toStdString(), (dir / "wizard.html").string());
+  EXPECT_FALSE(browser->documentTitle().isEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Languages, LanguagesTest, ::testing::Values("en", "de", "fr", "es"),
