@@ -1,13 +1,14 @@
 // Every language's texts fit the windows: at the size a window needs for
 // its texts (its minimum size, and the height its wrapped texts take at that
 // width) no label or button is cut, and that size fits a 1024 x 720 screen.
+// Every language has its own help, whose topics F1 opens.
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QFile>
 #include <QLabel>
 #include <QLayout>
-#include <QFile>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTest>
