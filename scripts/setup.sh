@@ -13,7 +13,7 @@ PACKAGES=(
   libsqlite3-dev sqlite3
   nlohmann-json3-dev libcli11-dev libutf8proc-dev
   qt6-base-dev qt6-base-dev-tools libgl-dev
-  qt6-qpa-plugins fonts-dejavu-core
+  qt6-qpa-plugins qt6-translations-l10n fonts-dejavu-core
   xvfb xauth
 )
 

@@ -179,7 +179,7 @@ frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this), helpCont
   PrimaryGrid->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   PrimaryGrid->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   DupeGrid = MakeGrid(this, "DupeGrid");
-  DupeGrid->setAccessibleName("Duplicates");
+  DupeGrid->setAccessibleName(Res(203));
   DupeGrid->horizontalHeader()->setHighlightSections(true);
   primaryModel_ = new ReviewGridModel(ReviewGridModel::Kind::kPrimary, session_, images_, this);
   dupeModel_ = new ReviewGridModel(ReviewGridModel::Kind::kDupes, session_, images_, this);
@@ -208,7 +208,7 @@ frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this), helpCont
 
   cmdSend = new QPushButton(this);
   cmdSend->setObjectName("cmdSend");
-  const int sendHeight = fontMetrics().height() + 6;
+  const int sendHeight = fontMetrics().height() + 8;
   const QPixmap sendPicture = SendPicture(Language(), sendHeight, devicePixelRatioF());
   cmdSend->setIcon(QIcon(sendPicture));
   cmdSend->setIconSize(sendPicture.size() / sendPicture.devicePixelRatio());
@@ -249,7 +249,7 @@ frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this), helpCont
   // The editors and carriers lie over the cells.
   txtEdit = new QPlainTextEdit(PrimaryGrid->viewport());
   txtEdit->setObjectName("txtEdit");
-  txtEdit->setAccessibleName("Edit value");
+
   txtEdit->setTabChangesFocus(true);
   txtEdit->hide();
   cmbVerified = new QComboBox(PrimaryGrid->viewport());
@@ -393,6 +393,7 @@ frmReview::frmReview(QWidget* owner) : QDialog(owner), session_(*this), helpCont
   QWidget* order[] = {cmdPrevSet, cmdNextSet, cmdSend, cmdDelete, PrimaryGrid, DupeGrid,
                       cmdUndo,    cmdRedo,    cmdMagnifier, cmdHelp, cmdOK, cmdCancel};
   for (size_t i = 0; i + 1 < std::size(order); ++i) setTabOrder(order[i], order[i + 1]);
+  setMinimumSize(TwipsToPixels(10800), TwipsToPixels(6300));
   txtEdit->installEventFilter(this);
   cmbVerified->installEventFilter(this);
   qApp->installEventFilter(this);
@@ -491,7 +492,9 @@ void frmReview::FitRows() {
     labelWidth = std::max(labelWidth, metrics.horizontalAdvance(primaryModel_->index(row, 0).data().toString()));
   PrimaryGrid->setColumnWidth(0, labelWidth + metrics.averageCharWidth() * 3);
   PrimaryGrid->setColumnWidth(1, valueWidth);
-  for (int column = 0; column < dupeModel_->columnCount(); ++column) DupeGrid->setColumnWidth(column, dupeWidth);
+  // The dupes share the grid's width, each at least a column's width.
+  DupeGrid->horizontalHeader()->setMinimumSectionSize(dupeWidth);
+  DupeGrid->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
 
   // A row is as tall as its longest value needs, up to a few lines (the
   // carrier over the current cell shows the rest); the image rows hold the
@@ -759,6 +762,7 @@ void frmReview::StartEdit(int row) {
     session_.CommitEdit(name, editCellText_, picker.GetCheckedCategories());
     return;
   }
+  txtEdit->setAccessibleName(Q(CReviewSession::RowLabel(name)));
   txtEdit->setPlainText(Q(editCellText_));
   txtEdit->selectAll();
   PlaceEditor(txtEdit, row);

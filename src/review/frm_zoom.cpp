@@ -53,7 +53,6 @@ frmZoom::frmZoom(QWidget* owner) : QDialog(owner) {
 
   picZoom = new ZoomPicture(image_, this);
   picZoom->setObjectName("picZoom");
-  picZoom->setAccessibleName("Card image");
   image_.Initialize(picZoom);
   lblNoImage = new QLabel(QString::fromStdString(GetResString(407)), this);
   lblNoImage->setObjectName("lblNoImage");
@@ -78,6 +77,7 @@ void frmZoom::SetKey(const std::string& key, std::function<void(const std::strin
 }
 
 void frmZoom::SetPicture(const QImage& picture) {
+  picZoom->setAccessibleName(windowTitle());
   noImage_ = picture.isNull();
   image_.SetPicture(picture);
   lblNoImage->setVisible(noImage_);

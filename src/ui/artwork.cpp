@@ -1,5 +1,6 @@
 #include "ui/artwork.h"
 
+#include <QApplication>
 #include <QFontMetrics>
 #include <QLinearGradient>
 #include <QPainterPath>
@@ -315,12 +316,12 @@ QCursor MagnifierPointer() {
 
 QPixmap SendPicture(const std::string& language, int height, qreal dpr) {
   QString word = "Use";
-  if (language == "de") word = QString::fromUtf8("Übernehmen");
+  if (language == "de") word = "Verwenden";
   else if (language == "fr") word = "Utiliser";
   else if (language == "es") word = "Usar";
-  QFont font;
+  // The word as large as the other buttons' captions.
+  QFont font = QApplication::font();
   font.setBold(true);
-  font.setPixelSize(std::max(9, height * 11 / 24));
   const QFontMetrics metrics(font);
   const int arrow = height;
   const int width = arrow + metrics.horizontalAdvance(word) + height / 3;

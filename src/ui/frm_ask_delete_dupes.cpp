@@ -26,7 +26,7 @@ frmAskDeleteDupes::frmAskDeleteDupes(QWidget* owner) : QDialog(owner) {
   Picture1 = new QLabel(this);
   Picture1->setObjectName("Picture1");
   Picture1->setPixmap(QuestionPicture(48, devicePixelRatioF()));
-  Picture1->setAccessibleName("Question");
+  Picture1->setAccessibleName(windowTitle());
   Picture1->setAlignment(Qt::AlignTop);
   Label1 = new QLabel(this);
   Label1->setObjectName("Label1");

@@ -1,5 +1,6 @@
 #include "ui/help.h"
 
+#include <QApplication>
 #include <QDialog>
 #include <QHBoxLayout>
 #include <QKeySequence>
@@ -27,7 +28,11 @@ QString Res(int id) { return QString::fromStdString(GetResString(id)).remove('&'
 
 class frmHelp final : public QDialog {
  public:
-  frmHelp() {
+  // Owned by the modal window it is opened from, if any: a modal window
+  // leaves only its own windows usable.
+  explicit frmHelp(QWidget* owner) : QDialog(owner) {
+    setWindowFlag(Qt::Window, true);
+    setModal(false);
     setObjectName("frmHelp");
     RegisterForm(this);
     setAttribute(Qt::WA_DeleteOnClose);
@@ -110,7 +115,9 @@ void ShowHelp(int contextId) {
     return;
   }
   auto& viewer = OpenViewer();
-  if (!viewer) viewer = new frmHelp;
+  QWidget* owner = QApplication::activeModalWidget();
+  if (viewer && viewer->parentWidget() != owner) delete viewer.data();
+  if (!viewer) viewer = new frmHelp(owner);
   viewer->Open(contextId);
   viewer->show();
   viewer->raise();

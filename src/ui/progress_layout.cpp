@@ -21,7 +21,6 @@ ProgressControls MakeProgressControls(QDialog* window, const char* buttonName, i
   c.ProgressBar1->setObjectName("ProgressBar1");
   c.ProgressBar1->setRange(0, barMaximum);
   c.ProgressBar1->setTextVisible(false);
-  c.ProgressBar1->setAccessibleName("Progress");
   c.stop = new QPushButton(QString::fromStdString(GetResString(captionId)), window);
   c.stop->setObjectName(buttonName);
   c.stop->setAccessibleName(c.stop->text().remove('&'));
@@ -41,6 +40,9 @@ ProgressControls MakeProgressControls(QDialog* window, const char* buttonName, i
 void SetLabelText(QLabel* label, const std::string& text) {
   label->setText(QString::fromStdString(text));
   label->setAccessibleName(label->text());
+  // The bar is named by the count it shows.
+  if (auto* bar = label->parentWidget()->findChild<QProgressBar*>("ProgressBar1"); bar && label->objectName() == "lblText")
+    bar->setAccessibleName(label->text());
 }
 
 }  // namespace ombrel::ui

@@ -2,6 +2,10 @@
 
 #include <dlfcn.h>
 
+#include <QCoreApplication>
+#include <QLibraryInfo>
+#include <QTranslator>
+
 #include <filesystem>
 #include <memory>
 
@@ -102,6 +106,23 @@ void InitResources() {
   const std::string dir = GetLocaleDir();
   if (!LoadResources(dir)) RaiseTrap("Unable to load resource file. Please reinstall the application.");
   HelpFolder() = (fs::path(dir) / kHelpFolderName).string();
+  UseQtTexts(Language());
+}
+
+void UseQtTexts(const std::string& language) {
+  // Qt's own texts (the file dialog, a text box's menu) in the same language.
+  static QTranslator* installed = nullptr;
+  if (!QCoreApplication::instance()) return;
+  if (installed) {
+    QCoreApplication::removeTranslator(installed);
+    delete installed;
+    installed = nullptr;
+  }
+  if (language.empty() || language == "en") return;
+  auto translator = std::make_unique<QTranslator>();
+  if (translator->load(QString::fromStdString("qtbase_" + language), QLibraryInfo::path(QLibraryInfo::TranslationsPath)) &&
+      QCoreApplication::installTranslator(translator.get()))
+    installed = translator.release();
 }
 
 const std::string& HelpDir() { return HelpFolder(); }

@@ -41,6 +41,9 @@ std::string GetLocaleDir();
 // reinstall the application." when the file cannot be loaded.
 void InitResources();
 
+// Qt's own texts in that language, where the system has them.
+void UseQtTexts(const std::string& language);
+
 // The help folder InitResources pointed at; empty before.
 const std::string& HelpDir();
 

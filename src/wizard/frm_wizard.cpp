@@ -76,7 +76,7 @@ frmWizard::frmWizard(QWidget* parent) : QDialog(parent) {
 
   picSideBar = new SideBarView(this);
   picSideBar->setObjectName("picSideBar");
-  picSideBar->setAccessibleName("Step picture");
+
   picSideBar->setFixedWidth(TwipsToPixels(2460));
 
   lblStep = MakeLabel(this, "lblStep", false);
@@ -180,8 +180,8 @@ frmWizard::frmWizard(QWidget* parent) : QDialog(parent) {
   outer->addWidget(rule);
   outer->addWidget(FrameCover);
 
-  setMinimumSize(TwipsToPixels(9600), TwipsToPixels(6900));
-  resize(TwipsToPixels(10800), TwipsToPixels(7800));
+  setMinimumSize(TwipsToPixels(9600), TwipsToPixels(8100));
+  resize(TwipsToPixels(10800), TwipsToPixels(8400));
 
   // Tab follows the screen: the actions, the list, then the buttons below.
   QWidget* order[] = {cmdAutoAction, cmdReview, lstDupes, cmdBack, cmdNext, cmdClose};
@@ -206,6 +206,7 @@ void frmWizard::RefreshDisplay() {
   const WizardPage page = flow_.Page();
   picSideBar->SetStep(flow_.Step());
   Show(lblStep, ToDisplay(page.step.Text()));
+  picSideBar->setAccessibleName(lblStep->text());
   Show(lblTitle, ToDisplay(page.title.Text()));
   Show(lblSubTitle, ToDisplay(page.subTitle.Text()));
   Show(lblDesc, ToDisplay(page.desc.Text()) + (page.descLineBreak ? "\n" : ""));
@@ -226,7 +227,7 @@ void frmWizard::RefreshDisplay() {
 
   const QString tip = ToDisplay(page.listTip.Text());
   lstDupes->setToolTip(tip);
-  lstDupes->setAccessibleName(lblListTitle->text().isEmpty() ? QString("Dupe sets") : lblListTitle->text());
+  lstDupes->setAccessibleName(lblListTitle->text());
   model_->SetToolTip(tip);
   model_->SetSets(flow_.CurrentDupes());
   lstDupes->setVisible(page.showList);
