@@ -278,6 +278,7 @@ TEST_F(SqliteStoreTest, ValueNamesRegisteredElsewhereAreKnownAndAbortedOnesDoNot
 TEST_F(SqliteStoreTest, ForeignNewerAndGarbageFilesAreRefusedUntouched) {
   RunSql(dir_ / "foreign.db", "CREATE TABLE people (name TEXT); INSERT INTO people VALUES ('x');");
   std::ofstream(dir_ / "garbage.db") << std::string(5000, 'z');
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "x"}}), 0);
   store_.reset();
   RunSql(path_, "PRAGMA user_version = 2;");
   for (auto [name, expected] : std::vector<std::pair<std::string, std::string>>{
