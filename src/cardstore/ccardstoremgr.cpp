@@ -27,6 +27,7 @@ struct FieldData {
   int32_t catLevel = 100;
   bool ocrSuspect = false;
   bool catSuspect = false;
+  CRectangle rect;  // left, top, right and bottom as the card takes them
 };
 
 // Fields whose geometry and levels are never read: their text is not
@@ -125,14 +126,22 @@ template <class Read>
 bool ReadFieldData(const std::vector<std::string>& names, size_t first, const Read& read, FieldData& data,
                    std::string& scratch) {
   const std::string& name = names[first];
+  // The value whose numbers are being worked out, named in a failure of
+  // theirs ("Overflow"), whose message does not show it.
+  size_t reading = first;
+  bool inNumbers = false;
+  std::string_view value;
   try {
     const std::string_view text = CString::TrimmedView(ReadValue(read, names, first, scratch));
     if (text.empty()) return false;
-    data = FieldData{std::move(data.text)};
+    std::string buffer = std::move(data.text);  // its room is kept from field to field
+    data = FieldData{};
+    data.text = std::move(buffer);
     data.text.assign(text);
     if (SkipsGeometry(name)) return true;
 
-    std::string_view value = ReadValue(read, names, first + 1, scratch);
+    value = ReadValue(read, names, reading = first + 1, scratch);
+    inNumbers = true;
     if (!value.empty()) {
       const auto numbers = ReadNumbers<4>(value, "Incorrect rectangle information: ");
       data.left = numbers[0];
@@ -140,15 +149,23 @@ bool ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
       data.right = numbers[2];
       data.bottom = numbers[3];
     }
+    int32_t width = CheckedSub(data.right, data.left);
+    int32_t height = CheckedSub(data.bottom, data.top);
+    if (width < 0 || height < 0) width = height = 0;
+    data.rect = CRectangle(data.top, data.left, width, height);
+    data.rect.GetArea();  // the field takes a rectangle only by its area, which must be a number too
+    inNumbers = false;
 
-    value = ReadValue(read, names, first + 2, scratch);
+    value = ReadValue(read, names, reading = first + 2, scratch);
+    inNumbers = true;
     if (!value.empty()) {
       const auto numbers = ReadNumbers<2>(value, "Incorrect confidence levels: ");
       data.ocrLevel = numbers[0];
       data.catLevel = numbers[1];
     }
+    inNumbers = false;
 
-    value = ReadValue(read, names, first + 3, scratch);
+    value = ReadValue(read, names, reading = first + 3, scratch);
     if (!value.empty()) {
       const auto bad = [&] { RaiseTrap("Incorrect suspect info: " + std::string(value)); };
       if (CountCharacters(value) != 3) bad();
@@ -158,7 +175,12 @@ bool ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
       else if (value.back() != '0') bad();
     }
   } catch (const Error& e) {
-    RaiseTrap("Failed to get field data for field: " + name + std::string(kCrLf) + e.Description());
+    std::string reason = e.Description();
+    // The rules' own messages end with the value; a number's failure
+    // ("Overflow") is told with the value it came from.
+    if (inNumbers && !reason.starts_with("Incorrect "))
+      reason += " in \"" + names[reading] + "\": " + std::string(value);
+    RaiseTrap("Failed to get field data for field: " + name + std::string(kCrLf) + reason);
   }
   return true;
 }
@@ -200,10 +222,7 @@ ReadState& ReadAll(const std::vector<std::string>& names, int32_t fieldCount, co
     field.label.clear();
     if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name))
       field.label.assign(ReadValue(read, names, first + 4, scratch));
-    int32_t width = CheckedSub(data.right, data.left);
-    int32_t height = CheckedSub(data.bottom, data.top);
-    if (width < 0 || height < 0) width = height = 0;
-    field.rect = CRectangle(data.top, data.left, width, height);
+    field.rect = data.rect;
     field.position = i;
     state.positions.push_back(i);
   }
@@ -366,6 +385,18 @@ bool CCardStoreMgr::AbortUpdate() {
 }
 
 std::string CCardStoreMgr::GetLastError() { return cardStore_ ? cardStore_->GetLastError() : std::string(); }
+
+CCardStoreMgr::Snapshot CCardStoreMgr::HoldSnapshot() {
+  ICardStore& store = Store();
+  if (!store.OffersSnapshot()) return Snapshot();
+  if (store.BeginSnapshot() != 0) RaiseFailure("Failed to begin a consistent read");
+  return Snapshot(cardStore_);
+}
+
+CCardStoreMgr::Snapshot::~Snapshot() {
+  // Ending a read cannot lose anything: a failure here has nothing to report.
+  if (store_) store_->EndSnapshot();
+}
 
 std::shared_ptr<CCard> CCardStoreMgr::GetCard(int32_t cardId) {
   auto plan = PlanCustomFields(GetCustomFields());
