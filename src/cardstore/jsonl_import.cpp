@@ -1,5 +1,11 @@
 // Import of .jsonl card files: one transaction for the whole file, so a bad
 // line anywhere leaves the database exactly as it was.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <istream>
 #include <limits>
@@ -7,6 +13,7 @@
 #include <optional>
 #include <unordered_map>
 
+#include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/cardstore/jsonl.h"
 #include "ombrel/foundation/error.h"
 
@@ -79,29 +86,72 @@ void ApplyDatabaseLine(CSqliteCardStore& store, const Json& db) {
   if (store.DefineCategories(categories) != 0) Bad(store.GetLastError());
 }
 
+std::string Shortened(const std::string& text) { return Quoted(text.size() > 60 ? text.substr(0, 60) + "..." : text); }
+
+// A file named as an image: a regular file (a device, a pipe or a folder
+// would never end, or never begin) of at most kMaxImageBytes.
+void ReadImageFile(const std::filesystem::path& path, const std::string& text, const char* key,
+                   std::vector<uint8_t>& bytes) {
+  const std::string named = std::string(key) + " " + Shortened(text);
+  // Not blocking: opening a pipe for reading would wait for a writer.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  if (fd < 0) Bad("cannot read " + named + ": " + std::strerror(errno));
+  struct Closer {
+    int fd;
+    ~Closer() { ::close(fd); }
+  } closer{fd};
+  struct stat st {};
+  if (::fstat(fd, &st) != 0) Bad("cannot read " + named + ": " + std::strerror(errno));
+  if (!S_ISREG(st.st_mode)) Bad(named + " is not a regular file");
+  if (static_cast<uint64_t>(st.st_size) > kMaxImageBytes) Bad(named + " is larger than 50 MB");
+  bytes.resize(static_cast<size_t>(st.st_size));
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::read(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) Bad("cannot read " + named + ": " + std::strerror(errno));
+    if (n == 0) break;  // shrunk meanwhile: what is there is checked as the image
+    done += static_cast<size_t>(n);
+  }
+  bytes.resize(done);
+}
+
 // An image reference: a data: URI or a path relative to the .jsonl file.
+// Either way the image must decode.
 void ReadImage(const std::string& text, const char* key, const std::filesystem::path& baseDir, StoredImage& image) {
   if (text.rfind("data:", 0) == 0) {
     auto comma = text.find(',');
     if (comma == std::string::npos || text.substr(0, comma).find(";base64") == std::string::npos) {
       Bad(Quoted(key) + " is a data: URI without base64 data");
     }
+    if ((text.size() - comma - 1) / 4 * 3 > kMaxImageBytes) Bad(Quoted(key) + " holds an image larger than 50 MB");
     if (!DecodeBase64(std::string_view(text).substr(comma + 1), image.bytes)) {
       Bad(Quoted(key) + " holds invalid base64");
     }
   } else {
-    std::filesystem::path path = baseDir / std::filesystem::u8path(text);
-    std::ifstream in(path, std::ios::binary);
-    if (!in) Bad("cannot read " + std::string(key) + " " + Quoted(text));
-    image.bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (in.bad()) Bad("cannot read " + std::string(key) + " " + Quoted(text));
+    ReadImageFile(baseDir / std::filesystem::u8path(text), text, key, image.bytes);
   }
-  image.format = ImageRegistry::DetectFormat(image.bytes);
-  if (image.format.empty()) {
-    Bad(std::string(key) + " " + Quoted(text.size() > 60 ? text.substr(0, 60) + "..." : text) +
-        " is not a PNG, JPEG or BMP image");
-  }
+  const std::string why = ImageRegistry::CheckDecodes(image.bytes, image.format);
+  if (!why.empty()) Bad(std::string(key) + " " + Shortened(text) + " cannot be imported: " + why);
 }
+
+// A card's values by their canonical names, read as the search reads a
+// stored card; the last name asked for is the one a failure concerns.
+class LineValues final : public ICardValues {
+ public:
+  void Clear() { values_.clear(); }
+  void Add(std::string canonical, std::string_view text) { values_.emplace(std::move(canonical), text); }
+  std::string Get(std::string_view name) const override {
+    lastAsked_ = name;
+    auto it = values_.find(std::string(name));
+    return it == values_.end() ? std::string() : std::string(it->second);
+  }
+  const std::string& LastAsked() const { return lastAsked_; }
+
+ private:
+  std::unordered_map<std::string, std::string_view> values_;
+  mutable std::string lastAsked_;
+};
 
 struct CardLine {
   bool hasId = false;
@@ -219,7 +269,9 @@ class CardReader : public nlohmann::json_sax<Json> {
 
 class Importer {
  public:
-  Importer(CSqliteCardStore& store, const std::filesystem::path& baseDir) : store_(store), baseDir_(baseDir) {}
+  Importer(CSqliteCardStore& store, const std::filesystem::path& baseDir) : store_(store), baseDir_(baseDir) {
+    ReadCustomFields();
+  }
 
   void Line(int64_t lineNumber, const std::string& text) {
     CardLine card;
@@ -232,6 +284,7 @@ class Importer {
     if (sawCard_ || sawDatabase_) Bad("the database line must be the first line");
     sawDatabase_ = true;
     ApplyDatabaseLine(store_, j["database"]);
+    ReadCustomFields();
   }
 
   Counts counts;
@@ -263,8 +316,32 @@ class Importer {
       Bad(error);
     }
     idLines_.emplace(cardId, lineNumber);
+    CheckReadable(cardId, line.values);
     ++counts.cards;
     counts.images += (f ? 1 : 0) + (b ? 1 : 0);
+  }
+
+  void ReadCustomFields() {
+    if (store_.GetCustomFields(customFields_) != 0) Bad(store_.GetLastError());
+  }
+
+  // The card must read as the search will read it: through the very reading
+  // of the card store manager, so that no card imported can stop a search.
+  void CheckReadable(int32_t cardId, const CardValueList& values) {
+    lineValues_.Clear();
+    std::string canonical;
+    for (const auto& [name, text] : values) {
+      if (store_.CanonicalValueName(name, canonical) != 0) Bad(store_.GetLastError());
+      lineValues_.Add(canonical, text);
+    }
+    try {
+      reader_.ReadCard(cardId, customFields_, lineValues_);
+    } catch (const Error& e) {
+      // The rule's own message is the last line of the reader's.
+      std::string reason = e.Description();
+      if (auto pos = reason.rfind("\r\n"); pos != std::string::npos) reason.erase(0, pos + 2);
+      Bad("card " + std::to_string(cardId) + ", value " + Quoted(lineValues_.LastAsked()) + ": " + reason);
+    }
   }
 
   CSqliteCardStore& store_;
@@ -272,24 +349,68 @@ class Importer {
   bool sawCard_ = false;
   bool sawDatabase_ = false;
   std::unordered_map<int32_t, int64_t> idLines_;
+  std::string customFields_;
+  CCardStoreMgr reader_;  // reads values handed to it; never given a store
+  LineValues lineValues_;
+};
+
+// Reads lines of at most kMaxLineBytes: a file without line breaks (a
+// device, a damaged file) is refused instead of read until memory runs out.
+class LineReader {
+ public:
+  explicit LineReader(std::istream& in) : in_(in) {}
+
+  bool Next(std::string& line) {
+    line.clear();
+    for (;;) {
+      if (at_ == end_ && !Fill()) return !line.empty();
+      const char* start = buffer_.data() + at_;
+      const void* nl = std::memchr(start, '\n', end_ - at_);
+      const size_t take = nl ? static_cast<const char*>(nl) - start : end_ - at_;
+      if (line.size() + take > kMaxLineBytes) Bad("the line is longer than " + std::to_string(kMaxLineBytes >> 20) + " MB");
+      line.append(start, take);
+      at_ += take;
+      if (nl) {
+        ++at_;
+        return true;
+      }
+    }
+  }
+
+ private:
+  bool Fill() {
+    try {
+      in_.read(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+    } catch (const std::exception& e) {
+      Bad(std::string("read error: ") + e.what());
+    }
+    if (in_.bad()) Bad("read error");
+    at_ = 0;
+    end_ = static_cast<size_t>(in_.gcount());
+    return end_ > 0;
+  }
+
+  std::istream& in_;
+  std::vector<char> buffer_ = std::vector<char>(1 << 20);
+  size_t at_ = 0, end_ = 0;
 };
 
 }  // namespace
 
 Counts Import(CSqliteCardStore& store, std::istream& in, const std::filesystem::path& baseDir,
-              const std::string& sourceName) {
+              const std::string& sourceName, const std::function<bool()>& stop) {
   if (store.BeginUpdate() != 0) RaiseTrap("cannot import into '" + store.Path() + "': " + store.GetLastError());
   Importer importer(store, baseDir);
   int64_t lineNumber = 0;
   try {
     std::string line;
-    while (std::getline(in, line)) {
-      ++lineNumber;
+    LineReader reader(in);
+    while ((++lineNumber, reader.Next(line))) {
       if (lineNumber == 1 && line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);  // byte order mark
       if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
       importer.Line(lineNumber, line);
+      if (stop && stop()) RaiseTrap(std::string(kStoppedMessage));
     }
-    if (in.bad()) Bad("read error");
   } catch (const LineError& e) {
     store.AbortUpdate();
     RaiseTrap(sourceName + ", line " + std::to_string(lineNumber) + ": " + e.message);
@@ -305,12 +426,14 @@ Counts Import(CSqliteCardStore& store, std::istream& in, const std::filesystem::
   return importer.counts;
 }
 
-Counts ImportFile(CSqliteCardStore& store, const std::filesystem::path& path) {
+Counts ImportFile(CSqliteCardStore& store, const std::filesystem::path& path, const std::function<bool()>& stop) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) RaiseTrap("cannot import '" + path.string() + "': it is a folder");
   std::ifstream in(path, std::ios::binary);
   if (!in) RaiseTrap("cannot open '" + path.string() + "'");
   std::string name(1, '\'');
   name.append(path.string()).push_back('\'');
-  return Import(store, in, path.parent_path(), name);
+  return Import(store, in, path.parent_path(), name, stop);
 }
 
 }  // namespace ombrel::jsonl
