@@ -15,6 +15,7 @@
 
 #include "ombrel/cardstore/jsonl.h"
 #include "support/command_fixture.h"
+#include "support/images.h"
 
 namespace ombrel::clitest {
 namespace {
@@ -57,7 +58,7 @@ TEST_F(CommandTest, UsageErrorsAndFailuresHaveTheirExitCodesAndMessages) {
 // Values, their order and images are the import and export code's business
 // (jsonl tests); here the commands: counts, the next free ID, images beside a file.
 TEST_F(CommandTest, ImportExportAndImportAgainGiveTheSameDatabase) {
-  const std::vector<uint8_t> png = PngBytes(5);
+  const std::vector<uint8_t> png = BluePng();
   fs::create_directories(Path("pics"));
   std::ofstream(Path("pics/a.png"), std::ios::binary).write(reinterpret_cast<const char*>(png.data()), png.size());
   std::ofstream(Path("in.jsonl")) << R"({"id": 10, "values": {"Name": "Ann"}, "front_image": "pics/a.png"})"
