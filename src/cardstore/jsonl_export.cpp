@@ -43,8 +43,9 @@ namespace fs = std::filesystem;
 
 std::string Quoted(const fs::path& p) { return "'" + p.string() + "'"; }
 
+// error 0: the stream failed earlier and the reason is gone.
 [[noreturn]] void FailOn(const fs::path& p, const std::string& what, int error) {
-  RaiseTrap("cannot " + what + " " + Quoted(p) + ": " + std::strerror(error));
+  RaiseTrap("cannot " + what + " " + Quoted(p) + (error ? std::string(": ") + std::strerror(error) : std::string()));
 }
 
 // A file written whole or not at all: a temporary file in the target's own
@@ -82,7 +83,7 @@ class WholeFile {
   void Commit() {
     errno = 0;
     out_.flush();
-    if (!out_) FailOn(target_, "write", errno ? errno : EIO);
+    if (!out_) FailOn(target_, "write", errno);
     struct stat st {};
     if (::stat(target_.c_str(), &st) == 0) ::fchmod(fd_, st.st_mode & 07777);  // a file replaced keeps its mode
     if (::fsync(fd_) != 0) FailOn(target_, "write", errno);
@@ -201,14 +202,15 @@ Counts Write(CSqliteCardStore& store, std::ostream& out, const std::filesystem::
   });
   Check(store, status);
   if (stopped) RaiseTrap(std::string(kStoppedMessage));
-  if (!out) RaiseTrap("cannot write the export of '" + store.Path() + "'");
-  return counts;
+  return counts;  // whether out took it all is for the caller to tell, naming the target
 }
 
 }  // namespace
 
 Counts Export(CSqliteCardStore& store, std::ostream& out, const std::function<bool()>& stop) {
-  return Write(store, out, {}, {}, stop);
+  Counts counts = Write(store, out, {}, {}, stop);
+  if (!out) RaiseTrap("cannot write the export of '" + store.Path() + "'");
+  return counts;
 }
 
 Counts ExportFile(CSqliteCardStore& store, const std::filesystem::path& path, const std::function<bool()>& stop) {
@@ -228,7 +230,7 @@ Counts ExportFile(CSqliteCardStore& store, const std::filesystem::path& path, co
     Counts counts = Write(store, out, {}, {}, stop);
     errno = 0;
     out.flush();
-    if (!out) FailOn(path, "write", errno ? errno : EIO);
+    if (!out) FailOn(path, "write", errno);
     counts.imagesInline = true;
     return counts;
   }

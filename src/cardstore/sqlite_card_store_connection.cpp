@@ -4,6 +4,7 @@
 // schema; keep the two in step.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 
@@ -325,6 +326,7 @@ void Connection::CheckIntegrityOnce() {
   Statement check(db_, "PRAGMA quick_check(1)");
   std::string answer = check.Step() ? std::string(check.Text(0)) : std::string("no answer");
   if (answer != "ok") {
+    std::replace(answer.begin(), answer.end(), '\n', ' ');
     Fail(CSqliteCardStore::kStatusDatabase, "'" + path_ + "' is damaged (" + answer +
                                                 "); nothing was written. Restore it from a copy, or export what can "
                                                 "still be read into a new database");

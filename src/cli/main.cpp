@@ -69,10 +69,10 @@ int main(int argc, char** argv) {
     std::cerr << "error: " << e.what() << "\n\n" << Deepest(app)->help();
     return kExitUsage;
   } catch (const ombrel::Error& e) {
-    finish(kExitFailure);
+    std::cout.flush();  // the failure to report is this one
     return fail(e.Description());
   } catch (const std::exception& e) {
-    finish(kExitFailure);
+    std::cout.flush();
     return fail(e.what());
   }
   return finish(0);

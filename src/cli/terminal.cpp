@@ -95,8 +95,8 @@ void FinishOutput() {
   errno = 0;
   std::cout.flush();
   if (!std::cout) {
-    const int error = errno ? errno : EIO;
-    RaiseTrap(std::string("cannot write the output: ") + std::strerror(error));
+    // The stream may have failed long before this last flush, errno with it.
+    RaiseTrap(std::string("cannot write the output") + (errno ? std::string(": ") + std::strerror(errno) : ""));
   }
 }
 

@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <mutex>
+#include <set>
+
 #include <atomic>
 #include <chrono>
 #include <stdexcept>
@@ -279,6 +282,32 @@ TEST_F(PartScanTest, PreparedViewsReadWhatNamesRead) {
       EXPECT_EQ(scanned, expected) << names->size() << dumpFirst;
     }
   }
+}
+
+// A scan in parts inside a snapshot reads the snapshot's cards, in parts
+// while nothing was committed since it began, else in one part.
+TEST_F(PartScanTest, APartScanInASnapshotReadsItsStateWhateverOthersCommit) {
+  auto other = S::Open((dir_ / "cards.db").string(), OpenMode::kOpenExisting);
+  auto scan = [&] {
+    std::vector<int32_t> ids;
+    std::set<int32_t> parts;
+    EXPECT_EQ(store_->ScanCardsInParts(3, [&](int32_t part, int32_t id, const ICardValues&) {
+      static std::mutex m;
+      std::lock_guard lock(m);
+      ids.push_back(id);
+      parts.insert(part);
+      return true;
+    }), 0) << store_->GetLastError();
+    std::sort(ids.begin(), ids.end());
+    return std::to_string(ids.size()) + " " + std::to_string(ids.front()) + " " + std::to_string(parts.size());
+  };
+  ASSERT_EQ(store_->BeginSnapshot(), 0);
+  EXPECT_EQ(scan(), "3000 3 3");
+  ASSERT_EQ(other->DeleteCard(3), 0);
+  ASSERT_EQ(other->AddCard(9003, {{"Name", "Late"}}), 0);
+  EXPECT_EQ(scan(), "3000 3 1");
+  ASSERT_EQ(store_->EndSnapshot(), 0);
+  EXPECT_EQ(scan(), "3000 6 3");
 }
 
 // A scan that meets every card leaves the store knowing their IDs, cards not

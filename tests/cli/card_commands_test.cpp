@@ -26,12 +26,24 @@ using ::testing::HasSubstr;
 // leaves a database behind. An argument "@name" is that file in the test's folder.
 TEST_F(CommandTest, UsageErrorsAndFailuresHaveTheirExitCodesAndMessages) {
   std::ofstream(Path("garbage.db")) << std::string(4096, 'x');
+  std::ofstream(Path("in.jsonl")) << R"({"values": {"Name": "Ann"}})" << "\n";
   struct Case { std::vector<std::string> args; int code; std::string err; };
   const std::vector<Case> cases = {
       {{}, 2, "error: "},
       {{"frobnicate"}, 2, "error: "},
       {{"import", "x.jsonl"}, 2, "--db"},
       {{"sample", "--cards", "-5", "--db", "@new.db"}, 2, "error: "},
+      // Every number has its range, every path must name something.
+      {{"sample", "--cards", "99999999999999999999", "--db", "@new.db"}, 2, "from 0 to 10000000"},
+      {{"sample", "--cards", "10000001", "--db", "@new.db"}, 2, "from 0 to 10000000"},
+      {{"sample", "--cards", "1", "--seed", "-1", "--db", "@new.db"}, 2, "--seed"},
+      {{"sample", "--cards", "1e3", "--db", "@new.db"}, 2, "--cards"},
+      {{"sample", "--cards", "3", "--db", ""}, 2, "must not be empty"},
+      {{"import", "@in.jsonl", "--db", ""}, 2, "must not be empty"},
+      {{"import", "", "--db", "@new.db"}, 2, "must not be empty"},
+      {{"export", "--db", ""}, 2, "must not be empty"},
+      {{"find", "--db", ""}, 2, "must not be empty"},
+      {{"apply", "--db", "", "--action", "remove-exact"}, 2, "must not be empty"},
       {{"export", "--db", "@new.db", "--colour", "red"}, 2, "error: "},
       {{"find"}, 2, "--db"},
       {{"apply", "--db", "@new.db", "--action", "shuffle"}, 2, "shuffle"},
