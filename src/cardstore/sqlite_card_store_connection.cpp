@@ -284,6 +284,10 @@ void Connection::Refresh(bool force) {
     return;
   }
   lastCheck_ = now;
+  FollowDataVersion();
+}
+
+void Connection::FollowDataVersion() {
   const int64_t version = DataVersion();
   if (version != dataVersion_) {
     if (dataVersion_ >= 0 && onStale) onStale();
@@ -305,11 +309,7 @@ void Connection::BeginImmediate() {
     LaySchemaIfPending();
     CheckIntegrityOnce();
     // The lock brings the newest state: drop what other connections changed.
-    const int64_t version = DataVersion();
-    if (version != dataVersion_) {
-      if (onStale) onStale();
-      dataVersion_ = version;
-    }
+    FollowDataVersion();
   } catch (...) {
     // Nobody owns the transaction yet: do not leave it open.
     RollbackQuietly();
@@ -413,16 +413,18 @@ void Connection::BeginSnapshot() {
   if (snapshotDepth_++ > 0 || inBracket_) return;  // already fixed
   // The watcher's first look comes before the snapshot begins: a later look
   // that finds the same version proves nothing was committed in between.
+  // Without one, scans in parts read in one part (SnapshotStillCurrent).
   if (const char* file = FileName(); file && sqlite3_threadsafe()) {
-    if (sqlite3_open_v2(file, &watcher_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK) {
+    bool watching = sqlite3_open_v2(file, &watcher_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK;
+    if (watching) {
       sqlite3_busy_timeout(watcher_, options_.busyTimeoutMs);
       try {
         watcherVersion_ = DataVersionOf(watcher_);
       } catch (const Failure&) {
-        sqlite3_close_v2(watcher_);
-        watcher_ = nullptr;
+        watching = false;
       }
-    } else {
+    }
+    if (!watching) {
       sqlite3_close_v2(watcher_);
       watcher_ = nullptr;
     }
@@ -432,11 +434,7 @@ void Connection::BeginSnapshot() {
     snapshotOwnsRead_ = true;
     // The read begins with the first statement: the version the caches
     // must hold comes with it.
-    const int64_t version = DataVersion();
-    if (version != dataVersion_) {
-      if (onStale) onStale();
-      dataVersion_ = version;
-    }
+    FollowDataVersion();
   } catch (...) {
     EndSnapshot();
     throw;

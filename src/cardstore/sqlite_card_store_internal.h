@@ -323,7 +323,9 @@ class Connection {
   bool SnapshotStillCurrent();
 
  private:
-  void OpenForReading(bool exists);
+  // Asks PRAGMA data_version and calls onStale when another connection
+  // committed since the caches were filled.
+  void FollowDataVersion();
   void LaySchemaIfPending();
   void BeginImmediate();
   void CheckIntegrityOnce();
