@@ -122,10 +122,11 @@ for ((r = 0; r < ROUNDS / 2 + 1; r++)); do
   fresh t.db
   "$OMBREL" apply --db t.db --action merge-compatible --yes > a.out 2>&1 & pid=$!
   pause 300
-  run apply --db t.db --action merge-compatible --yes > b.out 2>&1
-  wait $pid
+  run apply --db t.db --action merge-compatible --yes > b.out 2>&1; second=$?
+  wait $pid; first=$?
   total=$(cat a.out b.out | sed -n 's/^Merged \([0-9]*\) .*/\1/p' | awk '{ s += $1 } END { print s + 0 }')
-  check "two applies" "round $r (merged $total of $expected)" bash -c "[ '$total' = '$expected' ] && integrity t.db"
+  check "two applies" "round $r (exits $first $second, merged $total of $expected)" \
+    bash -c "[ $first = 0 ] && [ $second = 0 ] && [ '$total' = '$expected' ] && integrity t.db"
 done
 
 # ---- bad input: each file must be refused, naming its line, changing nothing -------------

@@ -136,20 +136,71 @@ void ReadImage(const std::string& text, const char* key, const std::filesystem::
 }
 
 // A card's values by their canonical names, read as the search reads a
-// stored card; the last name asked for is the one a failure concerns.
+// stored card: the reader prepares the names it reads card after card, and
+// each card's values are put at their places in that list. The last name
+// read is the one a failure concerns.
 class LineValues final : public ICardValues {
  public:
-  void Clear() { values_.clear(); }
-  void Add(std::string canonical, std::string_view text) { values_.emplace(std::move(canonical), text); }
-  std::string Get(std::string_view name) const override {
-    lastAsked_ = name;
-    auto it = values_.find(std::string(name));
-    return it == values_.end() ? std::string() : std::string(it->second);
+  // The card's values, their names canonical; values must stay while shown.
+  void Show(const std::vector<std::pair<const std::string*, std::string_view>>& values) {
+    shown_ = &values;
+    Place();
   }
   const std::string& LastAsked() const { return lastAsked_; }
 
+  std::string Get(std::string_view name) const override {
+    std::string value;
+    Read(name, value);
+    return value;
+  }
+  void Read(std::string_view name, std::string& value) const override {
+    lastAsked_.assign(name);
+    auto it = position_.find(name);
+    if (it != position_.end()) return value.assign(views_[it->second]), void();
+    value.clear();
+    for (const auto& [other, text] : others_)
+      if (other == name) value.assign(text);
+  }
+  uint64_t Prepare(std::span<const std::string> names) const override {
+    names_.assign(names.begin(), names.end());
+    position_.clear();
+    for (size_t k = 0; k < names_.size(); ++k) position_.emplace(names_[k], k);
+    views_.assign(names_.size(), {});
+    Place();
+    return ++ticket_;
+  }
+  bool IsPrepared(uint64_t ticket) const override { return ticket != 0 && ticket == ticket_; }
+  void ReadPrepared(size_t k, std::string& value) const override { value.assign(ViewPrepared(k)); }
+  bool ViewsPrepared() const override { return true; }
+  std::string_view ViewPrepared(size_t k) const override {
+    lastAsked_.assign(names_[k]);
+    return views_[k];
+  }
+
  private:
-  std::unordered_map<std::string, std::string_view> values_;
+  struct Hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
+  };
+  mutable std::vector<std::string> names_;
+  mutable std::unordered_map<std::string, size_t, Hash, std::equal_to<>> position_;
+  mutable std::vector<std::string_view> views_;
+  // Each value of the card shown at its place in the prepared list, or
+  // among the others.
+  void Place() const {
+    std::fill(views_.begin(), views_.end(), std::string_view());
+    others_.clear();
+    if (!shown_) return;
+    for (const auto& [name, text] : *shown_) {
+      auto it = position_.find(*name);
+      if (it != position_.end()) views_[it->second] = text;
+      else others_.emplace_back(*name, text);
+    }
+  }
+
+  mutable uint64_t ticket_ = 0;
+  const std::vector<std::pair<const std::string*, std::string_view>>* shown_ = nullptr;
+  mutable std::vector<std::pair<std::string_view, std::string_view>> others_;  // values the reader never prepared
   mutable std::string lastAsked_;
 };
 
@@ -323,17 +374,23 @@ class Importer {
 
   void ReadCustomFields() {
     if (store_.GetCustomFields(customFields_) != 0) Bad(store_.GetLastError());
+    canonical_.clear();  // the fields decide which names there are
   }
 
   // The card must read as the search will read it: through the very reading
   // of the card store manager, so that no card imported can stop a search.
   void CheckReadable(int32_t cardId, const CardValueList& values) {
-    lineValues_.Clear();
-    std::string canonical;
+    named_.clear();
     for (const auto& [name, text] : values) {
-      if (store_.CanonicalValueName(name, canonical) != 0) Bad(store_.GetLastError());
-      lineValues_.Add(canonical, text);
+      auto it = canonical_.find(name);
+      if (it == canonical_.end()) {
+        std::string canonical;
+        if (store_.CanonicalValueName(name, canonical) != 0) Bad(store_.GetLastError());
+        it = canonical_.emplace(name, std::move(canonical)).first;
+      }
+      named_.emplace_back(&it->second, text);
     }
+    lineValues_.Show(named_);
     try {
       reader_.ReadCard(cardId, customFields_, lineValues_);
     } catch (const Error& e) {
@@ -352,6 +409,9 @@ class Importer {
   std::string customFields_;
   CCardStoreMgr reader_;  // reads values handed to it; never given a store
   LineValues lineValues_;
+  // Value names as the file spells them -> canonical (they repeat from card to card).
+  std::unordered_map<std::string, std::string> canonical_;
+  std::vector<std::pair<const std::string*, std::string_view>> named_;
 };
 
 // Reads lines of at most kMaxLineBytes: a file without line breaks (a

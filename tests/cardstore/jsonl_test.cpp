@@ -181,6 +181,9 @@ TEST_F(JsonlTest, EveryBadLineStopsTheImportAndChangesNothing) {
     EXPECT_EQ(ExportText(*store_), before) << line;
   }
   EXPECT_THROW(jsonl::ImportFile(*store_, dir_ / "no-such.jsonl"), Error);
+  // The first card of a file is read as every other (its reading prepares the names).
+  auto first = Write("first.jsonl", {R"({"id": 5, "values": {"Name": "A B", "Name.Rectangle": "1 2 3"}})"});
+  EXPECT_THAT(ErrorText([&] { jsonl::ImportFile(*store_, first); }), HasSubstr("line 1: card 5, value \"Name.Rectangle\""));
 }
 
 TEST(Base64Test, EncodesAndDecodesStrictly) {
