@@ -17,7 +17,10 @@ cd "$WORK"
 
 tried=0
 passed=0
-declare -A tried_in passed_in
+declare -A tried_in passed_in exits_in
+# The exit codes of the commands signalled: 137 (killed) and 130 (stopped)
+# show the signal landed in the middle, 0 that the command had finished.
+noted() { exits_in[$1]="${exits_in[$1]:-} $2"; }
 ok() { # class description
   tried=$((tried + 1)); passed=$((passed + 1))
   tried_in[$1]=$((${tried_in[$1]:-0} + 1)); passed_in[$1]=$((${passed_in[$1]:-0} + 1))
@@ -52,7 +55,16 @@ run export --db base.db base.jsonl >/dev/null || exit 1
 sed 's/^{"id":[0-9]*,/{/' base.jsonl > noids.jsonl
 run sample --cards 200 --seed 6 --db images.db >/dev/null || exit 1
 BASE_CARDS=$(cards base.db)
-BASE_SUM=$(md5sum < base.db)
+# How long each command takes here when left alone: signals then land at a
+# random moment within that time (the machine's speed varies a lot).
+took() { local start=$(date +%s%N); "$@" > /dev/null 2>&1; echo $((($(date +%s%N) - start) / 1000000)); }
+rm -f t.db; MS_IMPORT_NEW=$(took "$OMBREL" import noids.jsonl --db t.db)
+fresh t.db; MS_IMPORT=$(took "$OMBREL" import noids.jsonl --db t.db)
+fresh t.db; MS_SAMPLE=$(took "$OMBREL" sample --cards 5000 --no-images --db t.db)
+fresh t.db; MS_APPLY_REMOVE=$(took "$OMBREL" apply --db t.db --action remove-exact --yes)
+fresh t.db; MS_APPLY_MERGE=$(took "$OMBREL" apply --db t.db --action merge-compatible --yes)
+MS_EXPORT=$(took "$OMBREL" export --db images.db out.jsonl)
+echo "left alone: import $MS_IMPORT_NEW/$MS_IMPORT ms, sample $MS_SAMPLE ms, apply $MS_APPLY_REMOVE/$MS_APPLY_MERGE ms, export $MS_EXPORT ms"
 
 # ---- kills (SIGKILL) and Ctrl-C (SIGINT) during every writing command -------------
 # import and sample are all or nothing; apply is kill-safe set by set and a
@@ -64,8 +76,8 @@ for signal in KILL INT; do
       rm -f t.db t.db-*; [ $target = existing ] && fresh t.db
       before=$(held t.db)
       "$OMBREL" import noids.jsonl --db t.db >/dev/null 2>&1 & pid=$!
-      pause 1500; kill -s $signal $pid 2>/dev/null; { wait $pid; } 2>/dev/null; code=$?
-      after=$(held t.db)
+      [ $target = new ] && pause $MS_IMPORT_NEW || pause $MS_IMPORT; kill -s $signal $pid 2>/dev/null; { wait $pid; } 2>/dev/null; code=$?
+      after=$(held t.db); noted "kill $signal import" $code
       # all or nothing: the cards before, or those and the file's
       check "kill $signal import" "$target round $r (exit $code, $before -> $after)" \
         bash -c "[ '$after' = '$before' ] || [ '$after' = $((before + BASE_CARDS)) ]"
@@ -73,15 +85,15 @@ for signal in KILL INT; do
     # sample of 5,000 cards into a copy
     fresh t.db
     "$OMBREL" sample --cards 5000 --no-images --seed $r --db t.db >/dev/null 2>&1 & pid=$!
-    pause 800; kill -s $signal $pid 2>/dev/null; { wait $pid; } 2>/dev/null
+    pause $MS_SAMPLE; kill -s $signal $pid 2>/dev/null; { wait $pid; } 2>/dev/null; noted "kill $signal sample" $?
     after=$(integrity t.db && cards t.db)
     check "kill $signal sample" "round $r ($after)" bash -c "[ '$after' = $BASE_CARDS ] || [ '$after' = $((BASE_CARDS + 5000)) ]"
     # apply, both actions, then a rerun that must finish the job
     for action in remove-exact merge-compatible; do
       fresh t.db
       "$OMBREL" apply --db t.db --action $action --yes >/dev/null 2>&1 & pid=$!
-      pause 2500; kill -s $signal $pid 2>/dev/null; { wait $pid; } 2>/dev/null; code=$?
-      sound=no; integrity t.db && sound=yes
+      [ $action = remove-exact ] && pause $MS_APPLY_REMOVE || pause $MS_APPLY_MERGE; kill -s $signal $pid 2>/dev/null; { wait $pid; } 2>/dev/null; code=$?
+      sound=no; integrity t.db && sound=yes; noted "kill $signal apply" $code
       run apply --db t.db --action $action --yes >/dev/null 2>&1
       type=${action%%-*}; [ $type = remove ] && type=exact || type=compatible
       left=$(run find --db t.db --type $type --json 2>/dev/null | tr -d ' \n')
@@ -91,7 +103,7 @@ for signal in KILL INT; do
     # export to a file that already holds an older export
     echo '{"old": true}' > out.jsonl
     "$OMBREL" export --db images.db out.jsonl >/dev/null 2>&1 & pid=$!
-    pause 300; kill -s $signal $pid 2>/dev/null; { wait $pid; } 2>/dev/null
+    pause $MS_EXPORT; kill -s $signal $pid 2>/dev/null; { wait $pid; } 2>/dev/null; noted "kill $signal export" $?
     lines=$(wc -l < out.jsonl); leftovers=$(ls -A | grep -c '^\.out\.jsonl\.' || true)
     check "kill $signal export" "round $r ($lines lines, $leftovers temporary files)" \
       bash -c "([ $lines = 1 ] || [ $lines = 201 ]) && [ $leftovers = 0 ]"
@@ -102,7 +114,7 @@ done
 for ((r = 0; r < ROUNDS; r++)); do
   fresh t.db
   "$OMBREL" apply --db t.db --action merge-compatible --yes >/dev/null 2>&1 & pid=$!
-  pause 1500
+  pause $MS_APPLY_MERGE
   run find --db t.db --json > f.json 2> f.err; code=$?
   wait $pid
   check "find during apply" "round $r (exit $code: $(head -c 120 f.err))" \
@@ -265,6 +277,10 @@ done
 
 # ---- summary ----------------------------------------------------------------------------------
 echo
-for class in "${!tried_in[@]}"; do printf '%-22s %3d tried, %3d passed\n' "$class" "${tried_in[$class]}" "${passed_in[$class]}"; done | sort
+for class in "${!tried_in[@]}"; do
+  exits=""
+  [ -n "${exits_in[$class]:-}" ] && exits="  (exit codes:$(tr ' ' '\n' <<< "${exits_in[$class]}" | sort | uniq -c | awk 'NF == 2 { printf " %s x%s", $2, $1 }'))"
+  printf '%-22s %3d tried, %3d passed%s\n' "$class" "${tried_in[$class]}" "${passed_in[$class]}" "$exits"
+done | sort
 echo "total: $tried tried, $passed passed"
 [ "$tried" = "$passed" ]

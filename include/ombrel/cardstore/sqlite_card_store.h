@@ -170,7 +170,8 @@ class CSqliteCardStore : public ICardStore {
   Status EndSnapshot() override;
   bool OffersPartScan() const override { return true; }
   // partStarts that the store does not hold, or not in store order, are ignored. The values of
-  // cards not wanted are not decoded.
+  // cards not wanted are not decoded. A scan in parts reads one snapshot (the caller's, or its
+  // own): part 0's visitor may read through the store, but a write fails until the scan is over.
   Status ScanCardsInParts(int32_t parts,
                           const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit,
                           std::span<const int32_t> partStarts = {},
