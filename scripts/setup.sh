@@ -11,6 +11,7 @@ PACKAGES=(
   build-essential cmake pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev sqlite3
+  libpng-dev libjpeg-dev
   nlohmann-json3-dev libcli11-dev libutf8proc-dev
   qt6-base-dev qt6-base-dev-tools libgl-dev
   qt6-qpa-plugins qt6-translations-l10n fonts-dejavu-core

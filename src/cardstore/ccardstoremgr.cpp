@@ -117,22 +117,50 @@ std::string_view ReadValue(const Read& read, const std::vector<std::string>& nam
   return read(names[k], k, scratch);
 }
 
-// Reads one field's data into data; names[first] is the field's name,
+// The rectangle a field takes from its stored corners: width and height
+// from them (both 0 when either is negative), its area a 32-bit number too.
+CRectangle RectangleOf(const FieldData& data) {
+  int32_t width = CheckedSub(data.right, data.left);
+  int32_t height = CheckedSub(data.bottom, data.top);
+  if (width < 0 || height < 0) width = height = 0;
+  CRectangle rect(data.top, data.left, width, height);
+  rect.GetArea();
+  return rect;
+}
+
+// A field's reading failed: raised with the field's name. A failure of the
+// numbers of valueName (an overflow, a token that is no number) is told
+// with that value; the rules' own messages already end with it.
+[[noreturn]] [[gnu::noinline]] void RaiseFieldFailure(const std::string& name, const Error& e,
+                                                     const std::string* valueName, std::string_view value) {
+  std::string reason = e.Description();
+  if (valueName && !reason.starts_with("Incorrect ")) reason += " in \"" + *valueName + "\": " + std::string(value);
+  RaiseTrap("Failed to get field data for field: " + name + std::string(kCrLf) + reason);
+}
+
+// Reads one field's data into data and its rectangle (as the card takes it:
+// left, top, width and height) into rect; names[first] is the field's name,
 // followed by its rectangle, levels and suspect info. False for a field
-// without text, whose other values are never read (data is then left as it
-// was). scratch is a buffer kept from field to field.
+// without text, whose other values are never read (data and rect are then
+// left as they were). scratch is a buffer kept from field to field.
 template <class Read>
 bool ReadFieldData(const std::vector<std::string>& names, size_t first, const Read& read, FieldData& data,
-                   std::string& scratch) {
+                   CRectangle& rect, std::string& scratch) {
   const std::string& name = names[first];
+  const std::string* numbersOf = nullptr;  // the value whose numbers are being worked out
+  std::string_view value;
   try {
     const std::string_view text = CString::TrimmedView(ReadValue(read, names, first, scratch));
     if (text.empty()) return false;
     data = FieldData{std::move(data.text)};
     data.text.assign(text);
-    if (SkipsGeometry(name)) return true;
+    if (SkipsGeometry(name)) {
+      rect = CRectangle();
+      return true;
+    }
 
-    std::string_view value = ReadValue(read, names, first + 1, scratch);
+    value = ReadValue(read, names, first + 1, scratch);
+    numbersOf = &names[first + 1];
     if (!value.empty()) {
       const auto numbers = ReadNumbers<4>(value, "Incorrect rectangle information: ");
       data.left = numbers[0];
@@ -140,13 +168,17 @@ bool ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
       data.right = numbers[2];
       data.bottom = numbers[3];
     }
+    rect = RectangleOf(data);
+    numbersOf = nullptr;
 
     value = ReadValue(read, names, first + 2, scratch);
+    numbersOf = &names[first + 2];
     if (!value.empty()) {
       const auto numbers = ReadNumbers<2>(value, "Incorrect confidence levels: ");
       data.ocrLevel = numbers[0];
       data.catLevel = numbers[1];
     }
+    numbersOf = nullptr;
 
     value = ReadValue(read, names, first + 3, scratch);
     if (!value.empty()) {
@@ -158,7 +190,7 @@ bool ReadFieldData(const std::vector<std::string>& names, size_t first, const Re
       else if (value.back() != '0') bad();
     }
   } catch (const Error& e) {
-    RaiseTrap("Failed to get field data for field: " + name + std::string(kCrLf) + e.Description());
+    RaiseFieldFailure(name, e, numbersOf, value);
   }
   return true;
 }
@@ -195,15 +227,11 @@ ReadState& ReadAll(const std::vector<std::string>& names, int32_t fieldCount, co
     if (state.filled.size() == state.positions.size()) state.filled.emplace_back();
     Filled& field = state.filled[state.positions.size()];
     FieldData& data = field.data;
-    if (!ReadFieldData(names, first, read, data, scratch)) continue;
+    if (!ReadFieldData(names, first, read, data, field.rect, scratch)) continue;
 
     field.label.clear();
     if (IsExtraPhoneFieldName(name) || IsExtraEmailFieldName(name))
       field.label.assign(ReadValue(read, names, first + 4, scratch));
-    int32_t width = CheckedSub(data.right, data.left);
-    int32_t height = CheckedSub(data.bottom, data.top);
-    if (width < 0 || height < 0) width = height = 0;
-    field.rect = CRectangle(data.top, data.left, width, height);
     field.position = i;
     state.positions.push_back(i);
   }
@@ -366,6 +394,18 @@ bool CCardStoreMgr::AbortUpdate() {
 }
 
 std::string CCardStoreMgr::GetLastError() { return cardStore_ ? cardStore_->GetLastError() : std::string(); }
+
+CCardStoreMgr::Snapshot CCardStoreMgr::HoldSnapshot() {
+  ICardStore& store = Store();
+  if (!store.OffersSnapshot()) return Snapshot();
+  if (store.BeginSnapshot() != 0) RaiseFailure("Failed to begin a consistent read");
+  return Snapshot(cardStore_);
+}
+
+CCardStoreMgr::Snapshot::~Snapshot() {
+  // Ending a read cannot lose anything: a failure here has nothing to report.
+  if (store_) store_->EndSnapshot();
+}
 
 std::shared_ptr<CCard> CCardStoreMgr::GetCard(int32_t cardId) {
   auto plan = PlanCustomFields(GetCustomFields());

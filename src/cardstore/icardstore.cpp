@@ -28,6 +28,8 @@ Status ICardStore::SetBackDIB(int32_t, int32_t) { RaiseMissingMember("SetBackDIB
 Status ICardStore::HasFrontImage(int32_t, bool&) { RaiseMissingMember("HasFrontImage"); }
 Status ICardStore::HasBackImage(int32_t, bool&) { RaiseMissingMember("HasBackImage"); }
 Status ICardStore::GetCategories(std::string&) { RaiseMissingMember("GetCategories"); }
+Status ICardStore::BeginSnapshot() { RaiseMissingMember("BeginSnapshot"); }
+Status ICardStore::EndSnapshot() { RaiseMissingMember("EndSnapshot"); }
 Status ICardStore::ScanCards(const std::function<bool(int32_t, const ICardValues&)>&) {
   RaiseMissingMember("ScanCards");
 }

@@ -31,41 +31,36 @@ void CSqliteCardStore::Impl::AddCard(int32_t cardId, const CardValueList& values
   std::vector<int32_t> seen;
   seen.reserve(values.size());
   for (const auto& [name, text] : values) {
-    int32_t index = ResolveOrFail(name);
+    int32_t index = names.ResolveOrFail(name);
     for (int32_t s : seen) {
       if (s == index) {
-        Fail(kStatusBadArgument, "value \"" + canon_[index].name + "\" is given twice");
+        Fail(kStatusBadArgument, "value \"" + names.Name(index) + "\" is given twice");
       }
     }
     seen.push_back(index);
-    if (!text.empty()) coded.push_back({EnsureCode(index), text});
+    if (!text.empty()) coded.push_back({names.EnsureCode(index), text});
   }
   std::string blob;
   EncodeValues(coded, blob);
   try {
-    StatementUse use(st_->insertCard);
+    StatementUse use(conn.St().insertCard);
     use->BindInt(1, cardId);
     use->BindBlob(2, blob);
     use->Step();
   } catch (const Failure&) {
-    if (sqlite3_extended_errcode(db_) == SQLITE_CONSTRAINT_UNIQUE) {
+    if (sqlite3_extended_errcode(conn.Db()) == SQLITE_CONSTRAINT_UNIQUE) {
       Fail(kStatusBadArgument, "card ID " + std::to_string(cardId) + " already exists");
     }
     throw;
   }
-  if (front) StoreImage(cardId, ImageSide::kFront, front);
-  if (back) StoreImage(cardId, ImageSide::kBack, back);
-  if (orderValid_) {
-    EnsureOrderLoaded();  // a deleted ID may come back: its old place must go first
-    order_.push_back(cardId);  // a new row always sorts last
-    ids_.Insert(cardId);
-  }
+  if (front) images.Store(cardId, ImageSide::kFront, *front);
+  if (back) images.Store(cardId, ImageSide::kBack, *back);
+  order.Added(cardId);
 }
 
 Status CSqliteCardStore::AddCard(int32_t cardId, const CardValueList& values, const StoredImage* front,
                                  const StoredImage* back) {
   return impl_->Run("AddCard", cardId, [&] {
-    impl_->RequireConnected();
     WriteTransaction tx(*impl_);
     impl_->AddCard(cardId, values, front, back);
     tx.Commit();
@@ -76,11 +71,10 @@ Status CSqliteCardStore::AddCardWithNextId(const CardValueList& values, const St
                                            const StoredImage* back, int32_t& cardId) {
   return impl_->Run("AddCard", [&] {
     Impl& s = *impl_;
-    s.RequireConnected();
     WriteTransaction tx(s);
     int64_t next = 1;
     {
-      StatementUse use(s.st_->maxId);
+      StatementUse use(s.conn.St().maxId);
       if (use->Step() && !use->IsNull(0)) next = use->Int(0) + 1;
     }
     if (next > INT32_MAX) Fail(kStatusBadArgument, "no free card ID above 2147483647");
@@ -93,7 +87,7 @@ Status CSqliteCardStore::AddCardWithNextId(const CardValueList& values, const St
 Status CSqliteCardStore::DefineCustomFields(const std::vector<CustomFieldDef>& fields) {
   return impl_->Run("DefineCustomFields", [&] {
     Impl& s = *impl_;
-    s.RequireConnected();
+    s.conn.RequireOpen();
     for (const auto& f : fields) {
       // The tokens travel as one tab-separated line each.
       if (f.name.empty() || HasControlChars(f.name) || HasControlChars(f.type) || HasControlChars(f.visibility) ||
@@ -108,7 +102,7 @@ Status CSqliteCardStore::DefineCustomFields(const std::vector<CustomFieldDef>& f
       }
     }
     WriteTransaction tx(s);
-    Statement upsert(s.db_,
+    Statement upsert(s.conn.Db(),
                      "INSERT INTO custom_fields (name, type, visibility, access) VALUES (?1, ?2, ?3, ?4) "
                      "ON CONFLICT (name) DO UPDATE SET type = excluded.type, visibility = excluded.visibility, "
                      "access = excluded.access");
@@ -120,7 +114,7 @@ Status CSqliteCardStore::DefineCustomFields(const std::vector<CustomFieldDef>& f
       use->BindText(4, f.access);
       use->Step();
     }
-    s.customLoaded_ = false;  // names resolve anew once the fields are read back
+    s.names.CustomFieldsChanged();  // names resolve anew once the fields are read back
     tx.Commit();
   });
 }
@@ -128,7 +122,7 @@ Status CSqliteCardStore::DefineCustomFields(const std::vector<CustomFieldDef>& f
 Status CSqliteCardStore::DefineCategories(const std::vector<std::string>& categories) {
   return impl_->Run("DefineCategories", [&] {
     Impl& s = *impl_;
-    s.RequireConnected();
+    s.conn.RequireOpen();
     for (const auto& c : categories) {
       // A card's categories are one text joined by ", ", so a comma would split a name.
       if (c.empty() || HasControlChars(c) || c.find(',') != std::string::npos) {
@@ -136,7 +130,7 @@ Status CSqliteCardStore::DefineCategories(const std::vector<std::string>& catego
       }
     }
     WriteTransaction tx(s);
-    Statement insert(s.db_, "INSERT OR IGNORE INTO categories (name) VALUES (?1)");
+    Statement insert(s.conn.Db(), "INSERT OR IGNORE INTO categories (name) VALUES (?1)");
     for (const auto& c : categories) {
       StatementUse use(insert);
       use->BindText(1, c);
@@ -149,8 +143,8 @@ Status CSqliteCardStore::DefineCategories(const std::vector<std::string>& catego
 Status CSqliteCardStore::ListCustomFields(std::vector<CustomFieldDef>& fields) {
   fields.clear();
   return impl_->Run("GetCustomFields", [&] {
-    impl_->RequireConnected();
-    StatementUse use(impl_->st_->selectCustom);
+    impl_->ReadyToRead();
+    StatementUse use(impl_->conn.St().selectCustom);
     while (use->Step()) {
       fields.push_back(
           {std::string(use->Text(0)), std::string(use->Text(1)), std::string(use->Text(2)), std::string(use->Text(3))});
@@ -161,8 +155,8 @@ Status CSqliteCardStore::ListCustomFields(std::vector<CustomFieldDef>& fields) {
 Status CSqliteCardStore::ListCategories(std::vector<std::string>& categories) {
   categories.clear();
   return impl_->Run("GetCategories", [&] {
-    impl_->RequireConnected();
-    StatementUse use(impl_->st_->selectCategories);
+    impl_->ReadyToRead();
+    StatementUse use(impl_->conn.St().selectCategories);
     while (use->Step()) categories.emplace_back(use->Text(0));
   });
 }
@@ -170,12 +164,11 @@ Status CSqliteCardStore::ListCategories(std::vector<std::string>& categories) {
 Status CSqliteCardStore::ScanCards(const std::function<bool(int32_t, const ICardValues&)>& visit) {
   return impl_->Run("ScanCards", [&] {
     Impl& s = *impl_;
-    s.RequireConnected();
-    s.Refresh(false);
-    s.FlushCard();  // the scan reads the rows
+    s.ReadyToRead();
+    s.card.Flush();  // the scan reads the rows
     // Its own statement: the visitor may call back into the store.
-    Statement scan(s.db_, "SELECT id, vals FROM cards ORDER BY ord");
-    ScanValues values(s);
+    Statement scan(s.conn.Db(), "SELECT id, vals FROM cards ORDER BY ord");
+    ScanValues values(s.names);
     while (scan.Step()) {
       auto id = static_cast<int32_t>(scan.Int(0));
       values.Show(id, scan.Blob(1));
@@ -187,10 +180,9 @@ Status CSqliteCardStore::ScanCards(const std::function<bool(int32_t, const ICard
 Status CSqliteCardStore::ScanRecords(const std::function<bool(const CardRecordView&)>& visit) {
   return impl_->Run("ScanRecords", [&] {
     Impl& s = *impl_;
-    s.RequireConnected();
-    s.Refresh(false);
-    s.FlushCard();
-    Statement scan(s.db_,
+    s.ReadyToRead();
+    s.card.Flush();
+    Statement scan(s.conn.Db(),
                    "SELECT c.id, c.vals, "
                    "EXISTS (SELECT 1 FROM images i WHERE i.card_id = c.id AND i.side = 0), "
                    "EXISTS (SELECT 1 FROM images i WHERE i.card_id = c.id AND i.side = 1) "
@@ -199,10 +191,10 @@ Status CSqliteCardStore::ScanRecords(const std::function<bool(const CardRecordVi
     CardRecordView view;
     while (scan.Step()) {
       view.id = static_cast<int32_t>(scan.Int(0));
-      s.Decode(view.id, scan.Blob(1), card);
+      s.names.Decode(view.id, scan.Blob(1), card);
       view.values.clear();
       for (size_t i = 0; i < card.values.size(); ++i) {
-        view.values.emplace_back(s.canon_[card.canonIndex[i]].name, card.values[i].text);
+        view.values.emplace_back(s.names.Name(card.canonIndex[i]), card.values[i].text);
       }
       view.hasFront = scan.Int(2) != 0;
       view.hasBack = scan.Int(3) != 0;
@@ -215,21 +207,21 @@ Status CSqliteCardStore::GetLabels(const std::string& labelType, std::string& la
   labels.clear();
   return impl_->Run("GetLabels", [&] {
     Impl& s = *impl_;
-    s.RequireConnected();
+    s.conn.RequireOpen();
     if (labelType != "Phone" && labelType != "Email") {
       Fail(kStatusBadArgument, "unknown label type \"" + labelType + "\" (Phone or Email)");
     }
-    s.Refresh(false);
-    s.FlushCard();
+    s.ReadyToRead();
+    s.card.Flush();
     std::vector<int32_t> wanted;
     for (int n = 1; n <= 6; ++n) {
-      wanted.push_back(s.Intern(labelType + " " + std::to_string(n) + std::string(kLabelSuffix)));
+      wanted.push_back(s.names.Intern(labelType + " " + std::to_string(n) + std::string(kLabelSuffix)));
     }
     std::set<std::string, std::less<>> found;
-    Statement scan(s.db_, "SELECT id, vals FROM cards");
+    Statement scan(s.conn.Db(), "SELECT id, vals FROM cards");
     DecodedCard card;
     while (scan.Step()) {
-      s.Decode(static_cast<int32_t>(scan.Int(0)), scan.Blob(1), card);
+      s.names.Decode(static_cast<int32_t>(scan.Int(0)), scan.Blob(1), card);
       for (int32_t w : wanted) {
         std::string_view label = card.Find(w);
         if (!label.empty() && !found.count(label)) found.emplace(label);

@@ -3,38 +3,70 @@
 // the process-wide ImageRegistry.
 #include "cardstore/sqlite_card_store_internal.h"
 
-namespace ombrel {
-
-using namespace sqlite_store;
+namespace ombrel::sqlite_store {
 
 namespace {
 
 const char* SideName(ImageSide side) { return side == ImageSide::kFront ? "front" : "back"; }
 
-void RequireCard(CSqliteCardStore::Impl& s, int32_t cardId) {
-  if (!s.CardRowExists(cardId)) Fail(CSqliteCardStore::kStatusUnknownCard, "no such card");
-}
-
 }  // namespace
 
-void CSqliteCardStore::Impl::StoreImage(int32_t cardId, ImageSide side, const StoredImage* image) {
-  std::string detected = ImageRegistry::DetectFormat(image->bytes);
-  if (detected.empty() || detected != image->format) {
-    Fail(kStatusBadArgument, std::string("the ") + SideName(side) +
-                                 " image is not a PNG, JPEG or BMP image of the format it claims (\"" + image->format +
-                                 "\")");
+void ImageTable::EnsureLoaded() {
+  if (valid_) return;
+  std::vector<int32_t> sides[2];
+  {
+    StatementUse use(c_.St().selectImageSides);
+    while (use->Step()) {
+      int64_t id = use->Int(0), side = use->Int(1);
+      // Rows no card could own are never asked about.
+      if (id >= 1 && id <= INT32_MAX && (side == 0 || side == 1)) sides[side].push_back(static_cast<int32_t>(id));
+    }
   }
-  StatementUse use(st_->upsertImage);
-  use->BindInt(1, cardId);
-  use->BindInt(2, static_cast<int>(side));
-  use->BindText(3, image->format);
-  use->BindBlob(4, std::string_view(reinterpret_cast<const char*>(image->bytes.data()), image->bytes.size()));
-  use->Step();
-  if (imagesValid_) images_[static_cast<int>(side)].Insert(cardId);
+  sides_[0].Assign(sides[0]);
+  sides_[1].Assign(sides[1]);
+  valid_ = true;
 }
 
-int32_t CSqliteCardStore::Impl::GetImageHandle(int32_t cardId, ImageSide side) {
-  RequireCard(*this, cardId);
+void ImageTable::Invalidate() {
+  valid_ = false;
+  sides_[0].Clear();
+  sides_[1].Clear();
+  handles_.clear();
+}
+
+void ImageTable::Forget(int32_t cardId) {
+  sides_[0].Erase(cardId);
+  sides_[1].Erase(cardId);
+  handles_.erase({cardId, 0});
+  handles_.erase({cardId, 1});
+}
+
+void ImageTable::Store(int32_t cardId, ImageSide side, const StoredImage& image) {
+  std::string detected = ImageRegistry::DetectFormat(image.bytes);
+  if (detected.empty() || detected != image.format) {
+    Fail(CSqliteCardStore::kStatusBadArgument, std::string("the ") + SideName(side) +
+                                                   " image is not a PNG, JPEG or BMP image of the format it claims (\"" +
+                                                   image.format + "\")");
+  }
+  StatementUse use(c_.St().upsertImage);
+  use->BindInt(1, cardId);
+  use->BindInt(2, static_cast<int>(side));
+  use->BindText(3, image.format);
+  use->BindBlob(4, std::string_view(reinterpret_cast<const char*>(image.bytes.data()), image.bytes.size()));
+  use->Step();
+  if (valid_) sides_[static_cast<int>(side)].Insert(cardId);
+}
+
+void ImageTable::Remove(int32_t cardId, ImageSide side) {
+  StatementUse use(c_.St().deleteImage);
+  use->BindInt(1, cardId);
+  use->BindInt(2, static_cast<int>(side));
+  use->Step();
+  sides_[static_cast<int>(side)].Erase(cardId);
+  handles_.erase({cardId, static_cast<int>(side)});
+}
+
+int32_t ImageTable::Handle(int32_t cardId, ImageSide side) {
   auto key = std::make_pair(cardId, static_cast<int>(side));
   auto& registry = ImageRegistry::Instance();
   // Hand out the same handle again while it is alive, so repeated reads do
@@ -44,8 +76,8 @@ int32_t CSqliteCardStore::Impl::GetImageHandle(int32_t cardId, ImageSide side) {
     handles_.erase(it);
   }
   // Not worth loading the image sets for, but they spare a query once there.
-  if (imagesValid_ && !images_[static_cast<int>(side)].Contains(cardId)) return 0;
-  StatementUse use(st_->selectImage);
+  if (valid_ && !sides_[static_cast<int>(side)].Contains(cardId)) return 0;
+  StatementUse use(c_.St().selectImage);
   use->BindInt(1, cardId);
   use->BindInt(2, static_cast<int>(side));
   if (!use->Step()) return 0;
@@ -58,75 +90,82 @@ int32_t CSqliteCardStore::Impl::GetImageHandle(int32_t cardId, ImageSide side) {
   return handle;
 }
 
-bool CSqliteCardStore::Impl::HasImage(int32_t cardId, ImageSide side) {
-  RequireCard(*this, cardId);
-  EnsureImagesLoaded();
-  return images_[static_cast<int>(side)].Contains(cardId);
+bool ImageTable::Has(int32_t cardId, ImageSide side) {
+  EnsureLoaded();
+  return sides_[static_cast<int>(side)].Contains(cardId);
 }
 
-void CSqliteCardStore::Impl::SetImageFromHandle(int32_t cardId, ImageSide side, int32_t handle) {
-  WriteTransaction tx(*this);
-  RequireCard(*this, cardId);
-  auto key = std::make_pair(cardId, static_cast<int>(side));
+namespace {
+
+int32_t GetImageHandle(CSqliteCardStore::Impl& s, int32_t cardId, ImageSide side) {
+  s.RequireCard(cardId);
+  return s.images.Handle(cardId, side);
+}
+
+void SetImageFromHandle(CSqliteCardStore::Impl& s, int32_t cardId, ImageSide side, int32_t handle) {
+  WriteTransaction tx(s);
+  s.RequireCard(cardId);
   if (handle == 0) {
-    StatementUse use(st_->deleteImage);
-    use->BindInt(1, cardId);
-    use->BindInt(2, static_cast<int>(side));
-    use->Step();
-    images_[static_cast<int>(side)].Erase(cardId);
-    handles_.erase(key);
+    s.images.Remove(cardId, side);
   } else {
     auto image = ImageRegistry::Instance().Get(handle);
-    if (!image) Fail(kStatusBadArgument, "unknown image handle " + std::to_string(handle));
-    StoreImage(cardId, side, image.get());
-    handles_[key] = handle;
+    if (!image) Fail(CSqliteCardStore::kStatusBadArgument, "unknown image handle " + std::to_string(handle));
+    s.images.Store(cardId, side, *image);
+    s.images.Remember(cardId, side, handle);
   }
   tx.Commit();
 }
 
+bool HasImage(CSqliteCardStore::Impl& s, int32_t cardId, ImageSide side) {
+  s.RequireCard(cardId);
+  return s.images.Has(cardId, side);
+}
+
+}  // namespace
+
+}  // namespace ombrel::sqlite_store
+
+namespace ombrel {
+
+using namespace sqlite_store;
+
 Status CSqliteCardStore::GetCardDIB(int32_t cardId, int32_t& dib) {
   dib = 0;
   return impl_->Run("GetCardDIB", cardId, [&] {
-    impl_->RequireConnected();
-    dib = impl_->GetImageHandle(cardId, ImageSide::kFront);
+    dib = GetImageHandle(*impl_, cardId, ImageSide::kFront);
   });
 }
 
 Status CSqliteCardStore::GetBackDIB(int32_t cardId, int32_t& dib) {
   dib = 0;
   return impl_->Run("GetBackDIB", cardId, [&] {
-    impl_->RequireConnected();
-    dib = impl_->GetImageHandle(cardId, ImageSide::kBack);
+    dib = GetImageHandle(*impl_, cardId, ImageSide::kBack);
   });
 }
 
 Status CSqliteCardStore::SetCardDIB(int32_t cardId, int32_t dib) {
   return impl_->Run("SetCardDIB", cardId, [&] {
-    impl_->RequireConnected();
-    impl_->SetImageFromHandle(cardId, ImageSide::kFront, dib);
+    SetImageFromHandle(*impl_, cardId, ImageSide::kFront, dib);
   });
 }
 
 Status CSqliteCardStore::SetBackDIB(int32_t cardId, int32_t dib) {
   return impl_->Run("SetBackDIB", cardId, [&] {
-    impl_->RequireConnected();
-    impl_->SetImageFromHandle(cardId, ImageSide::kBack, dib);
+    SetImageFromHandle(*impl_, cardId, ImageSide::kBack, dib);
   });
 }
 
 Status CSqliteCardStore::HasFrontImage(int32_t cardId, bool& answer) {
   answer = false;
   return impl_->Run("HasFrontImage", cardId, [&] {
-    impl_->RequireConnected();
-    answer = impl_->HasImage(cardId, ImageSide::kFront);
+    answer = HasImage(*impl_, cardId, ImageSide::kFront);
   });
 }
 
 Status CSqliteCardStore::HasBackImage(int32_t cardId, bool& answer) {
   answer = false;
   return impl_->Run("HasBackImage", cardId, [&] {
-    impl_->RequireConnected();
-    answer = impl_->HasImage(cardId, ImageSide::kBack);
+    answer = HasImage(*impl_, cardId, ImageSide::kBack);
   });
 }
 
@@ -135,9 +174,8 @@ Status CSqliteCardStore::GetImage(int32_t cardId, ImageSide side, StoredImage& i
   image = {};
   return impl_->Run("GetImage", cardId, [&] {
     Impl& s = *impl_;
-    s.RequireConnected();
-    RequireCard(s, cardId);
-    StatementUse use(s.st_->selectImage);
+    s.RequireCard(cardId);
+    StatementUse use(s.conn.St().selectImage);
     use->BindInt(1, cardId);
     use->BindInt(2, static_cast<int>(side));
     if (!use->Step()) return;

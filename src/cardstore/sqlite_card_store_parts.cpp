@@ -96,6 +96,9 @@ void OpenPartConnection(Part& part, const char* file, int busyTimeoutMs) {
   if (rc != SQLITE_OK) FailSql(part.db, rc, "cannot open '" + std::string(file) + "' for a part of the scan");
   sqlite3_extended_result_codes(part.db, 1);
   sqlite3_busy_timeout(part.db, busyTimeoutMs);
+  // The part's read begins now, to be compared with the store's snapshot.
+  Exec(part.db, "BEGIN");
+  QueryInt(part.db, "SELECT count(*) FROM value_names");
   part.scan = Statement(part.db, kRangeScan);
   part.scan.BindInt(1, part.first);
   part.scan.BindInt(2, part.last);
@@ -184,20 +187,27 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
   std::exception_ptr thrown;
   Status status = impl_->Run("ScanCardsInParts", [&] {
     Impl& s = *impl_;
-    s.RequireConnected();
-    s.Refresh(false);
-    s.FlushCard();
+    s.ReadyToRead();
+    s.card.Flush();
 
     // Pending changes are visible on this connection only, and an in-memory
     // or temporary database on no other.
-    const char* file = sqlite3_db_filename(s.db_, "main");
+    const char* file = s.conn.FileName();
     int64_t first = INT64_MIN, last = INT64_MAX;
     int32_t count = 1;
-    if (parts > 1 && !s.inBracket_ && file && *file && sqlite3_threadsafe()) {
-      // The other parts read the newest commit: so must the name tables.
-      s.Refresh(true);
+    // The parts read one state: a snapshot of the store's own, which the
+    // other parts' reads are then checked to share.
+    struct Snapshot {
+      Connection* held = nullptr;
+      ~Snapshot() {
+        if (held) held->EndSnapshot();
+      }
+    } snapshot;
+    if (parts > 1 && !s.conn.InBracket() && file && sqlite3_threadsafe()) {
+      s.conn.BeginSnapshot();
+      snapshot.held = &s.conn;
       // One aggregate a query, so that each reads one end of the table and not all of it.
-      Statement bounds(s.db_, "SELECT (SELECT min(ord) FROM cards), (SELECT max(ord) FROM cards)");
+      Statement bounds(s.conn.Db(), "SELECT (SELECT min(ord) FROM cards), (SELECT max(ord) FROM cards)");
       if (bounds.Step() && !bounds.IsNull(0)) {
         first = bounds.Int(0);
         last = bounds.Int(1);
@@ -215,7 +225,7 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
     if (count > 1 && partStarts.size() == static_cast<size_t>(count - 1)) {
       // The caller's split, when every card it names is here and in order.
       std::vector<int64_t> starts;
-      Statement find(s.db_, "SELECT ord FROM cards WHERE id = ?1");
+      Statement find(s.conn.Db(), "SELECT ord FROM cards WHERE id = ?1");
       for (int32_t id : partStarts) {
         find.Reset();
         find.BindInt(1, id);
@@ -236,19 +246,30 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
     // What can fail on its own (the names, the connections) is done before any card is visited.
     NameTables tables;
     if (count > 1) {
-      s.EnsureNamesLoaded();
-      s.EnsureCustomFieldsLoaded();
-      tables.canonByCode = s.canonByCode_;
-      tables.names = s.canon_.size();
-      tables.canonByName = s.canonByName_;
-      tables.customFields = s.customFields_;
-      for (int32_t p = 1; p < count; ++p) OpenPartConnection(part[p], file, s.options_.busyTimeoutMs);
+      s.names.EnsureCodesLoaded();
+      s.names.EnsureCustomFieldsLoaded();
+      tables.canonByCode = s.names.CanonByCode();
+      tables.names = s.names.Size();
+      tables.canonByName = s.names.CanonByName();
+      tables.customFields = s.names.CustomFields();
+      for (int32_t p = 1; p < count; ++p) OpenPartConnection(part[p], file, s.conn.Options().busyTimeoutMs);
+      if (!s.conn.SnapshotStillCurrent()) {
+        // Something was committed since the snapshot began: the other
+        // connections would read a later state. Read on this one alone.
+        for (int32_t p = 1; p < count; ++p) {
+          part[p].Close();
+          part[p].finished = true;  // nothing left for it: part 0 reads it all
+        }
+        part[0].first = first;
+        part[0].last = last;
+        count = 1;
+      }
     }
     const Impl::ScanStart idStart = s.BeginIdCollection();
     for (Part& p : part) p.collectIds = idStart.collect;
     std::optional<SmallCacheDuringScan> smallCache;
-    if (count > 1) smallCache.emplace(s.db_);
-    part[0].scan = Statement(s.db_, kRangeScan);  // its own: the visitor may call back into the store
+    if (count > 1) smallCache.emplace(s.conn.Db());
+    part[0].scan = Statement(s.conn.Db(), kRangeScan);  // its own: the visitor may call back into the store
     part[0].scan.BindInt(1, part[0].first);
     part[0].scan.BindInt(2, part[0].last);
 
@@ -289,7 +310,7 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
       Fail(kStatusDatabase, std::string("cannot start a thread for a part of the scan: ") + e.what());
     }
 
-    ScanValues values(s);
+    ScanValues values(s.names);
     ReadPart(0, part[0], values, visit, wanted, stop);
     for (auto& t : threads) t.join();
 

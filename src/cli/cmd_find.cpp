@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "options.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "search_runner.h"
@@ -89,9 +90,22 @@ SetIds GatherIds(const CList& list) {
   return first;
 }
 
+// A set as its dump lays it out (CDupeSet::ToStr), for a terminal: names
+// with their control characters escaped, lines ended by LF alone.
+std::string TextListing(const CDupeSet& set) {
+  std::string out = "Dupe set type: " + TypeName(set.GetType()) + "\n";
+  out += "Number of cards in dupe set: " + std::to_string(set.GetNumberOfCards()) + "\n";
+  out += "Primary card: " + Escaped(set.PrimaryCard()->FieldText("Name")) + "\n";
+  int32_t k = 0;
+  set.GetDupes().ForEachItem([&](const CObject* dupe) {
+    out += "Dupe " + std::to_string(++k) + ": " + Escaped(static_cast<const CCard&>(*dupe).FieldText("Name")) + "\n";
+  });
+  return out;
+}
+
 int RunFind(const FindOptions& options) {
   LoadInterfaceTexts();
-  auto store = ConnectDatabase(options.db);
+  auto store = ConnectDatabase(options.db, true);
   InstallStopHandler();
   // Each type is printed as soon as it is found. Its sets are then kept, not
   // freed: the process ends right after, and handing hundreds of thousands
@@ -107,7 +121,7 @@ int RunFind(const FindOptions& options) {
       std::cout << "(not searched: stopped)\n";
       return;
     }
-    for (int32_t i = 1; i <= sets->GetNumItems(); ++i) std::cout << sets->GetItemAs<CDupeSet>(i)->ToStr() << "\r\n";
+    for (int32_t i = 1; i <= sets->GetNumItems(); ++i) std::cout << TextListing(*sets->GetItemAs<CDupeSet>(i)) << "\n";
     std::cout << "Duplicate cards: " << CountDuplicateCards(*sets) << "\n";
     keptUntilExit->push_back(sets);
   };
@@ -158,7 +172,7 @@ int RunFind(const FindOptions& options) {
   if (options.json) std::cout << (firstSet ? "[]\n" : "\n]\n");
   keptUntilExit->push_back(std::move(outcome.cards));
   keptUntilExit->push_back(std::move(outcome.workingTables));
-  std::cout.flush();
+  FinishOutput();
   if (outcome.stopped) {
     std::cerr << "Search stopped: the results above are what was found so far.\n";
     return 130;
@@ -171,7 +185,7 @@ int RunFind(const FindOptions& options) {
 void AddFindCommand(CLI::App& app) {
   auto options = std::make_shared<FindOptions>();
   CLI::App* cmd = app.add_subcommand("find", "Find the duplicate cards of a card database");
-  cmd->add_option("--db", options->db, "The card database")->required();
+  cmd->add_option("--db", options->db, "The card database, opened read-only")->required()->check(kNonEmptyPath);
   cmd->add_option("--type", options->type, "Which duplicates to find")
       ->check(CLI::IsMember({"exact", "compatible", "conflict", "all"}))
       ->default_str("all");
@@ -179,10 +193,12 @@ void AddFindCommand(CLI::App& app) {
   cmd->footer(
       "Each type is searched on a fresh list of the cards that share a name or e-mail key with another card.\n"
       "Text output: for each type a heading, every dupe set (primary first, then its dupes) and the number of\n"
-      "duplicate cards. JSON output: one array of {\"type\", \"primary\", \"dupes\"} objects with card IDs, exact,\n"
-      "compatible and conflicting sets in that order.\n"
+      "duplicate cards; control characters in names are shown escaped (\\n, \\x1b...). JSON output: one array\n"
+      "of {\"type\", \"primary\", \"dupes\"} objects with card IDs, exact, compatible and conflicting sets in\n"
+      "that order.\n"
       "On a terminal a progress line appears when the search is slow; Ctrl-C stops it and prints what was found\n"
-      "so far (exit code 130).");
+      "so far (exit code 130). The search reads one consistent state of the database, whatever other\n"
+      "processes write meanwhile.");
   cmd->callback([options] {
     int code = RunFind(*options);
     if (code != 0) throw CLI::RuntimeError(code);

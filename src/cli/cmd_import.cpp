@@ -1,9 +1,10 @@
 // ombrel import FILE.jsonl --db DB
-#include <filesystem>
 #include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/options.h"
+#include "cli/terminal.h"
 #include "ombrel/cardstore/jsonl.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
 
@@ -16,24 +17,23 @@ struct ImportOptions {
   std::string db;
 };
 
-void RemoveDatabase(const std::string& path) {
-  std::error_code ec;
-  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path + suffix, ec);
-}
-
-void RunImport(const ImportOptions& o) {
-  bool created = !std::filesystem::exists(o.db);
-  auto store = CSqliteCardStore::Open(o.db, OpenMode::kOpenOrCreate);
+int RunImport(const ImportOptions& o) {
+  InstallStopHandler();
+  DatabaseFileGuard guard(o.db);
   jsonl::Counts counts;
-  try {
-    counts = jsonl::ImportFile(*store, o.file);
-  } catch (...) {
-    // Nothing was imported; do not leave behind an empty database we made.
-    store.reset();
-    if (created) RemoveDatabase(o.db);
-    throw;
+  {
+    auto store = CSqliteCardStore::Open(o.db, OpenMode::kOpenOrCreate);
+    try {
+      counts = jsonl::ImportFile(*store, o.file, StopRequested);
+    } catch (const Error&) {
+      if (!StopRequested()) throw;
+      std::cerr << "Import stopped: nothing was imported.\n";
+      return 130;
+    }
   }
+  guard.Keep();
   std::cout << "imported " << counts.cards << " cards (" << counts.images << " images) into " << o.db << "\n";
+  return 0;
 }
 
 }  // namespace
@@ -43,10 +43,17 @@ void AddImportCommand(CLI::App& app) {
   CLI::App* cmd = app.add_subcommand("import", "Import a .jsonl card file into a card database");
   cmd->footer(
       "The database is created if needed. All or nothing: the first bad line stops the import with its line "
-      "number and reason, and nothing of the file is kept.");
-  cmd->add_option("file", options->file, "The .jsonl file (image paths are relative to it)")->required();
-  cmd->add_option("--db", options->db, "The card database (SQLite file)")->required();
-  cmd->callback([options] { RunImport(*options); });
+      "number and reason, and nothing of the file is kept; a database file that was empty or missing stays so. "
+      "Every card must read as the duplicate search reads it, and every image (a regular file of at most "
+      "50 MB, or a data: URI) must decode. Ctrl-C stops it, importing nothing (exit code 130).");
+  cmd->add_option("file", options->file, "The .jsonl file (image paths are relative to it)")
+      ->required()
+      ->check(kNonEmptyPath);
+  cmd->add_option("--db", options->db, "The card database (SQLite file)")->required()->check(kNonEmptyPath);
+  cmd->callback([options] {
+    int code = RunImport(*options);
+    if (code != 0) throw CLI::RuntimeError(code);
+  });
 }
 
 }  // namespace ombrel::cli

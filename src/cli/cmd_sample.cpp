@@ -10,12 +10,18 @@
 #include "cli/commands.h"
 #include "cli/sample_generator.h"
 #include "cli/sample_renderer.h"
+#include "cli/options.h"
+#include "cli/terminal.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
 #include "ombrel/foundation/error.h"
 
 namespace ombrel::cli {
 
 namespace {
+
+// Ten times the largest database the benchmarks make: beyond it a run
+// takes hours, which is more likely a typing slip than a wish.
+constexpr uint64_t kMaxCards = 10'000'000;
 
 struct SampleOptions {
   int64_t cards = 0;
@@ -34,19 +40,29 @@ void QuietQtMessages(QtMsgType type, const QMessageLogContext&, const QString& m
   if (type == QtCriticalMsg || type == QtFatalMsg) std::cerr << message.toStdString() << "\n";
 }
 
-void RunSample(const SampleOptions& o) {
+int RunSample(const SampleOptions& o) {
   auto start = std::chrono::steady_clock::now();
+  InstallStopHandler();
+  DatabaseFileGuard guard(o.db);
   auto store = CSqliteCardStore::Open(o.db, OpenMode::kOpenOrCreate);
+  // One transaction for everything, the database's fields included: a
+  // failed or stopped run leaves the database as it found it.
+  Check(*store, store->BeginUpdate());
   // Declare what is missing; a database being extended keeps its own
   // attributes for fields it already has.
   std::vector<CustomFieldDef> existing, missing;
-  Check(*store, store->ListCustomFields(existing));
-  for (const auto& field : sample::SampleGenerator::CustomFields()) {
-    bool known = std::any_of(existing.begin(), existing.end(), [&](const auto& e) { return e.name == field.name; });
-    if (!known) missing.push_back(field);
+  try {
+    Check(*store, store->ListCustomFields(existing));
+    for (const auto& field : sample::SampleGenerator::CustomFields()) {
+      bool known = std::any_of(existing.begin(), existing.end(), [&](const auto& e) { return e.name == field.name; });
+      if (!known) missing.push_back(field);
+    }
+    Check(*store, store->DefineCustomFields(missing));
+    Check(*store, store->DefineCategories(sample::SampleGenerator::Categories()));
+  } catch (...) {
+    store->AbortUpdate();
+    throw;
   }
-  Check(*store, store->DefineCustomFields(missing));
-  Check(*store, store->DefineCategories(sample::SampleGenerator::Categories()));
 
   // The renderer needs a GUI application, which needs no display offscreen.
   std::optional<QGuiApplication> app;
@@ -65,9 +81,14 @@ void RunSample(const SampleOptions& o) {
   sample::SampleGenerator generator(o.seed, measure);
 
   std::array<int64_t, sample::kCardKinds> kinds{};
-  Check(*store, store->BeginUpdate());
   try {
     for (int64_t i = 0; i < o.cards; ++i) {
+      if (StopRequested()) {
+        store->AbortUpdate();
+        store.reset();
+        std::cerr << "Stopped: nothing was added.\n";
+        return 130;
+      }
       sample::SampleCard card = generator.Next();
       std::optional<StoredImage> front;
       if (renderer) front = StoredImage{"png", renderer->RenderPng(card)};
@@ -80,6 +101,8 @@ void RunSample(const SampleOptions& o) {
     store->AbortUpdate();
     throw;
   }
+  store.reset();
+  guard.Keep();
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   using K = sample::CardKind;
   auto n = [&](K k) { return kinds[static_cast<int>(k)]; };
@@ -87,6 +110,7 @@ void RunSample(const SampleOptions& o) {
             << " exact, " << n(K::kCompatibleDuplicate) << " compatible and " << n(K::kConflictDuplicate)
             << " conflicting duplicates, " << n(K::kSharedMailbox) << " sharing a last name and e-mail, "
             << n(K::kNoName) << " without a name" << (renderer ? "" : ", no images") << "\n";
+  return 0;
 }
 
 }  // namespace
@@ -97,12 +121,22 @@ void AddSampleCommand(CLI::App& app) {
   cmd->footer(
       "Varied international contacts with OCR geometry and confidence data, about 17% duplicates (exact "
       "re-scans, compatible and conflicting versions) and a rendered front image per card. The same seed "
-      "gives the same cards; an existing database is extended.");
-  cmd->add_option("--cards", options->cards, "Number of cards to add")->required()->check(CLI::NonNegativeNumber);
-  cmd->add_option("--db", options->db, "The card database (SQLite file), created if needed")->required();
-  cmd->add_option("--seed", options->seed, "Seed of the generator")->capture_default_str();
+      "gives the same cards; an existing database is extended, all cards in one transaction: a failed or "
+      "stopped run (Ctrl-C, exit code 130) adds nothing.");
+  cmd->add_option("--cards", options->cards, "Number of cards to add, 0 to 10000000")
+      ->required()
+      ->check(WholeNumber(0, kMaxCards));
+  cmd->add_option("--db", options->db, "The card database (SQLite file), created if needed")
+      ->required()
+      ->check(kNonEmptyPath);
+  cmd->add_option("--seed", options->seed, "Seed of the generator, 0 to 18446744073709551615")
+      ->check(WholeNumber(0, UINT64_MAX))
+      ->capture_default_str();
   cmd->add_flag("--no-images", options->noImages, "Skip the card pictures (fast, for large databases)");
-  cmd->callback([options] { RunSample(*options); });
+  cmd->callback([options] {
+    int code = RunSample(*options);
+    if (code != 0) throw CLI::RuntimeError(code);
+  });
 }
 
 }  // namespace ombrel::cli

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "cli/commands.h"
+#include "cli/terminal.h"
 #include "ombrel/foundation/error.h"
 
 namespace {
@@ -44,24 +45,37 @@ int main(int argc, char** argv) {
   ombrel::cli::AddMergeCardCommand(app);
   // New commands register here, in the order --help should list them.
 
+  // Whatever a command printed must have reached its destination: a full
+  // disk or a closed pipe is a failure, not a success.
+  auto finish = [](int code) {
+    try {
+      ombrel::cli::FinishOutput();
+    } catch (const ombrel::Error& e) {
+      std::cerr << "error: " << e.Description() << "\n";
+      return code == 0 ? kExitFailure : code;
+    }
+    return code;
+  };
+  // Messages may quote card values: shown escaped, with LF line breaks.
+  auto fail = [](std::string_view message) {
+    std::cerr << "error: " << ombrel::cli::Escaped(message, true) << "\n";
+    return kExitFailure;
+  };
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& e) {  // --help
-    return app.exit(e);
+    return finish(app.exit(e));
   } catch (const CLI::RuntimeError& e) {  // the command has reported its failure itself
-    std::cout.flush();
-    return e.get_exit_code();
+    return finish(e.get_exit_code());
   } catch (const CLI::ParseError& e) {
     std::cerr << "error: " << e.what() << "\n\n" << Deepest(app)->help();
     return kExitUsage;
   } catch (const ombrel::Error& e) {
-    std::cout.flush();
-    std::cerr << "error: " << e.Description() << "\n";
-    return kExitFailure;
+    std::cout.flush();  // the failure to report is this one
+    return fail(e.Description());
   } catch (const std::exception& e) {
     std::cout.flush();
-    std::cerr << "error: " << e.what() << "\n";
-    return kExitFailure;
+    return fail(e.what());
   }
-  return 0;
+  return finish(0);
 }

@@ -1,10 +1,15 @@
 #include "terminal.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <iostream>
 
 #include "ombrel/cardstore/ccardstoremgr.h"
@@ -35,11 +40,79 @@ bool StopRequested() { return g_interrupts.load() > 0; }
 bool StdinIsTerminal() { return isatty(STDIN_FILENO) == 1; }
 bool StderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
-bool AskYesNo(const std::string& question) {
+Answer AskYesNo(const std::string& question) {
   std::cerr << question << " [y/N] " << std::flush;
+  // Read by hand: the streams retry a read that Ctrl-C interrupts, which
+  // would keep waiting for an answer nobody means to give.
   std::string answer;
-  if (!std::getline(std::cin, answer)) return false;
-  return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes" || answer == "YES";
+  for (;;) {
+    if (StopRequested()) {
+      std::cerr << "\n";
+      return Answer::kStopped;
+    }
+    char c = 0;
+    const ssize_t n = ::read(STDIN_FILENO, &c, 1);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0 || c == '\n') break;
+    answer.push_back(c);
+  }
+  if (StopRequested()) return Answer::kStopped;
+  const bool yes = answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes" || answer == "YES";
+  return yes ? Answer::kYes : Answer::kNo;
+}
+
+std::string Escaped(std::string_view text, bool keepLineBreaks) {
+  std::string out;
+  out.reserve(text.size());
+  char hex[8];
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (keepLineBreaks && (c == '\n' || (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n'))) {
+      if (c == '\r') ++i;
+      out += '\n';
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c < 0x20 || c == 0x7F) {
+      std::snprintf(hex, sizeof hex, "\\x%02x", c);
+      out += hex;
+    } else if (c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+               static_cast<unsigned char>(text[i + 1]) <= 0x9F) {
+      // U+0080 to U+009F: the eight-bit controls some terminals obey.
+      std::snprintf(hex, sizeof hex, "\\u%04x", static_cast<unsigned char>(text[++i]));
+      out += hex;
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out;
+}
+
+void FinishOutput() {
+  errno = 0;
+  std::cout.flush();
+  if (!std::cout) {
+    // The stream may have failed long before this last flush, errno with it.
+    RaiseTrap(std::string("cannot write the output") + (errno ? std::string(": ") + std::strerror(errno) : ""));
+  }
+}
+
+DatabaseFileGuard::DatabaseFileGuard(const std::string& path) : path_(path) {
+  std::error_code ec;
+  existed_ = std::filesystem::exists(std::filesystem::symlink_status(path, ec));
+}
+
+DatabaseFileGuard::~DatabaseFileGuard() {
+  if (keep_ || existed_) return;
+  // The store lays the schema in the same transaction as the first cards,
+  // so a failed command has left the file it made empty: it goes, unless
+  // another process has written to it meanwhile.
+  std::error_code ec;
+  if (std::filesystem::exists(path_ + "-journal", ec) || std::filesystem::exists(path_ + "-wal", ec)) return;
+  if (std::filesystem::file_size(path_, ec) == 0 && !ec) std::filesystem::remove(path_, ec);
 }
 
 void LoadInterfaceTexts() {
@@ -48,8 +121,24 @@ void LoadInterfaceTexts() {
   AppName() = GetResString(206);
 }
 
-std::shared_ptr<CSqliteCardStore> ConnectDatabase(const std::string& path) {
-  std::shared_ptr<CSqliteCardStore> store = CSqliteCardStore::Open(path, OpenMode::kOpenExisting);
+bool LockForApply(const std::string& path) {
+  // A lock on the database file itself (flock, which SQLite's own locks
+  // never meet), held through a descriptor that stays open until the
+  // process ends: closing it earlier would drop SQLite's locks on the file.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+  if (fd < 0) return true;  // opening the database says what is wrong
+  if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return true;
+  std::cerr << "Waiting for another ombrel apply on " << path << " to finish...\n";
+  while (::flock(fd, LOCK_EX) != 0) {
+    if (errno != EINTR) return true;
+    if (StopRequested()) return false;
+  }
+  return true;
+}
+
+std::shared_ptr<CSqliteCardStore> ConnectDatabase(const std::string& path, bool forReading) {
+  std::shared_ptr<CSqliteCardStore> store =
+      CSqliteCardStore::Open(path, forReading ? OpenMode::kReadOnly : OpenMode::kOpenExisting);
   if (auto& old = CardStoreMgr()) {
     try {
       old->Disconnect();

@@ -119,6 +119,7 @@ std::shared_ptr<CCard> CDupeSearch::LoadCard(int32_t cardId) {
 
 std::shared_ptr<CList> CDupeSearch::GetAllCards() {
   CCardStoreMgr& mgr = Mgr();
+  const auto snapshot = mgr.HoldSnapshot();  // one state of the store for the whole read
   auto named = std::make_shared<CList>();
   auto nameless = std::make_shared<CList>();
   int32_t total = mgr.GetNumberOfCards();
@@ -180,7 +181,10 @@ void CDupeSearch::ScanStep(ICardStore& store, int32_t parts, int32_t resourceId,
   if (!halt && reported < total) UpdateProgress(resourceId, total, total);
 }
 
-std::shared_ptr<CList> CDupeSearch::GetSuspectCards() { return ReadSuspects(nullptr); }
+std::shared_ptr<CList> CDupeSearch::GetSuspectCards() {
+  const auto snapshot = Mgr().HoldSnapshot();  // one state of the store for both passes
+  return ReadSuspects(nullptr);
+}
 
 std::shared_ptr<CList> CDupeSearch::ReadSuspects(std::vector<dupes_internal::CardFacts>* facts) {
   auto start = Clock::now();

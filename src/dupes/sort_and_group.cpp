@@ -250,6 +250,7 @@ void CDupeSearch::FindDupesOfTypes(const std::vector<int32_t>& dupeTypes, const 
 
 std::shared_ptr<CList> CDupeSearch::FindDupesInStore(const std::vector<int32_t>& dupeTypes,
                                                      const std::function<void(int32_t, std::shared_ptr<CList>)>& found) {
+  const auto snapshot = dupes_internal::Mgr().HoldSnapshot();  // one state of the store for the whole search
   std::vector<dupes_internal::CardFacts> facts;
   auto suspects = ReadSuspects(&facts);
   if (!suspects) {

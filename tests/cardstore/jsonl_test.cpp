@@ -3,12 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
 
 #include "support/error_text.h"
+#include "support/images.h"
 #include "support/scratch_dir.h"
 
 namespace ombrel {
@@ -18,8 +21,12 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using Json = nlohmann::ordered_json;
 
-const std::vector<uint8_t> kPng = PngBytes();
-const std::vector<uint8_t> kJpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0, 16, 'J', 'F', 'I', 'F', 0};
+const std::vector<uint8_t> kPng = BluePng();
+const std::vector<uint8_t> kJpeg = RedJpeg();
+
+std::string DataUri(const char* type, const std::vector<uint8_t>& bytes) {
+  return std::string("data:image/") + type + ";base64," + jsonl::EncodeBase64(bytes);
+}
 
 class JsonlTest : public ::testing::Test {
  protected:
@@ -28,6 +35,10 @@ class JsonlTest : public ::testing::Test {
     std::ofstream(dir_ / "images" / "1-front.png", std::ios::binary)
         .write(reinterpret_cast<const char*>(kPng.data()), kPng.size());
     std::ofstream(dir_ / "images" / "notes.txt") << "not an image";
+    mkfifo((dir_ / "images" / "pipe.png").c_str(), 0600);
+    // Larger than an image may be, without taking the room.
+    std::ofstream(dir_ / "images" / "huge.png").close();
+    fs::resize_file(dir_ / "images" / "huge.png", jsonl::kMaxImageBytes + 1);
   }
   fs::path Write(const std::string& name, const std::vector<std::string>& lines) {
     fs::path p = dir_ / name;
@@ -132,6 +143,28 @@ TEST_F(JsonlTest, EveryBadLineStopsTheImportAndChangesNothing) {
       {R"({"id": "7"})", "\"id\" must be an integer"},
       {R"({"id": 5, "front_image": "images/missing.png"})", "cannot read front_image \"images/missing.png\""},
       {R"({"id": 5, "back_image": "images/notes.txt"})", "is not a PNG, JPEG or BMP image"},
+      // Image files that never end or never begin, and images that do not decode.
+      {R"({"id": 5, "front_image": "images/pipe.png"})", "front_image \"images/pipe.png\" is not a regular file"},
+      {R"({"id": 5, "front_image": "/dev/zero"})", "\"/dev/zero\" is not a regular file"},
+      {R"({"id": 5, "front_image": "."})", "\".\" is not a regular file"},
+      {R"({"id": 5, "front_image": "images/huge.png"})", "larger than 50 MB"},
+      {R"({"id": 5, "front_image": ")" + DataUri("bmp", {'B', 'M'}) + "\"}", "damaged BMP image"},
+      {R"({"id": 5, "front_image": ")" + DataUri("png", PngBytes()) + "\"}", "damaged PNG image"},
+      {R"({"id": 5, "back_image": ")" + DataUri("jpeg", {kJpeg.begin(), kJpeg.end() - 40}) + "\"}",
+       "damaged JPEG image"},
+      // Values the search could not read, named as its reading names them.
+      {R"({"id": 5, "values": {"Name": "A B", "Name.Rectangle": "1 2 3"}})",
+       "card 5, value \"Name.Rectangle\": Incorrect rectangle information: 1 2 3"},
+      {R"({"id": 5, "values": {"Name": "A B", "Name.rectangle": "a b c d"}})",
+       "card 5, value \"Name.Rectangle\": Cannot convert string: a to number"},
+      {R"({"id": 5, "values": {"Name": "A B", "Name.Rectangle": "0 0 2147483647 2147483647"}})",
+       "card 5, value \"Name.Rectangle\": Overflow"},
+      {R"({"id": 5, "values": {"Title": "CEO", "Title.Confidence Levels": "xx yy zz"}})",
+       "card 5, value \"Title.Confidence Levels\": Incorrect confidence levels: xx yy zz"},
+      {R"({"id": 5, "values": {"Nickname": "Al", "Nickname.Suspect Info": "1"}})",
+       "card 5, value \"Nickname.Suspect Info\": Incorrect suspect info: 1"},
+      {R"({"values": {"Name": "Ann Lee", "Last Name": "Leigh"}})",
+       "card 3, value \"Last Name\": Name field does not contain given last name: Leigh"},
       {R"({"id": 5, "front_image": "data:image/png;base64,iVBOR!!"})", "invalid base64"},
       {R"({"id": 5, "front_image": "data:image/png,raw"})", "without base64"},
       {R"({"id": 5, "front_image": 3})", "must be a string or null"},
@@ -148,6 +181,9 @@ TEST_F(JsonlTest, EveryBadLineStopsTheImportAndChangesNothing) {
     EXPECT_EQ(ExportText(*store_), before) << line;
   }
   EXPECT_THROW(jsonl::ImportFile(*store_, dir_ / "no-such.jsonl"), Error);
+  // The first card of a file is read as every other (its reading prepares the names).
+  auto first = Write("first.jsonl", {R"({"id": 5, "values": {"Name": "A B", "Name.Rectangle": "1 2 3"}})"});
+  EXPECT_THAT(ErrorText([&] { jsonl::ImportFile(*store_, first); }), HasSubstr("line 1: card 5, value \"Name.Rectangle\""));
 }
 
 TEST(Base64Test, EncodesAndDecodesStrictly) {

@@ -19,6 +19,7 @@ using S = CSqliteCardStore;
 
 StoredImage FakePng(uint8_t tag) { return {"png", PngBytes(tag)}; }
 StoredImage FakeJpeg(uint8_t tag) { return {"jpeg", {0xFF, 0xD8, 0xFF, 0xE0, tag}}; }
+const StoredImage kFront = FakePng(1);
 
 std::string ReadBytes(const fs::path& p) {
   std::ifstream in(p, std::ios::binary);
@@ -237,6 +238,62 @@ TEST_F(SqliteStoreTest, CachesFollowOtherConnectionsCommits) {
   EXPECT_EQ(Get(*store_, 2, "Nickname") + " " + Order(*store_), "Deuce 2");
 }
 
+// Inside a snapshot every read answers from the state it began with,
+// whatever another connection commits; nothing is written through it; once
+// it ends the store follows the file again.
+TEST_F(SqliteStoreTest, ASnapshotHoldsOneStateWhileAnotherConnectionWrites) {
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}, {"Title", "Old"}}, &kFront), 0);
+  ASSERT_EQ(store_->AddCard(2, {{"Name", "Two"}}), 0);
+  auto other = Open();
+  ASSERT_EQ(store_->BeginSnapshot(), 0);
+  ASSERT_EQ(store_->BeginSnapshot(), 0);  // nested: shares the outer one
+  Put(*other, 1, {{"Title", "New"}});
+  ASSERT_EQ(other->DeleteCard(2), 0);
+  ASSERT_EQ(other->AddCard(3, {{"Name", "Three"}}), 0);
+  ASSERT_EQ(other->SetCardDIB(1, 0), 0);
+  ASSERT_EQ(store_->EndSnapshot(), 0);
+  EXPECT_EQ(Get(*store_, 1, "Title") + " " + Order(*store_) + " " + Survey(*store_, {1, 2, 3}),
+            "Old 1 2 1:F- 2:-- 3:gone ");
+  EXPECT_EQ(store_->PutValue(1, "Title", "Mine"), S::kStatusTransaction);
+  EXPECT_EQ(store_->BeginUpdate(), S::kStatusTransaction);
+  ASSERT_EQ(store_->EndSnapshot(), 0);
+  EXPECT_EQ(store_->EndSnapshot(), S::kStatusTransaction);
+  EXPECT_EQ(Get(*store_, 1, "Title") + " " + Order(*store_) + " " + Survey(*store_, {1, 2, 3}),
+            "New 1 3 1:-- 2:gone 3:-- ");
+  EXPECT_EQ(store_->PutValue(1, "Title", "Mine"), 0);
+}
+
+// Opened for reading, the store writes nothing and refuses an empty file;
+// opened for writing, an empty file gets its schema with the first write,
+// so a first write that is undone leaves it empty.
+TEST_F(SqliteStoreTest, AReadOnlyStoreNeverWritesAndAnEmptyFileStaysEmptyUntilAWriteCommits) {
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}), 0);
+  store_.reset();
+  const std::string before = ReadBytes(path_);
+  auto reader = S::Open(path_, OpenMode::kReadOnly);
+  EXPECT_EQ(Get(*reader, 1, "Name"), "One");
+  EXPECT_EQ(reader->PutValue(1, "Name", "Two"), S::kStatusReadOnly);
+  EXPECT_EQ(reader->AddCard(2, {{"Name", "Two"}}), S::kStatusReadOnly);
+  EXPECT_EQ(reader->BeginUpdate(), S::kStatusReadOnly);
+  EXPECT_EQ(reader->DefineCategories({"X"}), S::kStatusReadOnly);
+  ASSERT_EQ(reader->Disconnect() + reader->Connect(), 0);
+  EXPECT_EQ(reader->PutValue(1, "Name", "Two"), S::kStatusReadOnly);
+  reader.reset();
+  EXPECT_EQ(ReadBytes(path_), before);
+
+  const std::string empty = (dir_ / "empty.db").string();
+  std::ofstream(empty).close();
+  EXPECT_THAT(ErrorText([&] { S::Open(empty, OpenMode::kReadOnly); }), HasSubstr("empty file"));
+  auto writer = S::Open(empty, OpenMode::kOpenExisting);
+  ASSERT_EQ(writer->BeginUpdate(), 0);
+  ASSERT_EQ(writer->AddCard(1, {{"Name", "x"}}), 0);
+  ASSERT_EQ(writer->AbortUpdate(), 0);
+  EXPECT_EQ(fs::file_size(empty), 0u);
+  ASSERT_EQ(writer->AddCard(1, {{"Name", "y"}}), 0);
+  writer.reset();
+  EXPECT_EQ(Get(*S::Open(empty, OpenMode::kReadOnly), 1, "Name"), "y");
+}
+
 TEST_F(SqliteStoreTest, AWriteNeverUndoesAnotherConnectionsCommit) {
   auto slow = OpenSlow();
   ASSERT_EQ(store_->AddCard(1, {{"Name", "One"}}), 0);
@@ -278,6 +335,7 @@ TEST_F(SqliteStoreTest, ValueNamesRegisteredElsewhereAreKnownAndAbortedOnesDoNot
 TEST_F(SqliteStoreTest, ForeignNewerAndGarbageFilesAreRefusedUntouched) {
   RunSql(dir_ / "foreign.db", "CREATE TABLE people (name TEXT); INSERT INTO people VALUES ('x');");
   std::ofstream(dir_ / "garbage.db") << std::string(5000, 'z');
+  ASSERT_EQ(store_->AddCard(1, {{"Name", "x"}}), 0);
   store_.reset();
   RunSql(path_, "PRAGMA user_version = 2;");
   for (auto [name, expected] : std::vector<std::pair<std::string, std::string>>{

@@ -15,6 +15,7 @@
 
 #include "ombrel/cardstore/jsonl.h"
 #include "support/command_fixture.h"
+#include "support/images.h"
 
 namespace ombrel::clitest {
 namespace {
@@ -25,12 +26,24 @@ using ::testing::HasSubstr;
 // leaves a database behind. An argument "@name" is that file in the test's folder.
 TEST_F(CommandTest, UsageErrorsAndFailuresHaveTheirExitCodesAndMessages) {
   std::ofstream(Path("garbage.db")) << std::string(4096, 'x');
+  std::ofstream(Path("in.jsonl")) << R"({"values": {"Name": "Ann"}})" << "\n";
   struct Case { std::vector<std::string> args; int code; std::string err; };
   const std::vector<Case> cases = {
       {{}, 2, "error: "},
       {{"frobnicate"}, 2, "error: "},
       {{"import", "x.jsonl"}, 2, "--db"},
       {{"sample", "--cards", "-5", "--db", "@new.db"}, 2, "error: "},
+      // Every number has its range, every path must name something.
+      {{"sample", "--cards", "99999999999999999999", "--db", "@new.db"}, 2, "from 0 to 10000000"},
+      {{"sample", "--cards", "10000001", "--db", "@new.db"}, 2, "from 0 to 10000000"},
+      {{"sample", "--cards", "1", "--seed", "-1", "--db", "@new.db"}, 2, "--seed"},
+      {{"sample", "--cards", "1e3", "--db", "@new.db"}, 2, "--cards"},
+      {{"sample", "--cards", "3", "--db", ""}, 2, "must not be empty"},
+      {{"import", "@in.jsonl", "--db", ""}, 2, "must not be empty"},
+      {{"import", "", "--db", "@new.db"}, 2, "must not be empty"},
+      {{"export", "--db", ""}, 2, "must not be empty"},
+      {{"find", "--db", ""}, 2, "must not be empty"},
+      {{"apply", "--db", "", "--action", "remove-exact"}, 2, "must not be empty"},
       {{"export", "--db", "@new.db", "--colour", "red"}, 2, "error: "},
       {{"find"}, 2, "--db"},
       {{"apply", "--db", "@new.db", "--action", "shuffle"}, 2, "shuffle"},
@@ -57,7 +70,7 @@ TEST_F(CommandTest, UsageErrorsAndFailuresHaveTheirExitCodesAndMessages) {
 // Values, their order and images are the import and export code's business
 // (jsonl tests); here the commands: counts, the next free ID, images beside a file.
 TEST_F(CommandTest, ImportExportAndImportAgainGiveTheSameDatabase) {
-  const std::vector<uint8_t> png = PngBytes(5);
+  const std::vector<uint8_t> png = BluePng();
   fs::create_directories(Path("pics"));
   std::ofstream(Path("pics/a.png"), std::ios::binary).write(reinterpret_cast<const char*>(png.data()), png.size());
   std::ofstream(Path("in.jsonl")) << R"({"id": 10, "values": {"Name": "Ann"}, "front_image": "pics/a.png"})"

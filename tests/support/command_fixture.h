@@ -52,13 +52,16 @@ class CommandTest : public ::testing::Test {
 
   static std::string Binary() { return std::string(OMBREL_BINARY_DIR) + "/src/cli/ombrel"; }
 
-  RunResult Run(const std::vector<std::string>& args) {
+  // stdoutTo: where standard output goes instead of being captured; prefix:
+  // what the command line starts with (a program that runs the binary).
+  RunResult Run(const std::vector<std::string>& args, const std::string& stdoutTo = "",
+                const std::string& prefix = "") {
     fs::path out = dir_ / "stdout.txt", err = dir_ / "stderr.txt";
-    std::string cmd = Quote(Binary());
+    std::string cmd = prefix + Quote(Binary());
     for (const auto& a : args) cmd += " " + Quote(a);
-    cmd += " >" + Quote(out.string()) + " 2>" + Quote(err.string()) + " </dev/null";
+    cmd += " >" + Quote(stdoutTo.empty() ? out.string() : stdoutTo) + " 2>" + Quote(err.string()) + " </dev/null";
     int status = std::system(cmd.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out), Slurp(err)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, stdoutTo.empty() ? Slurp(out) : "", Slurp(err)};
   }
 
   std::string Path(const std::string& name) const { return (dir_ / name).string(); }

@@ -64,6 +64,24 @@ class CCardStoreMgr {
   // The store's last error text; empty while no store is set.
   std::string GetLastError();
 
+  // While alive, a store that offers snapshots answers every read from one
+  // state (ICardStore::BeginSnapshot); with any other store it does nothing.
+  // Reads of many calls that must agree (the duplicate search) hold one.
+  class Snapshot {
+   public:
+    Snapshot() = default;
+    explicit Snapshot(std::shared_ptr<ICardStore> store) : store_(std::move(store)) {}
+    Snapshot(Snapshot&& other) noexcept : store_(std::move(other.store_)) {}
+    Snapshot& operator=(Snapshot&&) = delete;
+    ~Snapshot();
+
+   private:
+    std::shared_ptr<ICardStore> store_;
+  };
+  // Raises "Failed to begin a consistent read" and the store's text when the
+  // store cannot begin one.
+  Snapshot HoldSnapshot();
+
   // Reads a whole card: the standard fields, the custom fields the store
   // declares, each filled field's label, rectangle, levels and suspect flags,
   // and the last name. Raises when the store's data is malformed; never

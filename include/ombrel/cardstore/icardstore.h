@@ -154,6 +154,14 @@ class ICardStore {
   // can give each part as many of them); a store may ignore it.
   // wanted, when given, is asked (on the part's thread) about each card first: a card it answers false
   // for is passed over unvisited, and a store may then skip reading its values.
+  // Optional: a snapshot, one consistent state for reads of many calls. Between BeginSnapshot and
+  // EndSnapshot every read answers from the state the store had when the snapshot began, whatever
+  // others write meanwhile (a card read once is still there, with the same values, later in the
+  // snapshot). Snapshots nest; writes through the store fail while one is held.
+  virtual bool OffersSnapshot() const { return false; }
+  virtual Status BeginSnapshot();
+  virtual Status EndSnapshot();
+
   virtual bool OffersPartScan() const { return false; }
   virtual Status ScanCardsInParts(
       int32_t parts, const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit,

@@ -32,6 +32,11 @@ class ImageRegistry {
 
   // "png", "jpeg", "bmp" from the bytes' signature; empty when unknown.
   static std::string DetectFormat(const std::vector<uint8_t>& bytes);
+  // Decodes the image through (PNG and JPEG by their libraries, BMP by its
+  // headers and sizes) and answers why it cannot be shown, empty when it can;
+  // format receives DetectFormat's answer. Pictures of more than 30,000
+  // pixels a side or 100 million in all are refused too.
+  static std::string CheckDecodes(const std::vector<uint8_t>& bytes, std::string& format);
 
  private:
   mutable std::mutex mutex_;
