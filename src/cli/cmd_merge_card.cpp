@@ -12,6 +12,7 @@
 
 #include "cli/merge_card.h"
 #include "commands.h"
+#include "options.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/cardstore/image_registry.h"
@@ -203,11 +204,11 @@ void AddMergeCardCommand(CLI::App& app) {
       "Shows the merge dialog between a stored card and one card line of a .jsonl file (the first card line, "
       "or line N) and prints the merged card, one field a line. With --write the merged fields go back to the "
       "stored card in one update. Cancel writes nothing (exit code 130).");
-  cmd->add_option("--db", options->db, "The card database (SQLite file)")->required();
-  cmd->add_option("--card", options->card, "The ID of the stored card")->required()->check(CLI::Range(1, INT32_MAX));
-  cmd->add_option("--with", options->with, "A .jsonl file holding the other record")->required();
+  cmd->add_option("--db", options->db, "The card database (SQLite file)")->required()->check(kNonEmptyPath);
+  cmd->add_option("--card", options->card, "The ID of the stored card")->required()->check(WholeNumber(1, INT32_MAX));
+  cmd->add_option("--with", options->with, "A .jsonl file holding the other record")->required()->check(kNonEmptyPath);
   cmd->add_option("--line", options->line, "The line of the other record (1-based)")
-      ->check(CLI::Range(int64_t{1}, int64_t{1} << 40));
+      ->check(WholeNumber(1, uint64_t{1} << 40));
   cmd->add_flag("--write", options->write, "Write the merged card back to the database");
   cmd->add_option("--lang", options->lang, "Interface language: en, de, fr or es")
       ->check(CLI::IsMember({"en", "de", "fr", "es"}));

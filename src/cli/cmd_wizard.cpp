@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "commands.h"
+#include "options.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
 #include "ombrel/foundation/error.h"
 #include "ombrel/foundation/messages.h"
@@ -81,7 +82,7 @@ void AddWizardCommand(CLI::App& app) {
   cmd->footer(
       "Finds the exact, compatible and conflicting duplicates step by step, removes or merges them, and "
       "lets you review every set beside its primary card. Without --db, asks for the database file.");
-  cmd->add_option("--db", options->db, "The card database (SQLite file)");
+  cmd->add_option("--db", options->db, "The card database (SQLite file)")->check(kNonEmptyPath);
   cmd->add_option("--lang", options->lang, "Interface language: en, de, fr or es")
       ->check(CLI::IsMember({"en", "de", "fr", "es"}));
   cmd->callback([options] {
