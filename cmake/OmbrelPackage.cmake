@@ -45,8 +45,7 @@ foreach(header IN LISTS OMBREL_INSTALLED_HEADERS)
   install(FILES include/${header} DESTINATION include/${folder})
 endforeach()
 
-install(TARGETS ombrel_shared EXPORT OmbrelTargets
-  LIBRARY DESTINATION lib)
+install(TARGETS ombrel_shared EXPORT OmbrelTargets LIBRARY DESTINATION lib)
 install(EXPORT OmbrelTargets NAMESPACE Ombrel:: DESTINATION lib/cmake/Ombrel)
 configure_package_config_file(cmake/OmbrelConfig.cmake.in ${PROJECT_BINARY_DIR}/OmbrelConfig.cmake
   INSTALL_DESTINATION lib/cmake/Ombrel)

@@ -7,15 +7,14 @@
 # is then built with the same sanitizers.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-SANITIZE="${OMBREL_SANITIZE:-ON}"
-BUILD_DIR="${1:-$([ "$SANITIZE" = "ON" ] && echo build-asan || echo build)}"
+BUILD_DIR="${1:-$([ "${OMBREL_SANITIZE:-ON}" = "ON" ] && echo build-asan || echo build)}"
 
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 cmake --install "$BUILD_DIR" --prefix "$work/prefix" >/dev/null
 
 flags=()
-if [ "$SANITIZE" = "ON" ]; then
+if grep -q '^OMBREL_SANITIZE:BOOL=ON$' "$BUILD_DIR/CMakeCache.txt"; then
   san="-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined"
   flags=(-DCMAKE_CXX_FLAGS="$san" -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined")
 fi
