@@ -62,8 +62,8 @@ int32_t CHashTable::Find(const std::string& key) const {
       return static_cast<int32_t>(slot);
   }
   if (Indexed()) {
-    auto it = index_->slots.find(key);
-    return it == index_->slots.end() ? -1 : it->second;
+    auto it = index_->slotOf.find(key);
+    return it == index_->slotOf.end() ? -1 : it->second;
   }
   for (size_t i = 0; i < items_.size(); ++i)
     if (KeyOf(i) == key) return static_cast<int32_t>(i);
@@ -113,10 +113,10 @@ void CHashTable::Reindex() {
     return;
   }
   if (!index_) index_ = std::make_unique<Index>();
-  index_->slots.clear();
-  index_->slots.reserve(items_.size());
+  index_->slotOf.clear();
+  index_->slotOf.reserve(items_.size());
   for (size_t i = 0; i < items_.size(); ++i)
-    if (AliveAt(i)) index_->slots.emplace(KeyOf(i), static_cast<int32_t>(i));
+    if (AliveAt(i)) index_->slotOf.emplace(KeyOf(i), static_cast<int32_t>(i));
 }
 
 // Squeezes the holes out, keeping the order; the index follows the moved
@@ -131,7 +131,7 @@ void CHashTable::Compact() {
     if (to != from) {
       items_[to] = std::move(items_[from]);
       keys_[to - first] = std::move(keys_[from - first]);
-      if (Indexed()) index_->slots.find(KeyOf(to))->second = static_cast<int32_t>(to);
+      if (Indexed()) index_->slotOf.find(KeyOf(to))->second = static_cast<int32_t>(to);
     }
     ++to;
   }
@@ -200,7 +200,7 @@ void CHashTable::Add(Key key, ObjectRef item) {
   ++count_;
   const int32_t slot = static_cast<int32_t>(items_.size()) - 1;
   if (Indexed()) {
-    index_->slots.emplace(*keys_.back(), slot);
+    index_->slotOf.emplace(*keys_.back(), slot);
   } else if (count_ > kIndexThreshold) {
     Reindex();
   }
@@ -240,7 +240,7 @@ void CHashTable::RemoveItem(const std::string& key) {
     keys_.erase(keys_.begin() + static_cast<std::ptrdiff_t>(keyAt));
     return;
   }
-  index_->slots.erase(key);
+  index_->slotOf.erase(key);
   if (at + 1 == static_cast<int32_t>(items_.size()) && holes_ == 0) {
     items_.pop_back();
     keys_.pop_back();
@@ -295,7 +295,7 @@ const ObjectRef& CHashTable::ItemAt(int32_t position) const {
 
 std::shared_ptr<CList> CHashTable::GetKeys() const {
   // The item index and the ordered entries are the two collections here.
-  Trap(Indexed() && static_cast<int32_t>(index_->slots.size()) != count_, "Internal error in HashTable");
+  Trap(Indexed() && static_cast<int32_t>(index_->slotOf.size()) != count_, "Internal error in HashTable");
   auto keys = std::make_shared<CList>();
   for (size_t i = 0; i < items_.size(); ++i)
     if (AliveAt(i)) keys->AddItem(std::make_shared<CString>(KeyOf(i)));

@@ -15,7 +15,7 @@ std::string DefaultLocaleDir() {
   std::error_code ec;
   fs::path exe = fs::read_symlink("/proc/self/exe", ec);
   if (!ec) {
-    fs::path installed = exe.parent_path().parent_path() / "share" / "ombrel" / "locale" / "en";
+    fs::path installed = exe.parent_path().parent_path() / "share" / "ombrel" / "Locale" / "en";
     if (fs::exists(installed / kResourceFileName, ec)) return installed.string();
   }
   return std::string(OMBREL_LOCALE_DIR) + "/en";

@@ -133,8 +133,8 @@ class CHashTable final : public CObject {
   // What only a large table needs. The index's views point at the entries'
   // key strings, which never move.
   struct Index {
-    std::unordered_map<std::string_view, int32_t> slots;  // key -> slot
-    std::vector<int32_t> tree;                            // counting tree over live slots, only while there are holes
+    std::unordered_map<std::string_view, int32_t> slotOf;  // key -> slot
+    std::vector<int32_t> tree;                             // counting tree over live slots, only while there are holes
   };
   static constexpr int32_t kIndexThreshold = 48;
 

@@ -9,7 +9,7 @@ namespace ombrel {
 inline constexpr const char* kResourceFileName = "OmbrelDll.dat";
 
 // The folder of the English texts: $OMBREL_LOCALE_DIR when set, else the
-// installed share/ombrel/locale/en, else the source tree's locale/en.
+// installed share/ombrel/Locale/en, else the source tree's locale/en.
 std::string DefaultLocaleDir();
 
 // Loads dir/OmbrelDll.dat into the shared ResourceReader(); false when it cannot be read.
