@@ -27,6 +27,8 @@ class CCard;
 
 // A resource text with its substitutions; id 0 for no text.
 struct ResText {
+  ResText() = default;
+  ResText(int32_t textId, std::vector<std::string> subs = {}) : id(textId), substitutions(std::move(subs)) {}
   int32_t id = 0;
   std::vector<std::string> substitutions;
   bool operator==(const ResText&) const = default;
