@@ -69,7 +69,7 @@ class SkipTable {
 // "Email" text.
 template <class Fields>
 void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& lastName, std::string_view raw,
-             CardFacts& facts) {
+             bool withText, CardFacts& facts) {
   const int32_t count = fields.Count();
   bool namedAsKeys = true;
   int32_t filled = 0;
@@ -84,7 +84,7 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
     const size_t label = fields.Label(i).size();
     if (!text.empty()) {  // an empty field adds nothing to the text
       ++filled;
-      textLength += fields.TextLength(i, text);
+      textLength += CCard::TextLengthOf(fields.Place(i), text);
     }
     if (fields.IsDate(i)) continue;
     if (text.size() > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
@@ -113,6 +113,13 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
   facts.signatureKnown = hasId;
   facts.signatureHash = hasId ? SignatureHash(id, fields) : 0;
   facts.lastHash = KeyTable::Hash(lastName);
+  if (withText) {
+    auto text = std::make_shared<CardText>();
+    MakeCardText(fields, *text);
+    facts.text = std::move(text);
+  } else {
+    facts.text.reset();
+  }
   facts.rawEmail = raw;
   facts.rawEmailHash = KeyTable::Hash(raw);
   facts.email.clear();
@@ -132,18 +139,18 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
 
 }  // namespace
 
-void ObserveCard(const CCard& card, CardFacts& facts) {
+void ObserveCard(const CCard& card, CardFacts& facts, bool withText) {
   const bool hasId = card.HasCardId();
   const std::string& raw = card.FieldText("Email");
-  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, facts);
+  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, withText, facts);
 }
 
 void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
-                 int32_t id, const std::string& lastName, CardFacts& facts) {
+                 int32_t id, const std::string& lastName, bool withText, CardFacts& facts) {
   const FieldsRead read(layout, fields);
   const int32_t email = read.EmailPosition(), name = read.NamePosition();
   Trap(email == 0 || name == 0, "A card layout without the catalogue fields");
-  Observe(read, id, true, lastName, read.Text(email), facts);
+  Observe(read, id, true, lastName, read.Text(email), withText, facts);
   facts.nameEmpty = read.Text(name).empty() ? 1 : 0;
 }
 
@@ -189,7 +196,11 @@ void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<co
 
 SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts,
                                bool numbered, std::span<const int32_t> factsOrder)
-    : cards_(std::move(sorted)), profiles_(cards_.size()), texts_(cards_.size()), fieldTexts_(cards_.size()) {
+    : cards_(std::move(sorted)),
+      profiles_(cards_.size()),
+      texts_(cards_.size()),
+      textOf_(std::make_unique<std::atomic<const CardText*>[]>(cards_.size())),
+      fieldTexts_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
 
@@ -205,10 +216,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     }
     referenceNames_.push_back(&key);
   }
-  for (const std::string* name : referenceNames_) {
-    fieldKind_.push_back(IsDateField(*name) ? kDate : *name == "Categories" ? kCategories : kOther);
-    if (fieldKind_.back() != kDate) keptKind_.push_back(fieldKind_.back());
-  }
+  for (const std::string* name : referenceNames_)
+    if (!IsDateField(*name)) keptCategories_.push_back(*name == "Categories");
 
   // Facts not handed over are worked out here, on two threads for many
   // cards (the cards are only read).
@@ -220,7 +229,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     for (size_t p = from; p < to; ++p) {
       try {
         const CCard& card = *cards_[p];
-        ObserveCard(card, facts[p]);
+        ObserveCard(card, facts[p], ComparedByContent(card.tag));
         // Cards built by one manager share a layout; these may not.
         if (facts[p].namedAsKeys && !HasReferenceLayout(card)) facts[p].namedAsKeys = false;
       } catch (...) {
@@ -270,6 +279,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       profile.frontImage = f.frontImage;
       profile.nameEmpty = f.nameEmpty;
       if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
+      textOf_[p].store(f.text.get(), std::memory_order_relaxed);
+      texts_[p] = std::move(f.text);
     }
   });
   for (size_t p = 0; p < n; ++p) {
@@ -320,17 +331,23 @@ std::shared_ptr<CDupeSet> SortedSuspects::NewSet(int32_t type, int32_t p) const 
   return set;
 }
 
-const SortedSuspects::Texts& SortedSuspects::TextsOf(int32_t p) {
-  std::unique_lock<std::mutex> lock(textsMutex_, std::defer_lock);
-  if (threaded_) lock.lock();  // two walks may ask for the same card at once
-  // Only cards without a tag are asked: made when first needed.
-  auto& texts = texts_[static_cast<size_t>(p)];
-  if (!texts) {
-    const CCard& card = *cards_[static_cast<size_t>(p)];
-    texts = std::make_unique<Texts>(Texts{CString::LowerText(card.GetText()), card.GetAllUserModifiableData()});
+const CardText& SortedSuspects::TextOf(int32_t p) {
+  const CardText* text = textOf_[p].load(std::memory_order_acquire);
+  if (text) return *text;
+  // A card with a tag, compared with one without: made once, whichever walk asks first.
+  std::lock_guard<std::mutex> lock(textsMutex_);
+  text = textOf_[p].load(std::memory_order_relaxed);
+  if (!text) {
+    auto made = std::make_shared<CardText>();
+    MakeCardText(FieldsOfCard(*cards_[static_cast<size_t>(p)]), *made);
+    text = made.get();
+    texts_[static_cast<size_t>(p)] = std::move(made);
+    textOf_[p].store(text, std::memory_order_release);
   }
-  return *texts;
+  return *text;
 }
+
+bool SortedSuspects::Suspect::HasFrontImage() const { return all_.HasFrontImage(Mgr(), p_); }
 
 void SortedSuspects::PrepareForThreads() {
   SameRawEmail(0);
@@ -358,100 +375,37 @@ std::span<const int32_t> SortedSuspects::SameRawEmail(int32_t p) {
       static_cast<size_t>(emailGroupStart_[id]), static_cast<size_t>(emailGroupStart_[id + 1] - emailGroupStart_[id]));
 }
 
-bool SortedSuspects::FieldTest(int32_t type, const CCard& card1, const CCard& card2) const {
-  const int32_t n = card1.NumFields();
-  for (int32_t i = 1; i <= n; ++i) {
-    const FieldKind kind = fieldKind_[static_cast<size_t>(i - 1)];
-    if (kind == kDate) continue;
-    const CCardField& f1 = card1.FieldAt(i);
-    const CCardField& f2 = card2.FieldAt(i);
-    if (type == EXACT_DUPE) {
-      if (f1.Text() != f2.Text() || f1.Label() != f2.Label()) return false;
-    } else {
-      if (kind == kCategories) continue;
-      if (!f1.Text().empty() && !f2.Text().empty() && f1.Text() != f2.Text()) return false;
-      if (!f1.Label().empty() && !f2.Label().empty() && f1.Label() != f2.Label()) return false;
-    }
-  }
-  return true;
-}
-
-bool SortedSuspects::KeptFieldTest(int32_t type, const std::string& texts1, const std::string& texts2) const {
-  // The same layout: equal texts field by field make equal strings.
-  if (type == EXACT_DUPE) return texts1 == texts2;
+bool SortedSuspects::FieldTest(int32_t type, int32_t a, int32_t b) const {
+  const std::string& texts1 = fieldTexts_[static_cast<size_t>(a)];
+  const std::string& texts2 = fieldTexts_[static_cast<size_t>(b)];
+  if (texts1.empty() || texts2.empty()) return BuiltCard(*Card(a)).FieldTestPasses(type, BuiltCard(*Card(b)));
+  // The same layout: the kept texts hold the same fields in the same order.
   const char* p1 = texts1.data();
   const char* p2 = texts2.data();
-  for (FieldKind kind : keptKind_) {
+  size_t field = 0;
+  return FieldTestPasses(type, [&](FieldPair& f) {
+    if (field == keptCategories_.size()) return false;
     const size_t text1 = TakeLength(p1), label1 = TakeLength(p1);
     const size_t text2 = TakeLength(p2), label2 = TakeLength(p2);
-    if (kind != kCategories) {
-      if (text1 != 0 && text2 != 0 && std::string_view(p1, text1) != std::string_view(p2, text2)) return false;
-      if (label1 != 0 && label2 != 0 &&
-          std::string_view(p1 + text1, label1) != std::string_view(p2 + text2, label2))
-        return false;
-    }
+    f.text1 = std::string_view(p1, text1);
+    f.label1 = std::string_view(p1 + text1, label1);
+    f.text2 = std::string_view(p2, text2);
+    f.label2 = std::string_view(p2 + text2, label2);
+    f.categories = keptCategories_[field++];
     p1 += text1 + label1;
     p2 += text2 + label2;
-  }
-  return true;
+    return true;
+  });
 }
 
 bool SortedSuspects::Compare(int32_t type, int32_t a, int32_t b) {
-  const Profile& x = profiles_[static_cast<size_t>(a)];
-  const Profile& y = profiles_[static_cast<size_t>(b)];
-  if (!x.aligned || !y.aligned) {
-    CDupeSet& comparer = comparers_[type];
-    if (!comparer.GetPrimaryCard() || comparer.GetType() != type) comparer.Init(Card(a), type);
-    return comparer.CompareCards(Card(a).get(), Card(b).get());
-  }
-  // The steps of CDupeSet::CompareCards, in its order.
-  if (x.last != 0 && y.last != 0 && x.last != y.last) return false;
-  const bool tagsEqual = x.tag == y.tag;
-  if (!tagsEqual && type == EXACT_DUPE) return false;
-  if (x.email != y.email && type == EXACT_DUPE) return false;
-  const bool emailsMatch = x.email != 0 && x.email == y.email;
-  if (!emailsMatch && x.last != 0 && y.last != 0 && !tagsEqual) return false;
-
-  if (x.tag == 0 || y.tag == 0) {
-    const std::string& text1 = TextsOf(a).lowered;
-    const std::string& text2 = TextsOf(b).lowered;
-    if (text1 == text2) {
-      if (TextsOf(a).userData == TextsOf(b).userData) return true;
-    } else if (type == EXACT_DUPE) {
-      return false;
-    }
-    if (x.email == 0 || x.email != y.email) {
-      if (!WordTestPasses(text1, text2)) return false;
-    }
-  }
-
-  if (type == CONFLICT_DUPE) return true;
-  const std::string& texts1 = fieldTexts_[static_cast<size_t>(a)];
-  const std::string& texts2 = fieldTexts_[static_cast<size_t>(b)];
-  if (texts1.empty() || texts2.empty()) return FieldTest(type, *Card(a), *Card(b));
-  return KeptFieldTest(type, texts1, texts2);
+  if (!profiles_[static_cast<size_t>(a)].aligned || !profiles_[static_cast<size_t>(b)].aligned)
+    return CompareCards(type, BuiltCard(*Card(a)), BuiltCard(*Card(b)));
+  return CompareCards(type, Suspect(*this, a), Suspect(*this, b));
 }
 
 bool SortedSuspects::ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate) {
-  switch (type) {
-    case EXACT_DUPE:
-      return false;
-    case COMPATIBLE_DUPE:
-    case CONFLICT_DUPE: {
-      CCardStoreMgr& mgr = Mgr();
-      // Both are asked, whatever the first answers.
-      bool primaryHasImage = HasFrontImage(mgr, primary);
-      bool candidateHasImage = HasFrontImage(mgr, candidate);
-      if (!primaryHasImage && candidateHasImage) return true;
-      auto measure = [&](int32_t p) {
-        const Profile& profile = profiles_[static_cast<size_t>(p)];
-        return type == COMPATIBLE_DUPE ? profile.filled : profile.textLength;
-      };
-      return measure(candidate) > measure(primary);
-    }
-    default:
-      RaiseTrap("Unknown dupe type: " + std::to_string(type));
-  }
+  return dupes_internal::ShouldBecomePrimary(type, Suspect(*this, primary), Suspect(*this, candidate));
 }
 
 std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t type, SortedSuspects& cards,

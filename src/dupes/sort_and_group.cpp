@@ -240,6 +240,7 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
   cards.RemoveAll();
   for (int32_t p : kept) cards.AddItem(sorted.Card(p));
   timings_.grouping += SecondsSince(start);
+  timings_.wordTests += sorted.WordTests();
   return sets;
 }
 
@@ -335,6 +336,7 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
       timings_.grouping += SecondsSince(start);
       found(type, std::move(sets));
     }
+    timings_.wordTests += sorted.WordTests();
     workingTables_ = std::move(sortedOwner);
     return;
   }
@@ -397,6 +399,7 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
     found(walk->type, walk->sets.get());
   }
   timings_.grouping += SecondsSince(start);
+  timings_.wordTests += sorted.WordTests();
   workingTables_ = std::move(sortedOwner);
 }
 

@@ -65,6 +65,7 @@ struct SearchTimings {
   double loading = 0;   // reading the suspect cards
   double sorting = 0;
   double grouping = 0;
+  int64_t wordTests = 0;  // word tests the grouping ran, every type together
 };
 
 class CDupeSearch {
