@@ -289,6 +289,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     frontImageErrors_.resize(n);
     frontImageErrors_[p] = f.frontImageError;
   }
+  IndexContent();
 }
 
 bool SortedSuspects::HasReferenceLayout(const CCard& card) const {
@@ -348,6 +349,102 @@ const CardText& SortedSuspects::TextOf(int32_t p) {
 }
 
 bool SortedSuspects::Suspect::HasFrontImage() const { return all_.HasFrontImage(Mgr(), p_); }
+
+void SortedSuspects::Postings::Seal() {
+  std::sort(entries_.begin(), entries_.end());
+  keys_.resize(entries_.size());
+  positions_.resize(entries_.size());
+  for (size_t k = 0; k < entries_.size(); ++k) {
+    keys_[k] = entries_[k].first;
+    positions_[k] = entries_[k].second;
+  }
+  entries_ = {};
+}
+
+std::span<const int32_t> SortedSuspects::Postings::Of(uint64_t key) const {
+  const auto [from, to] = std::equal_range(keys_.begin(), keys_.end(), key);
+  return std::span<const int32_t>(positions_).subspan(static_cast<size_t>(from - keys_.begin()),
+                                                     static_cast<size_t>(to - from));
+}
+
+namespace {
+
+// The key of a word's nth repeat in a text (n from 0).
+uint64_t RepeatKey(uint64_t wordHash, uint32_t repeat) { return wordHash + repeat * 0x9E3779B97F4A7C15ull; }
+
+}  // namespace
+
+void SortedSuspects::RarestWordKeys(const CardText& text, std::vector<uint64_t>& keys) const {
+  keys.clear();
+  const int32_t allowed = AllowedMisses(text.words.size());
+  if (allowed < 1) return;  // the word test fails whatever the other card holds
+  struct Ranked {
+    int32_t cards;  // how many indexed cards hold the word
+    uint64_t hash;
+    uint32_t repeat;
+  };
+  thread_local std::vector<Ranked> ranked;
+  ranked.clear();
+  uint32_t repeat = 0;
+  int32_t cards = 0;
+  for (size_t k = 0; k < text.words.size(); ++k) {
+    const uint64_t hash = text.words[k].hash;
+    if (k > 0 && hash == text.words[k - 1].hash) {
+      ++repeat;
+    } else {
+      repeat = 0;
+      const auto it = wordCards_.find(hash);
+      cards = it == wordCards_.end() ? 0 : it->second;
+    }
+    ranked.push_back({cards, hash, repeat});
+  }
+  const size_t take = std::min(ranked.size(), static_cast<size_t>(allowed) + 1);
+  std::partial_sort(ranked.begin(), ranked.begin() + static_cast<std::ptrdiff_t>(take), ranked.end(),
+                    [](const Ranked& a, const Ranked& b) {
+                      if (a.cards != b.cards) return a.cards < b.cards;
+                      if (a.hash != b.hash) return a.hash < b.hash;
+                      return a.repeat < b.repeat;
+                    });
+  for (size_t k = 0; k < take; ++k) keys.push_back(RepeatKey(ranked[k].hash, ranked[k].repeat));
+}
+
+void SortedSuspects::IndexContent() {
+  std::vector<int32_t> tagless;
+  for (int32_t p = 0; p < Size(); ++p)
+    if (TagId(p) == 0) tagless.push_back(p);
+  if (tagless.size() < 2) return;  // a card is never offered to itself
+  // How many of them hold each word, for the order of the words.
+  for (int32_t p : tagless) {
+    const CardText& text = TextOf(p);
+    if (AllowedMisses(text.words.size()) < 1) continue;
+    for (size_t k = 0; k < text.words.size(); ++k)
+      if (k == 0 || text.words[k].hash != text.words[k - 1].hash) ++wordCards_[text.words[k].hash];
+  }
+  std::vector<uint64_t> keys;
+  for (int32_t p : tagless) {
+    const CardText& text = TextOf(p);
+    byText_.Add(text.hash, p);
+    const int32_t email = profiles_[static_cast<size_t>(p)].email;
+    if (email != 0) byEmail_.Add(static_cast<uint64_t>(email), p);
+    RarestWordKeys(text, keys);
+    for (uint64_t key : keys) byWord_.Add(key, p);
+  }
+  byText_.Seal();
+  byEmail_.Seal();
+  byWord_.Seal();
+}
+
+void SortedSuspects::ContentCandidates(int32_t type, int32_t a, std::vector<std::span<const int32_t>>& lists) {
+  lists.clear();
+  const CardText& text = TextOf(a);
+  lists.push_back(byText_.Of(text.hash));
+  if (type == EXACT_DUPE) return;
+  const int32_t email = profiles_[static_cast<size_t>(a)].email;
+  if (email != 0) lists.push_back(byEmail_.Of(static_cast<uint64_t>(email)));
+  thread_local std::vector<uint64_t> keys;
+  RarestWordKeys(text, keys);
+  for (uint64_t key : keys) lists.push_back(byWord_.Of(key));
+}
 
 void SortedSuspects::PrepareForThreads() {
   SameRawEmail(0);
@@ -416,17 +513,23 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
   if (total == 0) return named;
   reports.begin(type);
 
-  // A card without a last name is offered the later cards with the same tag
-  // or the same e-mail text: equal tags sit together in the sorted list.
+  // A card is offered the later cards with its tag or its stored e-mail
+  // text, and a card with a last name only those up to the next card with
+  // another. Equal tags sit together in the sorted list, and so do most
+  // cards without a last name (their tags begin with the comma).
   std::vector<int32_t> tagRunEnd(static_cast<size_t>(total));  // one past the last position with the same tag
-  for (int32_t p = total - 1; p >= 0; --p)
+  std::vector<int32_t> noLastEnd(static_cast<size_t>(total));  // the same for a stretch without last names
+  for (int32_t p = total - 1; p >= 0; --p) {
     tagRunEnd[p] = (p + 1 < total && cards.TagId(p + 1) == cards.TagId(p)) ? tagRunEnd[p + 1] : p + 1;
+    noLastEnd[p] = (p + 1 < total && cards.LastId(p) == 0 && cards.LastId(p + 1) == 0) ? noLastEnd[p + 1] : p + 1;
+  }
 
   SkipTable present(static_cast<size_t>(total));
   int32_t remaining = total;  // the list's current count
   int32_t keptBefore = 0;     // cards before the current one that stayed in the list
   std::vector<std::shared_ptr<CDupeSet>> namedSets, namelessSets;
   std::vector<int32_t> dupes;
+  std::vector<std::span<const int32_t>> lists;  // content candidates, then what is left of each
 
   for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) {
     const int32_t i = keptBefore + 1;
@@ -459,26 +562,14 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
       --remaining;
       go = reports.update(total + i - remaining, total);
     };
-
-    const int32_t last = cards.LastId(p);
-    const int32_t tag = cards.TagId(p);
-    const int32_t email = cards.RawEmailId(p);
-    if (last != 0) {
-      // The list is sorted: the cards that may share this last name follow it.
-      for (int32_t q = present.Next(p + 1); go && q < total; q = present.Next(q + 1)) {
-        const int32_t otherLast = cards.LastId(q);
-        if (otherLast != 0 && otherLast != last) break;
-        if ((email != 0 && email == cards.RawEmailId(q)) || tag == cards.TagId(q)) offer(q);
-      }
-    } else {
-      const std::span<const int32_t> byMail = email != 0 ? cards.SameRawEmail(p) : std::span<const int32_t>();
-      auto ia = std::upper_bound(byMail.begin(), byMail.end(), p);
-      // The run of equal tags after p merged with the e-mail candidates, in list order.
-      const int32_t tagEnd = tagRunEnd[p];
-      int32_t qt = present.Next(p + 1);
+    // Offers, in list order, the cards still in the list of positions from
+    // up to to and of mail (positions in order).
+    auto offerRunAndMail = [&](int32_t from, int32_t to, std::span<const int32_t> mail) {
+      auto ia = mail.begin();
+      int32_t qt = present.Next(std::min(from, total));
       while (go) {
-        bool tagLeft = qt < tagEnd;
-        bool mailLeft = ia != byMail.end();
+        const bool tagLeft = qt < to;
+        const bool mailLeft = ia != mail.end();
         if (!tagLeft && !mailLeft) break;
         int32_t q;
         if (tagLeft && (!mailLeft || qt <= *ia)) {
@@ -490,6 +581,60 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
           if (!present.Present(q)) continue;
         }
         offer(q);
+      }
+    };
+
+    const int32_t last = cards.LastId(p);
+    const int32_t tag = cards.TagId(p);
+    const int32_t email = cards.RawEmailId(p);
+    const std::span<const int32_t> byMail = email != 0 ? cards.SameRawEmail(p) : std::span<const int32_t>();
+    // The e-mail candidates from a position on, up to another.
+    auto mailBetween = [&](int32_t from, int32_t to) {
+      auto a = std::lower_bound(byMail.begin(), byMail.end(), from);
+      auto b = std::lower_bound(a, byMail.end(), to);
+      return std::span<const int32_t>(a, b);
+    };
+    if (last != 0) {
+      // The list is sorted: the cards that may share this last name follow it.
+      for (int32_t q = present.Next(p + 1); go && q < total;) {
+        const int32_t otherLast = cards.LastId(q);
+        if (otherLast == 0) {
+          // A stretch without last names: only its cards with this tag or
+          // e-mail text are offered, so those are all that is looked at.
+          const int32_t end = noLastEnd[q];
+          offerRunAndMail(std::max(q, p + 1), std::min(end, tagRunEnd[p]), mailBetween(q, end));
+          q = present.Next(end);
+          continue;
+        }
+        if (otherLast != last) break;
+        if ((email != 0 && email == cards.RawEmailId(q)) || tag == cards.TagId(q)) offer(q);
+        q = present.Next(q + 1);
+      }
+    } else if (tag != 0) {
+      // The run of equal tags after p merged with the e-mail candidates.
+      offerRunAndMail(p + 1, tagRunEnd[p], mailBetween(p + 1, total));
+    } else {
+      // Every card without a tag follows in p's run, each compared by
+      // content: only those the content index names for the set's primary
+      // can join, beside the e-mail candidates. A new primary names others.
+      auto aim = [&](int32_t after) {
+        cards.ContentCandidates(type, primary, lists);
+        lists.push_back(mailBetween(after + 1, total));
+        for (auto& list : lists) list = list.subspan(static_cast<size_t>(std::upper_bound(list.begin(), list.end(), after) - list.begin()));
+      };
+      aim(p);
+      while (go) {
+        int32_t q = total;  // the first card left in any list
+        for (auto& list : lists) {
+          while (!list.empty() && !present.Present(list.front())) list = list.subspan(1);
+          if (!list.empty()) q = std::min(q, list.front());
+        }
+        if (q == total) break;
+        for (auto& list : lists)
+          if (!list.empty() && list.front() == q) list = list.subspan(1);
+        const int32_t before = primary;
+        offer(q);
+        if (primary != before) aim(q);
       }
     }
     if (!go) break;  // stopped while the set was still growing: it is not finished

@@ -10,7 +10,10 @@
 // by position; any other card is compared as a built card. A set is only
 // made once it has a second card, so the many cards that find no partner
 // cost no set.
-
+//
+// Cards without a tag are all offered to one another: an index of their
+// texts, e-mails and rarest words keeps a set's walk to the few that can
+// pass against its primary.
 #pragma once
 
 #include <cstdint>
@@ -22,6 +25,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "dupes/comparison.h"
@@ -110,6 +114,10 @@ class SortedSuspects {
   bool Compare(int32_t type, int32_t a, int32_t b);
   // CDupeSet::ShouldBecomePrimary for a set of the given type whose primary is card primary.
   bool ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate);
+  // Lists of positions, each in order, that together hold every card
+  // without a tag for which Compare(type, a, it) can hold (see
+  // dupes/comparison.h); lists is cleared first.
+  void ContentCandidates(int32_t type, int32_t a, std::vector<std::span<const int32_t>>& lists);
   // The word tests run so far.
   int64_t WordTests() const { return wordTests_.load(std::memory_order_relaxed); }
 
@@ -165,6 +173,12 @@ class SortedSuspects {
 
   // Card p's text: worked out as it was read, or here when first asked for.
   const CardText& TextOf(int32_t p);
+  // Indexes the cards without a tag (ContentCandidates).
+  void IndexContent();
+  // The keys of the first AllowedMisses + 1 words of a text in the order of
+  // the index (rarest first, each repeat of a word a key of its own): two
+  // texts that pass the word test share one (prefix filtering).
+  void RarestWordKeys(const CardText& text, std::vector<uint64_t>& keys) const;
   // Whether the card's fields are filed as the first card's are.
   bool HasReferenceLayout(const CCard& card) const;
   int32_t CardId(int32_t p) const;
@@ -173,12 +187,29 @@ class SortedSuspects {
   // else on the cards.
   bool FieldTest(int32_t type, int32_t a, int32_t b) const;
 
+  // Positions under 64-bit keys, each key's in order.
+  class Postings {
+   public:
+    void Add(uint64_t key, int32_t position) { entries_.push_back({key, position}); }
+    void Seal();
+    std::span<const int32_t> Of(uint64_t key) const;
+
+   private:
+    std::vector<std::pair<uint64_t, int32_t>> entries_;  // until sealed
+    std::vector<uint64_t> keys_;
+    std::vector<int32_t> positions_;
+  };
+
   std::vector<std::shared_ptr<CCard>> cards_;
   std::vector<Profile> profiles_;
   // The cards' texts, by position: set as they were read, or when first
   // asked for (under textsMutex_ when the walks run side by side).
   std::vector<std::shared_ptr<const CardText>> texts_;
   std::unique_ptr<std::atomic<const CardText*>[]> textOf_;
+  // The cards without a tag by text, by e-mail and by their rarest words,
+  // with how many of them hold each word.
+  Postings byText_, byEmail_, byWord_;
+  std::unordered_map<uint64_t, int32_t> wordCards_;
   std::atomic<int64_t> wordTests_{0};
   std::vector<std::exception_ptr> frontImageErrors_;  // by position; empty when none were met ahead
   std::vector<const std::string*> referenceNames_;  // the common field layout
