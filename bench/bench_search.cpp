@@ -5,10 +5,12 @@
 //   bench_search [--cards 100000,1000000] [--dir /tmp/ombrel-bench] [--keep] [--no-apply]
 //
 // The databases are made with `ombrel sample --no-images` (kept in --dir and
-// reused). `find --type all` and `apply` run as child processes, so their
-// wall time and peak memory are those of the real command; the phases of the
-// search are timed in this process. The plain read and `find` are timed in
-// turns, five rounds; BENCH_VERBOSE=1 prints each round on stderr.
+// reused). `find` and `apply` run as child processes, so their wall time
+// and peak memory are those of the real command; the phases of the search,
+// the word tests it ran and the longest waits between its progress reports
+// are measured in this process. The plain read and `find --type all` are
+// timed in turns, five rounds (BENCH_VERBOSE=1 prints each round on
+// stderr); each type alone is timed after them.
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -20,8 +22,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ombrel/cards/ccard.h"
@@ -81,6 +85,38 @@ double PlainRead(const std::string& path, size_t& values) {
   return t;
 }
 
+// Records the longest wait between two calls of the search to its progress
+// (a stop asked for in between is seen at the next one), by the reports
+// that end the wait, and whether any came from another thread.
+class WaitsBetweenReports final : public ombrel::ISearchProgress {
+ public:
+  void SetActionText(int32_t id) override { Note("action " + std::to_string(id)); }
+  bool UpdateProgress(int32_t id, int32_t, int32_t) override {
+    Note(std::to_string(id));
+    return true;
+  }
+  void Print() const {
+    std::printf("  longest wait between progress reports:");
+    for (const auto& [what, seconds] : longest_) std::printf(" %s %.3f s,", what.c_str(), seconds);
+    std::printf(" reports from other threads: %d\n", otherThreads_);
+  }
+
+ private:
+  void Note(const std::string& what) {
+    const auto now = Clock::now();
+    double& longest = longest_[last_ + " to " + what];
+    longest = std::max(longest, std::chrono::duration<double>(now - at_).count());
+    at_ = now;
+    last_ = what;
+    otherThreads_ += std::this_thread::get_id() != thread_;
+  }
+  std::map<std::string, double> longest_;
+  Clock::time_point at_ = Clock::now();
+  std::string last_ = "start";
+  std::thread::id thread_ = std::this_thread::get_id();
+  int otherThreads_ = 0;
+};
+
 void Phases(const std::string& path) {
   auto store = std::shared_ptr<ombrel::CSqliteCardStore>(
       ombrel::CSqliteCardStore::Open(path, ombrel::OpenMode::kOpenExisting));
@@ -88,7 +124,8 @@ void Phases(const std::string& path) {
   mgr->SetCardStore(store);
   mgr->Connect();
   ombrel::CardStoreMgr() = mgr;
-  ombrel::CDupeSearch search;
+  WaitsBetweenReports waits;
+  ombrel::CDupeSearch search(&waits);
   int32_t sets[4] = {0, 0, 0, 0};
   auto suspects = search.FindDupesInStore(
       {ombrel::EXACT_DUPE, ombrel::COMPATIBLE_DUPE, ombrel::CONFLICT_DUPE},
@@ -96,7 +133,9 @@ void Phases(const std::string& path) {
   const auto& t = search.Timings();
   std::printf("  phases: suspects %.2f s, loading %.2f s (%d suspects), sorting %.2f s, grouping %.2f s\n",
               t.suspects, t.loading, suspects->GetNumItems(), t.sorting, t.grouping);
-  std::printf("  sets: exact %d, compatible %d, conflict %d\n", sets[1], sets[2], sets[3]);
+  std::printf("  sets: exact %d, compatible %d, conflict %d; word tests %lld\n", sets[1], sets[2], sets[3],
+              static_cast<long long>(t.wordTests));
+  waits.Print();
   ombrel::CardStoreMgr().reset();
 }
 
@@ -162,6 +201,16 @@ int main(int argc, char** argv) {
                 kRounds, find.seconds, n / find.seconds, find.peakKb / 1024.0, find.status, find.seconds / floor);
     std::printf("  ratio round by round: median %.2f (from %.2f to %.2f)\n", ratios[ratios.size() / 2], ratios.front(),
                 ratios.back());
+    // Each type alone: none should cost much more than the others.
+    for (const char* type : {"exact", "compatible", "conflict"}) {
+      ChildRun best;
+      for (int round = 0; round < 3; ++round) {
+        ChildRun run = RunChild({ombrel, "find", "--db", db, "--type", type, "--json"});
+        if (round == 0 || run.seconds < best.seconds) best = run;
+      }
+      std::printf("  find --type %s (best of 3): %.2f s, peak %.0f MB, exit %d\n", type, best.seconds,
+                  best.peakKb / 1024.0, best.status);
+    }
     Phases(db);
     // Hand the memory back: a child forked later would count it in its own peak until it execs.
     malloc_trim(0);

@@ -451,7 +451,6 @@ void SortedSuspects::PrepareForThreads() {
   // Store calls stay on this thread: every answer is asked for now.
   CCardStoreMgr& mgr = Mgr();
   for (int32_t p = 0; p < Size(); ++p) HasFrontImage(mgr, p);
-  threaded_ = true;
 }
 
 std::span<const int32_t> SortedSuspects::SameRawEmail(int32_t p) {

@@ -16,8 +16,8 @@
 // pass against its primary.
 #pragma once
 
-#include <cstdint>
 #include <atomic>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -222,7 +222,6 @@ class SortedSuspects {
   std::vector<int32_t> emailGroupStart_;
   std::vector<int32_t> emailGroups_;
   bool emailIndexBuilt_ = false;
-  bool threaded_ = false;
   std::mutex textsMutex_;
 };
 
