@@ -2,7 +2,7 @@
 // databases of realistic size, against the floor any search must pay: one
 // plain read of every stored value.
 //
-//   bench_search [--cards 100000,1000000] [--dir /tmp/ombrel-bench] [--keep] [--no-apply]
+//   bench_search [--cards 100000,1000000] [--dir /tmp/ombrel-bench] [--keep] [--no-apply] [--phases]
 //
 // The databases are made with `ombrel sample --no-images` (kept in --dir and
 // reused). `find` and `apply` run as child processes, so their wall time
@@ -127,9 +127,13 @@ void Phases(const std::string& path) {
   WaitsBetweenReports waits;
   ombrel::CDupeSearch search(&waits);
   int32_t sets[4] = {0, 0, 0, 0};
+  std::vector<std::shared_ptr<ombrel::CList>> kept;  // as a caller keeps them, to list or review
   auto suspects = search.FindDupesInStore(
       {ombrel::EXACT_DUPE, ombrel::COMPATIBLE_DUPE, ombrel::CONFLICT_DUPE},
-      [&](int32_t type, std::shared_ptr<ombrel::CList> found) { sets[type] = found->GetNumItems(); });
+      [&](int32_t type, std::shared_ptr<ombrel::CList> found) {
+        sets[type] = found->GetNumItems();
+        kept.push_back(std::move(found));
+      });
   const auto& t = search.Timings();
   std::printf("  phases: suspects %.2f s, loading %.2f s (%d suspects), sorting %.2f s, grouping %.2f s\n",
               t.suspects, t.loading, suspects->GetNumItems(), t.sorting, t.grouping);
@@ -150,6 +154,7 @@ int main(int argc, char** argv) {
   std::string dir = "/tmp/ombrel-bench";
   bool keep = false;
   bool apply = true;
+  bool phasesOnly = false;  // the search's phases alone, in this process
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--cards" && i + 1 < argc) {
@@ -162,8 +167,10 @@ int main(int argc, char** argv) {
       keep = true;
     } else if (a == "--no-apply") {
       apply = false;
+    } else if (a == "--phases") {
+      phasesOnly = true;
     } else {
-      std::cerr << "usage: bench_search [--cards N,N] [--dir DIR] [--keep] [--no-apply]\n";
+      std::cerr << "usage: bench_search [--cards N,N] [--dir DIR] [--keep] [--no-apply] [--phases]\n";
       return 2;
     }
   }
@@ -177,6 +184,10 @@ int main(int argc, char** argv) {
       ChildRun gen = RunChild({ombrel, "sample", "--cards", std::to_string(n), "--db", db, "--seed", "7", "--no-images"});
       std::printf("  sample: %.2f s (exit %d)\n", gen.seconds, gen.status);
       if (gen.status != 0) return 1;
+    }
+    if (phasesOnly) {
+      Phases(db);
+      continue;
     }
     size_t values = 0;
     // The two sides of the ratio are timed in turns, so that both meet the

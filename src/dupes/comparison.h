@@ -65,7 +65,7 @@ inline bool SameText(const CardText& a, const CardText& b) { return a.hash == b.
 // or fewer) the test fails; it never falls as n grows.
 int32_t AllowedMisses(size_t n);
 
-// The word test (step 10). Each word of the longer list (card1's on equal
+// The word test. Each word of the longer list (card1's on equal
 // counts) takes the first unused equal word of the shorter one; the test
 // fails once more than AllowedMisses of them find none. That takes every
 // word the two lists share, as many times as both hold it, so the misses
@@ -82,7 +82,7 @@ struct FieldPair {
   bool categories = false;  // "Categories", which the compatible test leaves out
 };
 
-// The field test (step 12) over the fields of the first card in table
+// The field test over the fields of the first card in table
 // order: next(pair) gives the next one and answers false after the last.
 template <class Next>
 bool FieldTestPasses(int32_t type, Next&& next) {

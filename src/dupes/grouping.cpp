@@ -372,12 +372,30 @@ namespace {
 // The key of a word's nth repeat in a text (n from 0).
 uint64_t RepeatKey(uint64_t wordHash, uint32_t repeat) { return wordHash + repeat * 0x9E3779B97F4A7C15ull; }
 
+// How many of their rarest words two texts of n and m counted words that
+// pass the word test always share, as RareWordsShared(n) and
+// RareWordsShared(m) tell, the lower one counting. Put the words of each
+// text in one order, rarest first (each repeat of a word a word of its
+// own), and call S the words both hold: S has at least n - AllowedMisses(n)
+// of them, and as many for m. So the jth of S in that order (j from 1) is
+// among the first AllowedMisses(n) + j of either text, which makes the
+// first of S one of each text's AllowedMisses + 1 rarest words (what the
+// index files a card under) and the first k of S, for k up to the size of
+// S, shared by the AllowedMisses + k rarest of each. More shared words make
+// a sharper test, so up to five are asked for; S holds at least three.
+constexpr int32_t kRareWordsShared = 5;
+int32_t RareWordsShared(size_t n) {
+  const int32_t allowed = AllowedMisses(n);
+  if (allowed < 1) return 0;  // the word test fails whatever the other text holds
+  return std::min<int32_t>(kRareWordsShared, static_cast<int32_t>(n) - allowed);
+}
+
 }  // namespace
 
-void SortedSuspects::RarestWordKeys(const CardText& text, std::vector<uint64_t>& keys) const {
+int32_t SortedSuspects::RarestWordKeys(const CardText& text, std::vector<uint64_t>& keys) const {
   keys.clear();
-  const int32_t allowed = AllowedMisses(text.words.size());
-  if (allowed < 1) return;  // the word test fails whatever the other card holds
+  const int32_t shared = RareWordsShared(text.words.size());
+  if (shared == 0) return 0;
   struct Ranked {
     int32_t cards;  // how many indexed cards hold the word
     uint64_t hash;
@@ -398,7 +416,7 @@ void SortedSuspects::RarestWordKeys(const CardText& text, std::vector<uint64_t>&
     }
     ranked.push_back({cards, hash, repeat});
   }
-  const size_t take = std::min(ranked.size(), static_cast<size_t>(allowed) + 1);
+  const size_t take = std::min(ranked.size(), static_cast<size_t>(AllowedMisses(text.words.size()) + shared));
   std::partial_sort(ranked.begin(), ranked.begin() + static_cast<std::ptrdiff_t>(take), ranked.end(),
                     [](const Ranked& a, const Ranked& b) {
                       if (a.cards != b.cards) return a.cards < b.cards;
@@ -406,6 +424,7 @@ void SortedSuspects::RarestWordKeys(const CardText& text, std::vector<uint64_t>&
                       return a.repeat < b.repeat;
                     });
   for (size_t k = 0; k < take; ++k) keys.push_back(RepeatKey(ranked[k].hash, ranked[k].repeat));
+  return shared;
 }
 
 void SortedSuspects::IndexContent() {
@@ -416,34 +435,69 @@ void SortedSuspects::IndexContent() {
   // How many of them hold each word, for the order of the words.
   for (int32_t p : tagless) {
     const CardText& text = TextOf(p);
-    if (AllowedMisses(text.words.size()) < 1) continue;
+    if (RareWordsShared(text.words.size()) == 0) continue;
     for (size_t k = 0; k < text.words.size(); ++k)
       if (k == 0 || text.words[k].hash != text.words[k - 1].hash) ++wordCards_[text.words[k].hash];
   }
+  slot_.assign(cards_.size(), -1);
+  rareWordsStart_.push_back(0);
   std::vector<uint64_t> keys;
   for (int32_t p : tagless) {
     const CardText& text = TextOf(p);
     byText_.Add(text.hash, p);
     const int32_t email = profiles_[static_cast<size_t>(p)].email;
     if (email != 0) byEmail_.Add(static_cast<uint64_t>(email), p);
-    RarestWordKeys(text, keys);
-    for (uint64_t key : keys) byWord_.Add(key, p);
+    const int32_t shared = RarestWordKeys(text, keys);
+    if (shared == 0) continue;
+    const size_t filed = keys.size() - static_cast<size_t>(shared) + 1;  // AllowedMisses + 1
+    for (size_t k = 0; k < filed; ++k) byWord_.Add(keys[k], p);
+    std::sort(keys.begin(), keys.end());
+    slot_[static_cast<size_t>(p)] = static_cast<int32_t>(rareShared_.size());
+    rareShared_.push_back(static_cast<int8_t>(shared));
+    rareWords_.insert(rareWords_.end(), keys.begin(), keys.end());
+    rareWordsStart_.push_back(static_cast<int32_t>(rareWords_.size()));
   }
   byText_.Seal();
   byEmail_.Seal();
   byWord_.Seal();
 }
 
-void SortedSuspects::ContentCandidates(int32_t type, int32_t a, std::vector<std::span<const int32_t>>& lists) {
-  lists.clear();
+void SortedSuspects::ContentCandidates(int32_t type, int32_t a, ContentLists& lists) {
+  lists.sure.clear();
+  lists.words.clear();
+  lists.rareWords.clear();
+  lists.shared = 0;
   const CardText& text = TextOf(a);
-  lists.push_back(byText_.Of(text.hash));
+  lists.sure.push_back(byText_.Of(text.hash));
   if (type == EXACT_DUPE) return;
   const int32_t email = profiles_[static_cast<size_t>(a)].email;
-  if (email != 0) lists.push_back(byEmail_.Of(static_cast<uint64_t>(email)));
-  thread_local std::vector<uint64_t> keys;
-  RarestWordKeys(text, keys);
-  for (uint64_t key : keys) lists.push_back(byWord_.Of(key));
+  if (email != 0) lists.sure.push_back(byEmail_.Of(static_cast<uint64_t>(email)));
+  lists.shared = RarestWordKeys(text, lists.rareWords);
+  if (lists.shared == 0) return;
+  const size_t filed = lists.rareWords.size() - static_cast<size_t>(lists.shared) + 1;
+  for (size_t k = 0; k < filed; ++k) lists.words.push_back(byWord_.Of(lists.rareWords[k]));
+  std::sort(lists.rareWords.begin(), lists.rareWords.end());
+}
+
+bool SortedSuspects::SharesRareWords(const ContentLists& lists, int32_t p) const {
+  const int32_t slot = slot_.empty() ? -1 : slot_[static_cast<size_t>(p)];
+  if (slot < 0) return false;
+  const uint64_t* mine = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot)];
+  const uint64_t* mineEnd = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot) + 1];
+  const int32_t needed = std::min<int32_t>(lists.shared, rareShared_[static_cast<size_t>(slot)]);
+  int32_t shared = 0;
+  for (auto theirs = lists.rareWords.begin(); mine != mineEnd && theirs != lists.rareWords.end();) {
+    if (*mine < *theirs) {
+      ++mine;
+    } else if (*theirs < *mine) {
+      ++theirs;
+    } else {
+      if (++shared >= needed) return true;
+      ++mine;
+      ++theirs;
+    }
+  }
+  return false;
 }
 
 void SortedSuspects::PrepareForThreads() {
@@ -528,7 +582,7 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
   int32_t keptBefore = 0;     // cards before the current one that stayed in the list
   std::vector<std::shared_ptr<CDupeSet>> namedSets, namelessSets;
   std::vector<int32_t> dupes;
-  std::vector<std::span<const int32_t>> lists;  // content candidates, then what is left of each
+  SortedSuspects::ContentLists lists;  // content candidates, then what is left of each
 
   for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) {
     const int32_t i = keptBefore + 1;
@@ -618,19 +672,34 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
       // can join, beside the e-mail candidates. A new primary names others.
       auto aim = [&](int32_t after) {
         cards.ContentCandidates(type, primary, lists);
-        lists.push_back(mailBetween(after + 1, total));
-        for (auto& list : lists) list = list.subspan(static_cast<size_t>(std::upper_bound(list.begin(), list.end(), after) - list.begin()));
+        lists.sure.push_back(mailBetween(after + 1, total));
+        for (auto* group : {&lists.sure, &lists.words})
+          for (auto& list : *group) list = list.subspan(static_cast<size_t>(std::upper_bound(list.begin(), list.end(), after) - list.begin()));
+      };
+      // Takes q off the lists of a group, answering whether any had it.
+      auto take = [&](std::vector<std::span<const int32_t>>& group, int32_t q) {
+        bool had = false;
+        for (auto& list : group) {
+          if (!list.empty() && list.front() == q) {
+            list = list.subspan(1);
+            had = true;
+          }
+        }
+        return had;
       };
       aim(p);
       while (go) {
         int32_t q = total;  // the first card left in any list
-        for (auto& list : lists) {
-          while (!list.empty() && !present.Present(list.front())) list = list.subspan(1);
-          if (!list.empty()) q = std::min(q, list.front());
+        for (auto* group : {&lists.sure, &lists.words}) {
+          for (auto& list : *group) {
+            while (!list.empty() && !present.Present(list.front())) list = list.subspan(1);
+            if (!list.empty()) q = std::min(q, list.front());
+          }
         }
         if (q == total) break;
-        for (auto& list : lists)
-          if (!list.empty() && list.front() == q) list = list.subspan(1);
+        const bool sure = take(lists.sure, q);
+        const bool word = take(lists.words, q);
+        if (!sure && !(word && cards.SharesRareWords(lists, q))) continue;
         const int32_t before = primary;
         offer(q);
         if (primary != before) aim(q);

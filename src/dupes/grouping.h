@@ -114,10 +114,17 @@ class SortedSuspects {
   bool Compare(int32_t type, int32_t a, int32_t b);
   // CDupeSet::ShouldBecomePrimary for a set of the given type whose primary is card primary.
   bool ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate);
-  // Lists of positions, each in order, that together hold every card
-  // without a tag for which Compare(type, a, it) can hold (see
-  // dupes/comparison.h); lists is cleared first.
-  void ContentCandidates(int32_t type, int32_t a, std::vector<std::span<const int32_t>>& lists);
+  // Where to find the cards without a tag for which Compare(type, a, it)
+  // can hold (see dupes/comparison.h): every card of the sure lists, and
+  // the cards of the word lists that SharesRareWords says may pass the
+  // word test. Each list holds positions in order.
+  struct ContentLists {
+    std::vector<std::span<const int32_t>> sure, words;
+    std::vector<uint64_t> rareWords;  // card a's, in order of key
+    int32_t shared = 0;               // how many of them a card must share
+  };
+  void ContentCandidates(int32_t type, int32_t a, ContentLists& lists);
+  bool SharesRareWords(const ContentLists& lists, int32_t p) const;
   // The word tests run so far.
   int64_t WordTests() const { return wordTests_.load(std::memory_order_relaxed); }
 
@@ -175,10 +182,10 @@ class SortedSuspects {
   const CardText& TextOf(int32_t p);
   // Indexes the cards without a tag (ContentCandidates).
   void IndexContent();
-  // The keys of the first AllowedMisses + 1 words of a text in the order of
-  // the index (rarest first, each repeat of a word a key of its own): two
-  // texts that pass the word test share one (prefix filtering).
-  void RarestWordKeys(const CardText& text, std::vector<uint64_t>& keys) const;
+  // The keys of a text's first AllowedMisses + RareWordsShared words in the
+  // order of the index (rarest first, each repeat of a word a key of its
+  // own), in that order; the answer is RareWordsShared.
+  int32_t RarestWordKeys(const CardText& text, std::vector<uint64_t>& keys) const;
   // Whether the card's fields are filed as the first card's are.
   bool HasReferenceLayout(const CCard& card) const;
   int32_t CardId(int32_t p) const;
@@ -206,10 +213,17 @@ class SortedSuspects {
   // asked for (under textsMutex_ when the walks run side by side).
   std::vector<std::shared_ptr<const CardText>> texts_;
   std::unique_ptr<std::atomic<const CardText*>[]> textOf_;
-  // The cards without a tag by text, by e-mail and by their rarest words,
-  // with how many of them hold each word.
+  // The cards without a tag by text, by e-mail and by their AllowedMisses +
+  // 1 rarest words, with how many of them hold each word. rareWords_ holds
+  // each one's RarestWordKeys in order of key, from rareWordsStart_[slot],
+  // and rareShared_ their RareWordsShared; slot_ gives a card's slot (-1
+  // for none).
   Postings byText_, byEmail_, byWord_;
   std::unordered_map<uint64_t, int32_t> wordCards_;
+  std::vector<int32_t> slot_;
+  std::vector<uint64_t> rareWords_;
+  std::vector<int32_t> rareWordsStart_;
+  std::vector<int8_t> rareShared_;
   std::atomic<int64_t> wordTests_{0};
   std::vector<std::exception_ptr> frontImageErrors_;  // by position; empty when none were met ahead
   std::vector<const std::string*> referenceNames_;  // the common field layout

@@ -199,6 +199,10 @@ std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(
     // Both threads only read the tags and cards until the order is known.
     auto sorting = std::async(std::launch::async, [&] { return InsertionOrder(tags); });
     meanwhile(input, tags);
+    // For many cards a stop is seen while the order is worked out; it ends
+    // the search once it is.
+    if (input.size() >= dupes_internal::kCheckInEvery)
+      while (sorting.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) ReportAgain();
     result = sorting.get();
   } else {
     result = InsertionOrder(tags);
@@ -325,6 +329,12 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
       std::make_unique<dupes_internal::SortedSuspects>(std::move(sortedCards), std::move(handed), ahead, handedOrder);
   dupes_internal::SortedSuspects& sorted = *sortedOwner;
   timings_.grouping += SecondsSince(start);
+  // Many cards take a while to get here: a stop asked for meanwhile ends the search now.
+  if (order.size() >= dupes_internal::kCheckInEvery && !ReportAgain()) {
+    for (int32_t type : types) found(type, nullptr);
+    workingTables_ = std::move(sortedOwner);
+    return;
+  }
   if (!alongside) {
     for (int32_t type : types) {
       if (stopped_) {
