@@ -372,17 +372,17 @@ namespace {
 // The key of a word's nth repeat in a text (n from 0).
 uint64_t RepeatKey(uint64_t wordHash, uint32_t repeat) { return wordHash + repeat * 0x9E3779B97F4A7C15ull; }
 
-// How many of their rarest words two texts of n and m counted words that
-// pass the word test always share, as RareWordsShared(n) and
-// RareWordsShared(m) tell, the lower one counting. Put the words of each
-// text in one order, rarest first (each repeat of a word a word of its
-// own), and call S the words both hold: S has at least n - AllowedMisses(n)
-// of them, and as many for m. So the jth of S in that order (j from 1) is
-// among the first AllowedMisses(n) + j of either text, which makes the
-// first of S one of each text's AllowedMisses + 1 rarest words (what the
-// index files a card under) and the first k of S, for k up to the size of
-// S, shared by the AllowedMisses + k rarest of each. More shared words make
-// a sharper test, so up to five are asked for; S holds at least three.
+// How many of its rarest words a text of n counted words shares with any
+// text it passes the word test with. Put the words of each text in one
+// order, rarest first (each repeat of a word a word of its own), and call
+// S the words both hold: S has at least n - AllowedMisses(n) of them (at
+// least three), and as many for the other text's count. So the jth of S in
+// that order is among the first AllowedMisses + j of either text: the first
+// of S is among each text's AllowedMisses + 1 rarest words (what the index
+// files a card under), and the first five of S (all of S when it is
+// smaller) among each text's AllowedMisses + RareWordsShared rarest, which
+// is the whole text when RareWordsShared is below five. Both texts' counts
+// hold: the higher one is asked for.
 constexpr int32_t kRareWordsShared = 5;
 int32_t RareWordsShared(size_t n) {
   const int32_t allowed = AllowedMisses(n);
@@ -484,7 +484,7 @@ bool SortedSuspects::SharesRareWords(const ContentLists& lists, int32_t p) const
   if (slot < 0) return false;
   const uint64_t* mine = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot)];
   const uint64_t* mineEnd = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot) + 1];
-  const int32_t needed = std::min<int32_t>(lists.shared, rareShared_[static_cast<size_t>(slot)]);
+  const int32_t needed = std::max<int32_t>(lists.shared, rareShared_[static_cast<size_t>(slot)]);
   int32_t shared = 0;
   for (auto theirs = lists.rareWords.begin(); mine != mineEnd && theirs != lists.rareWords.end();) {
     if (*mine < *theirs) {
