@@ -50,6 +50,11 @@ int32_t& PartScanThreshold() {
   return threshold;
 }
 
+size_t& CheckInEvery() {
+  static size_t cards = size_t{1} << 16;
+  return cards;
+}
+
 int32_t& ScanParts() {
   static int32_t parts = 0;
   return parts;

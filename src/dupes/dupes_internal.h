@@ -53,8 +53,9 @@ inline int32_t PartProgress(int32_t partZeroDone, int32_t parts, int32_t total) 
   return done < total ? static_cast<int32_t>(done) : total;
 }
 // Cards the search goes through between two check-ins with its progress
-// where the work has no count of its own (CDupeSearch::ReportAgain).
-inline constexpr size_t kCheckInEvery = size_t{1} << 16;
+// where the work has no count of its own (CDupeSearch::ReportAgain): 65,536
+// unless a test says otherwise.
+size_t& CheckInEvery();
 // The search's sort key of a card: "last name,first name", trimmed.
 std::string Tag(const CCard& card, const std::string& firstName);
 

@@ -201,7 +201,7 @@ std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(
     meanwhile(input, tags);
     // For many cards a stop is seen while the order is worked out; it ends
     // the search once it is.
-    if (input.size() >= dupes_internal::kCheckInEvery)
+    if (input.size() >= dupes_internal::CheckInEvery())
       while (sorting.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) ReportAgain();
     result = sorting.get();
   } else {
@@ -307,6 +307,10 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   std::vector<int32_t> order;
   auto sortedCards = ahead ? SortedCards(cards, &order, meanwhile) : SortedCards(cards, &order);
   if (emails.valid()) emails.get();
+  if (stopped_) {  // while sorting
+    for (int32_t type : types) found(type, nullptr);
+    return;
+  }
   auto start = Clock::now();
   // Numbered facts are handed over as they are, with the order that tells
   // whose they are; others are put in sorted order first.
@@ -330,7 +334,7 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   dupes_internal::SortedSuspects& sorted = *sortedOwner;
   timings_.grouping += SecondsSince(start);
   // Many cards take a while to get here: a stop asked for meanwhile ends the search now.
-  if (order.size() >= dupes_internal::kCheckInEvery && !ReportAgain()) {
+  if (order.size() >= dupes_internal::CheckInEvery() && !ReportAgain()) {
     for (int32_t type : types) found(type, nullptr);
     workingTables_ = std::move(sortedOwner);
     return;

@@ -187,6 +187,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
   // The half on this thread checks in with the progress now and then: a
   // stop ends both.
   std::atomic<bool> halt{false};
+  const size_t checkInEvery = dupes_internal::CheckInEvery();
   auto fill = [&](uint64_t half) {
     for (auto kind : {KeyPart::kName, KeyPart::kEmail, KeyPart::kLastEmail}) {
       KeyTable table(split ? expected / 2 : expected);
@@ -194,7 +195,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
       auto mine = [&](uint64_t hash) { return !split || (hash >> 63) == half; };
       constexpr size_t kAhead = 16;
       for (size_t c = 0; c < order.size(); ++c) {
-        if (split && c % dupes_internal::kCheckInEvery == dupes_internal::kCheckInEvery - 1) {
+        if ((c + 1) % checkInEvery == 0) {
           if (half == 0 && !ReportAgain()) halt = true;
           if (halt.load(std::memory_order_relaxed)) return;
         }
@@ -217,10 +218,10 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
     std::thread other([&] { fill(1); });
     fill(0);
     other.join();
-    if (halt) return {};
   } else {
     fill(0);
   }
+  if (halt) return {};
 
   // Whether each card is a suspect, and with which partner, follows from the
   // tables alone: worked out in halves side by side for many cards
@@ -247,7 +248,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
     }
   };
   dupes_internal::InHalves(order.size(), split, decide);
-  if (order.size() >= dupes_internal::kCheckInEvery && !ReportAgain()) return {};
+  if (order.size() >= checkInEvery && !ReportAgain()) return {};
 
   std::vector<int32_t> suspects;
   std::vector<bool> suspectAt(order.size());  // by store position

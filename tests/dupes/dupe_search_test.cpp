@@ -374,6 +374,43 @@ TEST_P(DupeSearchTest, AStopWhileReadingMakesGetSuspectCardsAnswerNothing) {
   EXPECT_EQ(progress.reports, inParts ? 2 : 3);
 }
 
+// Work without a count of its own (the key tables, the sort, the grouping's
+// tables) repeats the last report every so many cards (here every card): a
+// stop answered there is seen at once.
+TEST_P(DupeSearchTest, WorkWithoutACountRepeatsTheLastReportAndStopsThere) {
+  Use(GroupingStore());
+  dupes_internal::CheckInEvery() = 1;
+  const int32_t cards = static_cast<int32_t>(GroupingStore().size());
+  const std::string keysRead = std::to_string(search_text::kReadingCards) + " " + std::to_string(cards) + "/" +
+                               std::to_string(cards);
+  for (bool stop : {false, true}) {
+    RecordingProgress progress;
+    progress.stopAt = [&, last = std::string()](int32_t id, int32_t done, int32_t total, int) mutable {
+      const std::string report = std::to_string(id) + " " + std::to_string(done) + "/" + std::to_string(total);
+      const bool again = report == last;
+      last = report;
+      return stop && again;
+    };
+    CDupeSearch search(&progress);
+    std::string got;
+    auto suspects = search.FindDupesInStore({EXACT_DUPE, COMPATIBLE_DUPE},
+                                            [&](int32_t, std::shared_ptr<CList> sets) { got += sets ? "sets " : "none "; });
+    if (stop) {
+      EXPECT_FALSE(suspects);
+      EXPECT_EQ(got, "none none ");
+      EXPECT_EQ(std::count(progress.log.begin(), progress.log.end(), keysRead), 2);
+      continue;
+    }
+    // The key tables: a check-in a card for each kind of key; the grouping's
+    // tables: the loading's last report again, before the first action.
+    EXPECT_GE(std::count(progress.log.begin(), progress.log.end(), keysRead), 3 * cards);
+    auto action = std::find(progress.log.begin(), progress.log.end(), "action 702");
+    ASSERT_GT(action - progress.log.begin(), 2);
+    EXPECT_EQ(*(action - 1), *(action - 2));
+    EXPECT_EQ(got, "sets sets ");
+  }
+}
+
 TEST_P(DupeSearchTest, AStopWhileGroupingKeepsTheSetsFinishedSoFar) {
   Use(PairsStore());
   std::string dump;
