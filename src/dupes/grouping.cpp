@@ -411,8 +411,7 @@ int32_t SortedSuspects::RarestWordKeys(const CardText& text, std::vector<uint64_
       ++repeat;
     } else {
       repeat = 0;
-      const auto it = wordCards_.find(hash);
-      cards = it == wordCards_.end() ? 0 : it->second;
+      cards = WordCards(hash);
     }
     ranked.push_back({cards, hash, repeat});
   }
@@ -428,60 +427,105 @@ int32_t SortedSuspects::RarestWordKeys(const CardText& text, std::vector<uint64_
 }
 
 void SortedSuspects::IndexContent() {
+  // Equal tags sit side by side: so do the cards without one.
   std::vector<int32_t> tagless;
   for (int32_t p = 0; p < Size(); ++p)
     if (TagId(p) == 0) tagless.push_back(p);
   if (tagless.size() < 2) return;  // a card is never offered to itself
-  // How many of them hold each word, for the order of the words.
-  for (int32_t p : tagless) {
-    const CardText& text = TextOf(p);
-    if (RareWordsShared(text.words.size()) == 0) continue;
-    for (size_t k = 0; k < text.words.size(); ++k)
-      if (k == 0 || text.words[k].hash != text.words[k - 1].hash) ++wordCards_[text.words[k].hash];
+  Trap(tagless.back() - tagless.front() + 1 != static_cast<int32_t>(tagless.size()),
+       "Cards without a tag are not side by side");
+  const size_t n = tagless.size();
+  firstTagless_ = tagless.front();
+  // About how many of them hold each word, for the order of the words: a
+  // count for each hash prefix, about as many as words, in a table small
+  // enough to stay in cache.
+  size_t words = 0;
+  rareShared_.assign(n, 0);
+  rareWordsStart_.assign(n + 1, 0);
+  wordListsStart_.assign(n + 1, 0);
+  for (size_t slot = 0; slot < n; ++slot) {
+    const size_t count = TextOf(tagless[slot]).words.size();
+    words += count;
+    // Where the slot's keys go: RarestWordKeys makes AllowedMisses + RareWordsShared of them.
+    const int32_t shared = RareWordsShared(count);
+    rareShared_[slot] = static_cast<int8_t>(shared);
+    const size_t keys = shared == 0 ? 0 : std::min(count, static_cast<size_t>(AllowedMisses(count) + shared));
+    rareWordsStart_[slot + 1] = rareWordsStart_[slot] + static_cast<int32_t>(keys);
+    wordListsStart_[slot + 1] = wordListsStart_[slot] + static_cast<int32_t>(shared == 0 ? 0 : keys - shared + 1);
   }
-  slot_.assign(cards_.size(), -1);
-  rareWordsStart_.push_back(0);
-  std::vector<uint64_t> keys;
-  for (int32_t p : tagless) {
-    const CardText& text = TextOf(p);
-    byText_.Add(text.hash, p);
+  int bits = 10;
+  while (bits < 18 && (size_t{1} << bits) < words) ++bits;
+  wordCardsShift_ = 64 - bits;
+  wordCards_.assign(size_t{1} << bits, 0);
+  for (size_t slot = 0; slot < n; ++slot) {
+    if (rareShared_[slot] == 0) continue;
+    const CardText& text = TextOf(tagless[slot]);
+    for (size_t k = 0; k < text.words.size(); ++k)
+      if (k == 0 || text.words[k].hash != text.words[k - 1].hash)
+        ++wordCards_[static_cast<size_t>(text.words[k].hash >> wordCardsShift_)];
+  }
+  // Each card's rarest words: the keys of its lists, and all of them in
+  // order of key. On two threads for many cards; each writes its own slots.
+  rareWords_.resize(static_cast<size_t>(rareWordsStart_[n]));
+  std::vector<uint64_t> filed(static_cast<size_t>(wordListsStart_[n]));
+  const bool threads = n >= static_cast<size_t>(PartScanThreshold()) / 4 && std::thread::hardware_concurrency() >= 2;
+  InHalves(n, threads, [&](size_t from, size_t to) {
+    std::vector<uint64_t> keys;
+    for (size_t slot = from; slot < to; ++slot) {
+      if (RarestWordKeys(TextOf(tagless[slot]), keys) == 0) continue;
+      std::copy_n(keys.begin(), wordListsStart_[slot + 1] - wordListsStart_[slot], filed.begin() + wordListsStart_[slot]);
+      std::sort(keys.begin(), keys.end());
+      std::copy(keys.begin(), keys.end(), rareWords_.begin() + rareWordsStart_[slot]);
+    }
+  });
+  for (size_t slot = 0; slot < n; ++slot) {
+    const int32_t p = tagless[slot];
+    byText_.Add(TextOf(p).hash, p);
     const int32_t email = profiles_[static_cast<size_t>(p)].email;
     if (email != 0) byEmail_.Add(static_cast<uint64_t>(email), p);
-    const int32_t shared = RarestWordKeys(text, keys);
-    if (shared == 0) continue;
-    const size_t filed = keys.size() - static_cast<size_t>(shared) + 1;  // AllowedMisses + 1
-    for (size_t k = 0; k < filed; ++k) byWord_.Add(keys[k], p);
-    std::sort(keys.begin(), keys.end());
-    slot_[static_cast<size_t>(p)] = static_cast<int32_t>(rareShared_.size());
-    rareShared_.push_back(static_cast<int8_t>(shared));
-    rareWords_.insert(rareWords_.end(), keys.begin(), keys.end());
-    rareWordsStart_.push_back(static_cast<int32_t>(rareWords_.size()));
+    for (int32_t k = wordListsStart_[slot]; k < wordListsStart_[slot + 1]; ++k) byWord_.Add(filed[static_cast<size_t>(k)], p);
   }
   byText_.Seal();
   byEmail_.Seal();
   byWord_.Seal();
+  wordLists_.resize(filed.size());
+  InHalves(filed.size(), threads, [&](size_t from, size_t to) {
+    for (size_t k = from; k < to; ++k) wordLists_[k] = byWord_.Of(filed[k]);
+  });
 }
 
 void SortedSuspects::ContentCandidates(int32_t type, int32_t a, ContentLists& lists) {
   lists.sure.clear();
   lists.words.clear();
-  lists.rareWords.clear();
+  lists.rareWords = {};
   lists.shared = 0;
   const CardText& text = TextOf(a);
   lists.sure.push_back(byText_.Of(text.hash));
   if (type == EXACT_DUPE) return;
   const int32_t email = profiles_[static_cast<size_t>(a)].email;
   if (email != 0) lists.sure.push_back(byEmail_.Of(static_cast<uint64_t>(email)));
-  lists.shared = RarestWordKeys(text, lists.rareWords);
+  if (const int32_t slot = SlotOf(a); slot >= 0) {  // worked out as the card was indexed
+    const auto at = [](const auto& all, const std::vector<int32_t>& start, int32_t slot) {
+      return std::span(all).subspan(static_cast<size_t>(start[static_cast<size_t>(slot)]),
+                                    static_cast<size_t>(start[static_cast<size_t>(slot) + 1] - start[static_cast<size_t>(slot)]));
+    };
+    lists.shared = rareShared_[static_cast<size_t>(slot)];
+    lists.rareWords = at(rareWords_, rareWordsStart_, slot);
+    const auto words = at(wordLists_, wordListsStart_, slot);
+    lists.words.assign(words.begin(), words.end());
+    return;
+  }
+  lists.shared = RarestWordKeys(text, lists.own);
   if (lists.shared == 0) return;
-  const size_t filed = lists.rareWords.size() - static_cast<size_t>(lists.shared) + 1;
-  for (size_t k = 0; k < filed; ++k) lists.words.push_back(byWord_.Of(lists.rareWords[k]));
-  std::sort(lists.rareWords.begin(), lists.rareWords.end());
+  const size_t filed = lists.own.size() - static_cast<size_t>(lists.shared) + 1;
+  for (size_t k = 0; k < filed; ++k) lists.words.push_back(byWord_.Of(lists.own[k]));
+  std::sort(lists.own.begin(), lists.own.end());
+  lists.rareWords = lists.own;
 }
 
 bool SortedSuspects::SharesRareWords(const ContentLists& lists, int32_t p) const {
-  const int32_t slot = slot_.empty() ? -1 : slot_[static_cast<size_t>(p)];
-  if (slot < 0) return false;
+  const int32_t slot = SlotOf(p);
+  if (slot < 0 || rareShared_[static_cast<size_t>(slot)] == 0) return false;
   const uint64_t* mine = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot)];
   const uint64_t* mineEnd = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot) + 1];
   const int32_t needed = std::max<int32_t>(lists.shared, rareShared_[static_cast<size_t>(slot)]);

@@ -25,7 +25,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "dupes/comparison.h"
@@ -120,8 +119,9 @@ class SortedSuspects {
   // word test. Each list holds positions in order.
   struct ContentLists {
     std::vector<std::span<const int32_t>> sure, words;
-    std::vector<uint64_t> rareWords;  // card a's, in order of key
-    int32_t shared = 0;               // how many of them a card must share
+    std::span<const uint64_t> rareWords;  // card a's, in order of key
+    int32_t shared = 0;                   // how many of them a card must share
+    std::vector<uint64_t> own;            // rareWords when card a has no slot
   };
   void ContentCandidates(int32_t type, int32_t a, ContentLists& lists);
   bool SharesRareWords(const ContentLists& lists, int32_t p) const;
@@ -214,16 +214,31 @@ class SortedSuspects {
   std::vector<std::shared_ptr<const CardText>> texts_;
   std::unique_ptr<std::atomic<const CardText*>[]> textOf_;
   // The cards without a tag by text, by e-mail and by their AllowedMisses +
-  // 1 rarest words, with how many of them hold each word. rareWords_ holds
-  // each one's RarestWordKeys in order of key, from rareWordsStart_[slot],
-  // and rareShared_ their RareWordsShared; slot_ gives a card's slot (-1
-  // for none).
+  // 1 rarest words, and about how many of them hold each word: a count for
+  // all the words whose hashes share their top bits, which orders words as
+  // well as an exact count would and costs no table of words. The cards without
+  // a tag sit side by side from position firstTagless_; each has a slot
+  // there (p - firstTagless_) that tells its RarestWordKeys in order of key
+  // (from rareWords_[rareWordsStart_[slot]]), the byWord_ lists of its
+  // AllowedMisses + 1 rarest (from wordLists_[wordListsStart_[slot]]) and
+  // its RareWordsShared.
   Postings byText_, byEmail_, byWord_;
-  std::unordered_map<uint64_t, int32_t> wordCards_;
-  std::vector<int32_t> slot_;
+  std::vector<int32_t> wordCards_;  // by top bits of the hash
+  int wordCardsShift_ = 64;
+  int32_t WordCards(uint64_t hash) const {
+    return wordCards_.empty() ? 0 : wordCards_[static_cast<size_t>(hash >> wordCardsShift_)];
+  }
+  int32_t firstTagless_ = 0;
   std::vector<uint64_t> rareWords_;
   std::vector<int32_t> rareWordsStart_;
+  std::vector<std::span<const int32_t>> wordLists_;
+  std::vector<int32_t> wordListsStart_;
   std::vector<int8_t> rareShared_;
+  // Card p's slot, or -1.
+  int32_t SlotOf(int32_t p) const {
+    const int32_t slot = p - firstTagless_;
+    return slot >= 0 && slot < static_cast<int32_t>(rareShared_.size()) ? slot : -1;
+  }
   std::atomic<int64_t> wordTests_{0};
   std::vector<std::exception_ptr> frontImageErrors_;  // by position; empty when none were met ahead
   std::vector<const std::string*> referenceNames_;  // the common field layout
