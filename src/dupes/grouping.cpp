@@ -352,6 +352,7 @@ bool SortedSuspects::Suspect::HasFrontImage() const { return all_.HasFrontImage(
 
 void SortedSuspects::Postings::Seal() {
   std::sort(entries_.begin(), entries_.end());
+  entries_.erase(std::unique(entries_.begin(), entries_.end()), entries_.end());
   keys_.resize(entries_.size());
   positions_.resize(entries_.size());
   for (size_t k = 0; k < entries_.size(); ++k) {

@@ -210,14 +210,14 @@ class SortedSuspects {
   std::vector<std::shared_ptr<CCard>> cards_;
   std::vector<Profile> profiles_;
   // The cards' texts, by position: set as they were read, or when first
-  // asked for (under textsMutex_ when the walks run side by side).
+  // asked for (under textsMutex_).
   std::vector<std::shared_ptr<const CardText>> texts_;
   std::unique_ptr<std::atomic<const CardText*>[]> textOf_;
   // The cards without a tag by text, by e-mail and by their AllowedMisses +
-  // 1 rarest words, and about how many of them hold each word: a count for
-  // all the words whose hashes share their top bits, which orders words as
-  // well as an exact count would and costs no table of words. The cards without
-  // a tag sit side by side from position firstTagless_; each has a slot
+  // 1 rarest words, and about how many of them hold each word (a count for
+  // all the words whose hashes share their top bits: any order of the words
+  // serves, and this one, rarest first, keeps the lists short). The cards
+  // without a tag sit side by side from position firstTagless_; each has a slot
   // there (p - firstTagless_) that tells its RarestWordKeys in order of key
   // (from rareWords_[rareWordsStart_[slot]]), the byWord_ lists of its
   // AllowedMisses + 1 rarest (from wordLists_[wordListsStart_[slot]]) and
