@@ -574,7 +574,9 @@ bool SortedSuspects::FieldTest(int32_t type, int32_t a, int32_t b) const {
   const std::string& texts1 = fieldTexts_[static_cast<size_t>(a)];
   const std::string& texts2 = fieldTexts_[static_cast<size_t>(b)];
   if (texts1.empty() || texts2.empty()) return BuiltCard(*Card(a)).FieldTestPasses(type, BuiltCard(*Card(b)));
-  // The same layout: the kept texts hold the same fields in the same order.
+  // The same layout: the kept texts hold the same fields in the same order,
+  // and the same texts, which no type tells apart, pass at once.
+  if (texts1 == texts2) return true;
   const char* p1 = texts1.data();
   const char* p2 = texts2.data();
   size_t field = 0;
