@@ -2,13 +2,15 @@
 // databases of realistic size, against the floor any search must pay: one
 // plain read of every stored value.
 //
-//   bench_search [--cards 100000,1000000] [--dir /tmp/ombrel-bench] [--keep] [--no-apply]
+//   bench_search [--cards 100000,1000000] [--dir /tmp/ombrel-bench] [--keep] [--no-apply] [--phases]
 //
 // The databases are made with `ombrel sample --no-images` (kept in --dir and
-// reused). `find --type all` and `apply` run as child processes, so their
-// wall time and peak memory are those of the real command; the phases of the
-// search are timed in this process. The plain read and `find` are timed in
-// turns, five rounds; BENCH_VERBOSE=1 prints each round on stderr.
+// reused). `find` and `apply` run as child processes, so their wall time
+// and peak memory are those of the real command; the phases of the search,
+// the word tests it ran and the longest waits between its progress reports
+// are measured in this process. The plain read and `find --type all` are
+// timed in turns, five rounds (BENCH_VERBOSE=1 prints each round on
+// stderr); each type alone is timed after them.
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -20,8 +22,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ombrel/cards/ccard.h"
@@ -81,6 +85,38 @@ double PlainRead(const std::string& path, size_t& values) {
   return t;
 }
 
+// Records the longest wait between two calls of the search to its progress
+// (a stop asked for in between is seen at the next one), by the reports
+// that end the wait, and whether any came from another thread.
+class WaitsBetweenReports final : public ombrel::ISearchProgress {
+ public:
+  void SetActionText(int32_t id) override { Note("action " + std::to_string(id)); }
+  bool UpdateProgress(int32_t id, int32_t, int32_t) override {
+    Note(std::to_string(id));
+    return true;
+  }
+  void Print() const {
+    std::printf("  longest wait between progress reports:");
+    for (const auto& [what, seconds] : longest_) std::printf(" %s %.3f s,", what.c_str(), seconds);
+    std::printf(" reports from other threads: %d\n", otherThreads_);
+  }
+
+ private:
+  void Note(const std::string& what) {
+    const auto now = Clock::now();
+    double& longest = longest_[last_ + " to " + what];
+    longest = std::max(longest, std::chrono::duration<double>(now - at_).count());
+    at_ = now;
+    last_ = what;
+    otherThreads_ += std::this_thread::get_id() != thread_;
+  }
+  std::map<std::string, double> longest_;
+  Clock::time_point at_ = Clock::now();
+  std::string last_ = "start";
+  std::thread::id thread_ = std::this_thread::get_id();
+  int otherThreads_ = 0;
+};
+
 void Phases(const std::string& path) {
   auto store = std::shared_ptr<ombrel::CSqliteCardStore>(
       ombrel::CSqliteCardStore::Open(path, ombrel::OpenMode::kOpenExisting));
@@ -88,15 +124,22 @@ void Phases(const std::string& path) {
   mgr->SetCardStore(store);
   mgr->Connect();
   ombrel::CardStoreMgr() = mgr;
-  ombrel::CDupeSearch search;
+  WaitsBetweenReports waits;
+  ombrel::CDupeSearch search(&waits);
   int32_t sets[4] = {0, 0, 0, 0};
+  std::vector<std::shared_ptr<ombrel::CList>> kept;  // as a caller keeps them, to list or review
   auto suspects = search.FindDupesInStore(
       {ombrel::EXACT_DUPE, ombrel::COMPATIBLE_DUPE, ombrel::CONFLICT_DUPE},
-      [&](int32_t type, std::shared_ptr<ombrel::CList> found) { sets[type] = found->GetNumItems(); });
+      [&](int32_t type, std::shared_ptr<ombrel::CList> found) {
+        sets[type] = found->GetNumItems();
+        kept.push_back(std::move(found));
+      });
   const auto& t = search.Timings();
   std::printf("  phases: suspects %.2f s, loading %.2f s (%d suspects), sorting %.2f s, grouping %.2f s\n",
               t.suspects, t.loading, suspects->GetNumItems(), t.sorting, t.grouping);
-  std::printf("  sets: exact %d, compatible %d, conflict %d\n", sets[1], sets[2], sets[3]);
+  std::printf("  sets: exact %d, compatible %d, conflict %d; word tests %lld\n", sets[1], sets[2], sets[3],
+              static_cast<long long>(t.wordTests));
+  waits.Print();
   ombrel::CardStoreMgr().reset();
 }
 
@@ -111,6 +154,7 @@ int main(int argc, char** argv) {
   std::string dir = "/tmp/ombrel-bench";
   bool keep = false;
   bool apply = true;
+  bool phasesOnly = false;  // the search's phases alone, in this process
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--cards" && i + 1 < argc) {
@@ -123,8 +167,10 @@ int main(int argc, char** argv) {
       keep = true;
     } else if (a == "--no-apply") {
       apply = false;
+    } else if (a == "--phases") {
+      phasesOnly = true;
     } else {
-      std::cerr << "usage: bench_search [--cards N,N] [--dir DIR] [--keep] [--no-apply]\n";
+      std::cerr << "usage: bench_search [--cards N,N] [--dir DIR] [--keep] [--no-apply] [--phases]\n";
       return 2;
     }
   }
@@ -138,6 +184,10 @@ int main(int argc, char** argv) {
       ChildRun gen = RunChild({ombrel, "sample", "--cards", std::to_string(n), "--db", db, "--seed", "7", "--no-images"});
       std::printf("  sample: %.2f s (exit %d)\n", gen.seconds, gen.status);
       if (gen.status != 0) return 1;
+    }
+    if (phasesOnly) {
+      Phases(db);
+      continue;
     }
     size_t values = 0;
     // The two sides of the ratio are timed in turns, so that both meet the
@@ -162,6 +212,16 @@ int main(int argc, char** argv) {
                 kRounds, find.seconds, n / find.seconds, find.peakKb / 1024.0, find.status, find.seconds / floor);
     std::printf("  ratio round by round: median %.2f (from %.2f to %.2f)\n", ratios[ratios.size() / 2], ratios.front(),
                 ratios.back());
+    // Each type alone: none should cost much more than the others.
+    for (const char* type : {"exact", "compatible", "conflict"}) {
+      ChildRun best;
+      for (int round = 0; round < 3; ++round) {
+        ChildRun run = RunChild({ombrel, "find", "--db", db, "--type", type, "--json"});
+        if (round == 0 || run.seconds < best.seconds) best = run;
+      }
+      std::printf("  find --type %s (best of 3): %.2f s, peak %.0f MB, exit %d\n", type, best.seconds,
+                  best.peakKb / 1024.0, best.status);
+    }
     Phases(db);
     // Hand the memory back: a child forked later would count it in its own peak until it execs.
     malloc_trim(0);

@@ -437,13 +437,22 @@ bool CCard::InTextByPlace(const CCardField& field) {
 std::string CCard::GetText() const {
   Settle();
   std::string out;
-  for (int32_t i = 1; i <= NumFields(); ++i) {
-    const CCardField& field = FieldAt(i);
-    if (!InText(field)) continue;
-    out += field.Text();
-    out += kCrLf;
-  }
+  for (int32_t i = 1; i <= NumFields(); ++i) AppendTextOf(FieldAt(i), FieldAt(i).Text(), out);
   return out;
+}
+
+void CCard::AppendTextOf(const CCardField& field, std::string_view text, std::string& out) {
+  if (text.empty() || !InTextByPlace(field)) return;
+  out += text;
+  out += kCrLf;
+}
+
+void CCard::AppendUserDataOf(const CCardField& field, std::string_view text, std::string_view label, std::string& out) {
+  if (IsStoreBookkeeping(field.Name())) return;
+  out += label;
+  out += '\t';
+  out += text;
+  out += kCrLf;
 }
 
 size_t CCard::TextLengthOf(const CCardField& field) { return TextLengthOf(field, field.Text()); }
@@ -462,14 +471,7 @@ int32_t CCard::TextLength() const {
 std::string CCard::GetAllUserModifiableData() const {
   Settle();
   std::string out;
-  for (int32_t i = 1; i <= NumFields(); ++i) {
-    const CCardField& field = FieldAt(i);
-    if (IsStoreBookkeeping(field.Name())) continue;
-    out += field.Label();
-    out += '\t';
-    out += field.Text();
-    out += kCrLf;
-  }
+  for (int32_t i = 1; i <= NumFields(); ++i) AppendUserDataOf(FieldAt(i), FieldAt(i).Text(), FieldAt(i).Label(), out);
   return out;
 }
 

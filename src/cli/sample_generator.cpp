@@ -18,9 +18,15 @@ namespace {
 
 // Shares of the cards, in per mille.
 constexpr int kDuplicatePerMille = 170;  // exact, compatible or conflicting copies
-constexpr int kNoNamePerMille = 2;
 constexpr int kSharedMailboxPerMille = 3;
+// A company's own card, without a person: about one card in twenty, as in
+// the databases users keep. Of those, kDuplicatePerMille are re-scans of an
+// earlier one.
+constexpr int kCompanyCardPerMille = 50;
 constexpr uint64_t kFirstDuplicateAfter = 20;  // originals needed before copies start
+// Company cards are made in an index space of their own, so that person
+// duplicates never copy them.
+constexpr uint64_t kCompanySpace = uint64_t{1} << 63;
 
 uint64_t Mix(uint64_t x) {
   x += 0x9E3779B97F4A7C15ULL;
@@ -28,26 +34,6 @@ uint64_t Mix(uint64_t x) {
   x = (x ^ (x >> 27)) * 0x94D049BB133111EBULL;
   return x ^ (x >> 31);
 }
-
-// SplitMix64: seeding is free, which matters with a fresh stream per contact.
-class Rand {
- public:
-  explicit Rand(uint64_t seed) : state_(seed) {}
-  explicit Rand(std::mt19937_64& shared) : state_(shared()) {}
-  uint64_t Next() { return Mix(state_++); }
-  int Below(int n) { return static_cast<int>(Next() % static_cast<uint64_t>(n)); }
-  int Between(int lo, int hi) { return lo + Below(hi - lo + 1); }
-  bool Chance(int perMille) { return Below(1000) < perMille; }
-  std::string Pick(Pool pool) { return std::string(pool[Below(static_cast<int>(pool.size()))]); }
-  std::string Digits(std::string_view pattern) {
-    std::string out;
-    for (char c : pattern) out += c == '#' ? static_cast<char>('0' + Below(10)) : c;
-    return out;
-  }
-
- private:
-  uint64_t state_;
-};
 
 // Lower-case ASCII spelling for e-mail addresses and domains.
 std::string Fold(std::string_view s) {
@@ -126,8 +112,29 @@ constexpr uint32_t kAccents[] = {0x1F4E79, 0x7A1F3D, 0x2E7D32, 0xB85C00, 0x4A148
 
 }  // namespace
 
+// SplitMix64: seeding is free, which matters with a fresh stream per contact.
+class Rand {
+ public:
+  explicit Rand(uint64_t seed) : state_(seed) {}
+  explicit Rand(std::mt19937_64& shared) : state_(shared()) {}
+  uint64_t Next() { return Mix(state_++); }
+  int Below(int n) { return static_cast<int>(Next() % static_cast<uint64_t>(n)); }
+  int Between(int lo, int hi) { return lo + Below(hi - lo + 1); }
+  bool Chance(int perMille) { return Below(1000) < perMille; }
+  std::string Pick(Pool pool) { return std::string(pool[Below(static_cast<int>(pool.size()))]); }
+  std::string Digits(std::string_view pattern) {
+    std::string out;
+    for (char c : pattern) out += c == '#' ? static_cast<char>('0' + Below(10)) : c;
+    return out;
+  }
+
+ private:
+  uint64_t state_;
+};
+
 struct SampleGenerator::Contact {
   std::string first, last, name;
+  std::string domain;  // of the company's e-mail addresses and web page
   std::vector<Field> fields;  // sorted by Rank
   int certainty = 100;
   uint32_t accent = 0;
@@ -214,7 +221,8 @@ SampleGenerator::Contact SampleGenerator::MakeContact(uint64_t index) const {
   c.Set("Company", word + " " + trade + " " + r.Pick(country.legalForms));
   c.logo = Fold(word.substr(0, 1)) + Fold(trade.substr(0, 1));
   std::transform(c.logo.begin(), c.logo.end(), c.logo.begin(), ::toupper);
-  std::string domain = Fold(word) + Fold(trade) + "." + std::string(country.tld);
+  c.domain = Fold(word) + Fold(trade) + "." + std::string(country.tld);
+  const std::string& domain = c.domain;
   if (r.Chance(850)) c.Set("Title", r.Pick(Titles()));
 
   std::string address(country.addressPattern);
@@ -295,98 +303,127 @@ SampleGenerator::Contact SampleGenerator::MakeContact(uint64_t index) const {
   return c;
 }
 
-SampleCard SampleGenerator::Next() {
-  Rand r(rng_);
-  int roll = r.Below(1000);
-  bool canCopy = originals_ >= kFirstDuplicateAfter;
+SampleGenerator::Contact SampleGenerator::MakeCompanyCard(uint64_t index) const {
+  // Reception desks, shop counters, trade-fair stands: a company and no
+  // person. Namesake companies (the same words, another town) end up with
+  // the same generic mailbox, as they do in scanned databases.
+  Contact c = MakeContact(index | kCompanySpace);
+  c.first.clear();
+  c.last.clear();
+  c.name.clear();
+  for (const char* n : {"Name", "Title", "Phone 1", "Phone 2", "Phone 3", "Email 1", "Email 2", "Nickname", "Birthday"})
+    c.Remove(n);
+  Rand r(Mix(seed_ ^ Mix(index) ^ 0xC0C0ULL));
+  if (r.Chance(167)) {  // a sixth have no e-mail at all
+    c.Remove("Email");
+  } else {
+    uint64_t h = 0xCBF29CE484222325ULL;  // FNV-1a: one mailbox per domain
+    for (char ch : c.domain) h = (h ^ static_cast<unsigned char>(ch)) * 0x100000001B3ULL;
+    const Pool boxes = GenericMailboxes();
+    c.Set("Email", std::string(boxes[h % boxes.size()]) + "@" + c.domain);
+  }
+  return c;
+}
 
-  if (canCopy && roll < kDuplicatePerMille) {
-    Contact c = MakeContact(static_cast<uint64_t>(r.Next() % originals_));
-    int kind = r.Below(10);
-    if (kind < 4) return Lay(c, CardKind::kExactDuplicate);
+SampleCard SampleGenerator::Rescan(Contact c, Rand& r, bool person) {
+  int kind = r.Below(10);
+  if (kind < 4) return Lay(c, CardKind::kExactDuplicate);
 
-    // A later scan of the same card: new dates and certainty either way.
-    c.Set("Creation Date", "2025-0" + std::to_string(r.Between(1, 9)) + "-" + TwoDigits(r.Between(10, 28)) +
-                               " 10:" + TwoDigits(r.Below(60)));
-    c.Set("Modified Date", c.Text("Creation Date"));
-    c.certainty = r.Between(40, 100);
-    if (kind < 7) {
-      // Fill in one or two fields the original lacked; change nothing else.
-      std::vector<std::string> free;
-      for (const char* n : {"Fax", "2nd Address", "Web Page", "Other", "Nickname", "Birthday"}) {
-        if (!c.Find(n)) free.emplace_back(n);
-      }
+  // A later scan of the same card: new dates and certainty either way.
+  c.Set("Creation Date", "2025-0" + std::to_string(r.Between(1, 9)) + "-" + TwoDigits(r.Between(10, 28)) +
+                             " 10:" + TwoDigits(r.Below(60)));
+  c.Set("Modified Date", c.Text("Creation Date"));
+  c.certainty = r.Between(40, 100);
+  if (kind < 7) {
+    // Fill in one or two fields the original lacked; change nothing else.
+    std::vector<std::string> free;
+    for (const char* n : {"Fax", "2nd Address", "Web Page", "Other", "Nickname", "Birthday"}) {
+      if (!c.Find(n) && (person || (std::string_view(n) != "Nickname" && std::string_view(n) != "Birthday")))
+        free.emplace_back(n);
+    }
+    if (person) {
       if (auto p = c.FreeExtra("Phone", 3); !p.empty()) free.push_back(p);
       if (auto e = c.FreeExtra("Email", 2); !e.empty() && c.Find("Email")) free.push_back(e);
-      int adds = std::min<int>(static_cast<int>(free.size()), 1 + r.Below(2));
-      for (int i = 0; i < adds; ++i) {
-        std::string n = free[r.Below(static_cast<int>(free.size()))];
-        if (c.Find(n)) continue;
-        if (n == "Fax" || n.rfind("Phone", 0) == 0) {
-          c.Set(n, r.Digits("+" + std::to_string(r.Between(30, 49)) + " ## ### ####"),
-                n == "Fax" ? "" : r.Pick(PhoneLabels()));
-        } else if (n == "2nd Address") {
-          c.Set(n, "P.O. Box " + std::to_string(r.Between(100, 9999)));
-        } else if (n == "Web Page") {
-          std::string mail = c.Text("Email");
-          c.Set(n, "www." + (mail.empty() ? Fold(c.Text("Company")) + ".com" : mail.substr(mail.find('@') + 1)));
-        } else if (n == "Other") {
-          c.Set(n, r.Pick(OtherTexts()));
-        } else if (n == "Nickname") {
-          c.Set(n, r.Pick(Nicknames()));
-        } else if (n == "Birthday") {
-          c.Set(n, std::to_string(r.Between(1950, 2000)) + "-0" + std::to_string(r.Between(1, 9)) + "-1" +
-                       std::to_string(r.Below(10)));
-        } else {
-          c.Set(n, Fold(c.first) + std::to_string(r.Between(100, 999)) + "@" + r.Pick(MailProviders()),
-                r.Pick(EmailLabels()));
-        }
-        Field* added = c.Find(n);
-        added->ocr = r.Between(80, 100);
-        added->cat = r.Between(75, 100);
-      }
-      return Lay(c, CardKind::kCompatibleDuplicate);
     }
+    int adds = std::min<int>(static_cast<int>(free.size()), 1 + r.Below(2));
+    for (int i = 0; i < adds; ++i) {
+      std::string n = free[r.Below(static_cast<int>(free.size()))];
+      if (c.Find(n)) continue;
+      if (n == "Fax" || n.rfind("Phone", 0) == 0) {
+        c.Set(n, r.Digits("+" + std::to_string(r.Between(30, 49)) + " ## ### ####"),
+              n == "Fax" ? "" : r.Pick(PhoneLabels()));
+      } else if (n == "2nd Address") {
+        c.Set(n, "P.O. Box " + std::to_string(r.Between(100, 9999)));
+      } else if (n == "Web Page") {
+        std::string mail = c.Text("Email");
+        c.Set(n, "www." + (mail.empty() ? Fold(c.Text("Company")) + ".com" : mail.substr(mail.find('@') + 1)));
+      } else if (n == "Other") {
+        c.Set(n, r.Pick(OtherTexts()));
+      } else if (n == "Nickname") {
+        c.Set(n, r.Pick(Nicknames()));
+      } else if (n == "Birthday") {
+        c.Set(n, std::to_string(r.Between(1950, 2000)) + "-0" + std::to_string(r.Between(1, 9)) + "-1" +
+                     std::to_string(r.Below(10)));
+      } else {
+        c.Set(n, Fold(c.first) + std::to_string(r.Between(100, 999)) + "@" + r.Pick(MailProviders()),
+              r.Pick(EmailLabels()));
+      }
+      Field* added = c.Find(n);
+      added->ocr = r.Between(80, 100);
+      added->cat = r.Between(75, 100);
+    }
+    return Lay(c, CardKind::kCompatibleDuplicate);
+  }
 
-    // Conflicting: the person moved on, and the scan misread a few letters.
+  // Conflicting: the person moved on, and the scan misread a few letters.
+  if (person) {
     std::string title = c.Text("Title");
     std::string newTitle;
     do newTitle = r.Pick(Titles());
     while (newTitle == title);
     c.Set("Title", newTitle);
-    std::vector<std::string> readable;
-    for (const char* n : {"Company", "Address", "Phone"}) {
-      if (c.Find(n)) readable.emplace_back(n);
-    }
-    Field* misread = c.Find(readable[r.Below(static_cast<int>(readable.size()))]);
-    static constexpr std::pair<std::string_view, std::string_view> kConfusions[] = {
-        {"o", "0"}, {"0", "o"}, {"l", "1"}, {"1", "l"}, {"rn", "m"}, {"m", "rn"}, {"S", "5"}, {"5", "S"},
-        {"B", "8"}, {"8", "B"}, {"e", "c"}, {"a", "o"}, {"i", "l"},  {"6", "b"},  {"n", "h"}, {"t", "f"}};
-    std::string text = misread->text;
-    for (int tries = 0; tries < 40 && text == misread->text; ++tries) {
-      auto [from, to] = kConfusions[r.Below(16)];
-      auto pos = text.find(from, r.Below(static_cast<int>(text.size())));
-      if (pos != std::string::npos) text.replace(pos, from.size(), to);
-    }
-    if (text == misread->text) text += " .";  // a speck read as a character
-    misread->text = text;
-    misread->ocr = r.Between(45, 75);
-    misread->ocrSuspect = true;
-    if (Field* mail = c.Find("Email")) {
-      std::string& e = mail->text;
-      auto at = e.find('@');
-      if (r.Chance(500)) {
-        std::transform(e.begin() + at, e.end(), e.begin() + at, ::toupper);
-      } else {
-        std::string before = e;
-        for (size_t i = 0; i < at; ++i) {
-          if (i == 0 || e[i - 1] == '.') e[i] = static_cast<char>(std::toupper(static_cast<unsigned char>(e[i])));
-        }
-        if (e == before) std::transform(e.begin(), e.end(), e.begin(), ::toupper);
-      }
-    }
-    return Lay(c, CardKind::kConflictDuplicate);
   }
+  std::vector<std::string> readable;
+  for (const char* n : {"Company", "Address", "Phone"}) {
+    if (c.Find(n)) readable.emplace_back(n);
+  }
+  Field* misread = c.Find(readable[r.Below(static_cast<int>(readable.size()))]);
+  static constexpr std::pair<std::string_view, std::string_view> kConfusions[] = {
+      {"o", "0"}, {"0", "o"}, {"l", "1"}, {"1", "l"}, {"rn", "m"}, {"m", "rn"}, {"S", "5"}, {"5", "S"},
+      {"B", "8"}, {"8", "B"}, {"e", "c"}, {"a", "o"}, {"i", "l"},  {"6", "b"},  {"n", "h"}, {"t", "f"}};
+  std::string text = misread->text;
+  for (int tries = 0; tries < 40 && text == misread->text; ++tries) {
+    auto [from, to] = kConfusions[r.Below(16)];
+    auto pos = text.find(from, r.Below(static_cast<int>(text.size())));
+    if (pos != std::string::npos) text.replace(pos, from.size(), to);
+  }
+  if (text == misread->text) text += " .";  // a speck read as a character
+  misread->text = text;
+  misread->ocr = r.Between(45, 75);
+  misread->ocrSuspect = true;
+  if (Field* mail = c.Find("Email")) {
+    std::string& e = mail->text;
+    auto at = e.find('@');
+    if (r.Chance(500)) {
+      std::transform(e.begin() + at, e.end(), e.begin() + at, ::toupper);
+    } else {
+      std::string before = e;
+      for (size_t i = 0; i < at; ++i) {
+        if (i == 0 || e[i - 1] == '.') e[i] = static_cast<char>(std::toupper(static_cast<unsigned char>(e[i])));
+      }
+      if (e == before) std::transform(e.begin(), e.end(), e.begin(), ::toupper);
+    }
+  }
+  return Lay(c, CardKind::kConflictDuplicate);
+}
+
+SampleCard SampleGenerator::Next() {
+  Rand r(rng_);
+  int roll = r.Below(1000);
+  bool canCopy = originals_ >= kFirstDuplicateAfter;
+
+  if (canCopy && roll < kDuplicatePerMille)
+    return Rescan(MakeContact(static_cast<uint64_t>(r.Next() % originals_)), r, true);
 
   roll -= kDuplicatePerMille;
   if (canCopy && roll >= 0 && roll < kSharedMailboxPerMille) {
@@ -408,20 +445,10 @@ SampleCard SampleGenerator::Next() {
     }
   }
   roll -= kSharedMailboxPerMille;
-  if (roll >= 0 && roll < kNoNamePerMille) {
-    // Reception desks and shop cards: a company, no person. Their own index
-    // space keeps them out of the originals that duplicates copy.
-    Contact c = MakeContact(originals_ | (uint64_t{1} << 63));
-    c.first.clear();
-    c.last.clear();
-    c.name.clear();
-    c.Remove("Name");
-    c.Remove("Title");
-    if (c.Find("Email")) {
-      std::string mail = c.Text("Email");
-      c.Set("Email", "info" + mail.substr(mail.find('@')));
-    }
-    return Lay(c, CardKind::kNoName);
+  if (roll >= 0 && roll < kCompanyCardPerMille) {
+    if (companyCards_ >= kFirstDuplicateAfter && r.Below(1000) < kDuplicatePerMille)
+      return Rescan(MakeCompanyCard(static_cast<uint64_t>(r.Next() % companyCards_)), r, false);
+    return Lay(MakeCompanyCard(companyCards_++), CardKind::kNoName);
   }
   return Lay(MakeContact(originals_++), CardKind::kOriginal);
 }

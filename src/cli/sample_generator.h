@@ -51,13 +51,15 @@ struct DrawnText {
   TextBox box;
 };
 
+class Rand;  // the generator's random numbers
+
 enum class CardKind {
   kOriginal,
   kExactDuplicate,       // a re-scan: identical values
   kCompatibleDuplicate,  // same person, a field the original lacked filled in
   kConflictDuplicate,    // same person, a changed title, misread characters, e-mail case
   kSharedMailbox,        // another first name with the same last name and e-mail
-  kNoName,               // no name at all
+  kNoName,               // a company's own card: no person's name
 };
 inline constexpr int kCardKinds = 6;
 
@@ -82,12 +84,18 @@ class SampleGenerator {
 
  private:
   Contact MakeContact(uint64_t index) const;
+  // A company's own card, without a person (an index space of its own).
+  Contact MakeCompanyCard(uint64_t index) const;
+  // A re-scan of a card made before: an exact copy, one with a field or two
+  // filled in, or one misread (and, for a person, with a new title).
+  SampleCard Rescan(Contact c, Rand& r, bool person);
   SampleCard Lay(const Contact& c, CardKind kind);
 
   uint64_t seed_;
   TextMeasure& measure_;
   std::mt19937_64 rng_;
   uint64_t originals_ = 0;  // contacts made so far; duplicates pick among them
+  uint64_t companyCards_ = 0;  // the same for company cards
 };
 
 }  // namespace ombrel::cli::sample

@@ -87,6 +87,7 @@ constexpr S kOtherTexts[] = {"Stand 4B", "Building C, 3rd floor", "Reception: as
                              "VAT no. on invoice", "Parking behind the building", "Open Mon–Fri 8–17"};
 constexpr S kNicknames[] = {"Jo", "Bea", "Max", "Kiki", "Toto", "Pepe", "Gigi", "Bubu", "Sunny", "Doc",
                             "Flo", "Mimi", "Chip", "Lulu", "Nico", "Tiny"};
+constexpr S kGenericMailboxes[] = {"info", "info", "info", "kontakt", "contact", "office", "sales", "hello"};
 constexpr S kStaff[] = {"A. Berger", "C. Dupré", "M. Nowak", "S. García", "T. Lindqvist", "R. Rossi"};
 
 // Countries.
@@ -218,5 +219,6 @@ Pool NoteLines() { return kNoteLines; }
 Pool OtherTexts() { return kOtherTexts; }
 Pool Nicknames() { return kNicknames; }
 Pool Staff() { return kStaff; }
+Pool GenericMailboxes() { return kGenericMailboxes; }
 
 }  // namespace ombrel::cli::sample

@@ -41,5 +41,6 @@ Pool NoteLines();
 Pool OtherTexts();
 Pool Nicknames();
 Pool Staff();  // account managers
+Pool GenericMailboxes();  // the part before the @ of a company's own address
 
 }  // namespace ombrel::cli::sample

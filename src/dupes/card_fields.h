@@ -35,8 +35,8 @@ inline bool IsDateField(std::string_view key) { return key == "Modified Date" ||
 
 // Each view answers, for a field by position (1..Count()): its text and
 // label; whether it is a date field (by its key) or a bookkeeping one;
-// whether it carries the name it is filed under; and what a text of its
-// adds to CCard::TextLength.
+// whether it carries the name it is filed under; and the field that stands
+// for its name and place, which tells what its text adds to the card's text.
 class FieldsOfCard {
  public:
   explicit FieldsOfCard(const CCard& card) : card_(card) {}
@@ -50,7 +50,7 @@ class FieldsOfCard {
     const std::string& name = card_.FieldAt(i).Name();
     return &key == &name || key == name;
   }
-  size_t TextLength(int32_t i, std::string_view text) const { return CCard::TextLengthOf(card_.FieldAt(i), text); }
+  const CCardField& Place(int32_t i) const { return card_.FieldAt(i); }
 
  private:
   const CCard& card_;
@@ -80,9 +80,7 @@ class FieldsRead {
   bool IsDate(int32_t i) const { return Flags(i) & kDate; }
   bool IsBookkeeping(int32_t i) const { return Flags(i) & kBookkeeping; }
   bool NamedAsKey(int32_t i) const { return Flags(i) & kNamedAsKey; }
-  size_t TextLength(int32_t i, std::string_view text) const {
-    return CCard::TextLengthOf(layout_.layout->FieldAt(i), text);
-  }
+  const CCardField& Place(int32_t i) const { return layout_.layout->FieldAt(i); }
   // The positions of the fields filed under "Email" and "Name", which the
   // facts look up (0 for none), found once per layout.
   int32_t EmailPosition() const { return layout_.email; }
@@ -150,6 +148,16 @@ void AppendSignature(int32_t cardId, const Fields& fields, std::string& sig) {
     put(text);
     *out++ = '\r';
     *out++ = '\n';
+  }
+}
+
+// CCard::GetText and CCard::GetAllUserModifiableData of the card with those fields.
+template <class Fields>
+void AppendTextAndUserData(const Fields& fields, std::string& text, std::string& userData) {
+  for (int32_t i = 1, n = fields.Count(); i <= n; ++i) {
+    const CCardField& place = fields.Place(i);
+    CCard::AppendTextOf(place, fields.Text(i), text);
+    CCard::AppendUserDataOf(place, fields.Text(i), fields.Label(i), userData);
   }
 }
 

@@ -50,6 +50,11 @@ int32_t& PartScanThreshold() {
   return threshold;
 }
 
+size_t& CheckInEvery() {
+  static size_t cards = size_t{1} << 16;
+  return cards;
+}
+
 int32_t& ScanParts() {
   static int32_t parts = 0;
   return parts;
@@ -90,8 +95,16 @@ void CDupeSearch::StopSearch() { stopped_ = true; }
 
 bool CDupeSearch::UpdateProgress(int32_t resourceId, int32_t done, int32_t total) {
   if (stopped_) return false;
+  lastReport_[0] = resourceId;
+  lastReport_[1] = done;
+  lastReport_[2] = total;
   if (progress_ && !progress_->UpdateProgress(resourceId, done, total)) stopped_ = true;
   return !stopped_;
+}
+
+bool CDupeSearch::ReportAgain() {
+  if (lastReport_[0] == 0) return !stopped_;
+  return UpdateProgress(lastReport_[0], lastReport_[1], lastReport_[2]);
 }
 
 void CDupeSearch::SetActionText(int32_t dupeType) {

@@ -52,6 +52,10 @@ inline int32_t PartProgress(int32_t partZeroDone, int32_t parts, int32_t total) 
   int64_t done = static_cast<int64_t>(partZeroDone) * parts;
   return done < total ? static_cast<int32_t>(done) : total;
 }
+// Cards the search goes through between two check-ins with its progress
+// where the work has no count of its own (CDupeSearch::ReportAgain): 65,536
+// unless a test says otherwise.
+size_t& CheckInEvery();
 // The search's sort key of a card: "last name,first name", trimmed.
 std::string Tag(const CCard& card, const std::string& firstName);
 

@@ -69,7 +69,7 @@ class SkipTable {
 // "Email" text.
 template <class Fields>
 void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& lastName, std::string_view raw,
-             CardFacts& facts) {
+             bool withText, CardFacts& facts) {
   const int32_t count = fields.Count();
   bool namedAsKeys = true;
   int32_t filled = 0;
@@ -84,7 +84,7 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
     const size_t label = fields.Label(i).size();
     if (!text.empty()) {  // an empty field adds nothing to the text
       ++filled;
-      textLength += fields.TextLength(i, text);
+      textLength += CCard::TextLengthOf(fields.Place(i), text);
     }
     if (fields.IsDate(i)) continue;
     if (text.size() > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
@@ -113,6 +113,13 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
   facts.signatureKnown = hasId;
   facts.signatureHash = hasId ? SignatureHash(id, fields) : 0;
   facts.lastHash = KeyTable::Hash(lastName);
+  if (withText) {
+    auto text = std::make_shared<CardText>();
+    MakeCardText(fields, *text);
+    facts.text = std::move(text);
+  } else {
+    facts.text.reset();
+  }
   facts.rawEmail = raw;
   facts.rawEmailHash = KeyTable::Hash(raw);
   facts.email.clear();
@@ -132,18 +139,18 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
 
 }  // namespace
 
-void ObserveCard(const CCard& card, CardFacts& facts) {
+void ObserveCard(const CCard& card, CardFacts& facts, bool withText) {
   const bool hasId = card.HasCardId();
   const std::string& raw = card.FieldText("Email");
-  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, facts);
+  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, withText, facts);
 }
 
 void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
-                 int32_t id, const std::string& lastName, CardFacts& facts) {
+                 int32_t id, const std::string& lastName, bool withText, CardFacts& facts) {
   const FieldsRead read(layout, fields);
   const int32_t email = read.EmailPosition(), name = read.NamePosition();
   Trap(email == 0 || name == 0, "A card layout without the catalogue fields");
-  Observe(read, id, true, lastName, read.Text(email), facts);
+  Observe(read, id, true, lastName, read.Text(email), withText, facts);
   facts.nameEmpty = read.Text(name).empty() ? 1 : 0;
 }
 
@@ -189,7 +196,11 @@ void AskFrontImages(CCardStoreMgr& mgr, std::span<CardFacts> facts, std::span<co
 
 SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::vector<CardFacts> facts,
                                bool numbered, std::span<const int32_t> factsOrder)
-    : cards_(std::move(sorted)), profiles_(cards_.size()), texts_(cards_.size()), fieldTexts_(cards_.size()) {
+    : cards_(std::move(sorted)),
+      profiles_(cards_.size()),
+      texts_(cards_.size()),
+      textOf_(std::make_unique<std::atomic<const CardText*>[]>(cards_.size())),
+      fieldTexts_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
 
@@ -205,10 +216,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     }
     referenceNames_.push_back(&key);
   }
-  for (const std::string* name : referenceNames_) {
-    fieldKind_.push_back(IsDateField(*name) ? kDate : *name == "Categories" ? kCategories : kOther);
-    if (fieldKind_.back() != kDate) keptKind_.push_back(fieldKind_.back());
-  }
+  for (const std::string* name : referenceNames_)
+    if (!IsDateField(*name)) keptCategories_.push_back(*name == "Categories");
 
   // Facts not handed over are worked out here, on two threads for many
   // cards (the cards are only read).
@@ -220,7 +229,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     for (size_t p = from; p < to; ++p) {
       try {
         const CCard& card = *cards_[p];
-        ObserveCard(card, facts[p]);
+        ObserveCard(card, facts[p], ComparedByContent(card.tag));
         // Cards built by one manager share a layout; these may not.
         if (facts[p].namedAsKeys && !HasReferenceLayout(card)) facts[p].namedAsKeys = false;
       } catch (...) {
@@ -270,6 +279,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       profile.frontImage = f.frontImage;
       profile.nameEmpty = f.nameEmpty;
       if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
+      textOf_[p].store(f.text.get(), std::memory_order_relaxed);
+      texts_[p] = std::move(f.text);
     }
   });
   for (size_t p = 0; p < n; ++p) {
@@ -278,6 +289,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     frontImageErrors_.resize(n);
     frontImageErrors_[p] = f.frontImageError;
   }
+  IndexContent();
 }
 
 bool SortedSuspects::HasReferenceLayout(const CCard& card) const {
@@ -320,16 +332,217 @@ std::shared_ptr<CDupeSet> SortedSuspects::NewSet(int32_t type, int32_t p) const 
   return set;
 }
 
-const SortedSuspects::Texts& SortedSuspects::TextsOf(int32_t p) {
-  std::unique_lock<std::mutex> lock(textsMutex_, std::defer_lock);
-  if (threaded_) lock.lock();  // two walks may ask for the same card at once
-  // Only cards without a tag are asked: made when first needed.
-  auto& texts = texts_[static_cast<size_t>(p)];
-  if (!texts) {
-    const CCard& card = *cards_[static_cast<size_t>(p)];
-    texts = std::make_unique<Texts>(Texts{CString::LowerText(card.GetText()), card.GetAllUserModifiableData()});
+const CardText& SortedSuspects::TextOf(int32_t p) {
+  const CardText* text = textOf_[p].load(std::memory_order_acquire);
+  if (text) return *text;
+  // A card with a tag, compared with one without: made once, whichever walk asks first.
+  std::lock_guard<std::mutex> lock(textsMutex_);
+  text = textOf_[p].load(std::memory_order_relaxed);
+  if (!text) {
+    auto made = std::make_shared<CardText>();
+    MakeCardText(FieldsOfCard(*cards_[static_cast<size_t>(p)]), *made);
+    text = made.get();
+    texts_[static_cast<size_t>(p)] = std::move(made);
+    textOf_[p].store(text, std::memory_order_release);
   }
-  return *texts;
+  return *text;
+}
+
+bool SortedSuspects::Suspect::HasFrontImage() const { return all_.HasFrontImage(Mgr(), p_); }
+
+void SortedSuspects::Postings::Seal() {
+  std::sort(entries_.begin(), entries_.end());
+  entries_.erase(std::unique(entries_.begin(), entries_.end()), entries_.end());
+  keys_.resize(entries_.size());
+  positions_.resize(entries_.size());
+  for (size_t k = 0; k < entries_.size(); ++k) {
+    keys_[k] = entries_[k].first;
+    positions_[k] = entries_[k].second;
+  }
+  entries_ = {};
+}
+
+std::span<const int32_t> SortedSuspects::Postings::Of(uint64_t key) const {
+  const auto [from, to] = std::equal_range(keys_.begin(), keys_.end(), key);
+  return std::span<const int32_t>(positions_).subspan(static_cast<size_t>(from - keys_.begin()),
+                                                     static_cast<size_t>(to - from));
+}
+
+namespace {
+
+// The key of a word's nth repeat in a text (n from 0).
+uint64_t RepeatKey(uint64_t wordHash, uint32_t repeat) { return wordHash + repeat * 0x9E3779B97F4A7C15ull; }
+
+// How many of its rarest words a text of n counted words shares with any
+// text it passes the word test with. Put the words of each text in one
+// order, rarest first (each repeat of a word a word of its own), and call
+// S the words both hold: S has at least n - AllowedMisses(n) of them (at
+// least three), and as many for the other text's count. So the jth of S in
+// that order is among the first AllowedMisses + j of either text: the first
+// of S is among each text's AllowedMisses + 1 rarest words (what the index
+// files a card under), and the first five of S (all of S when it is
+// smaller) among each text's AllowedMisses + RareWordsShared rarest, which
+// is the whole text when RareWordsShared is below five. Both texts' counts
+// hold: the higher one is asked for.
+constexpr int32_t kRareWordsShared = 5;
+int32_t RareWordsShared(size_t n) {
+  const int32_t allowed = AllowedMisses(n);
+  if (allowed < 1) return 0;  // the word test fails whatever the other text holds
+  return std::min<int32_t>(kRareWordsShared, static_cast<int32_t>(n) - allowed);
+}
+
+}  // namespace
+
+int32_t SortedSuspects::RarestWordKeys(const CardText& text, std::vector<uint64_t>& keys) const {
+  keys.clear();
+  const int32_t shared = RareWordsShared(text.words.size());
+  if (shared == 0) return 0;
+  struct Ranked {
+    int32_t cards;  // how many indexed cards hold the word
+    uint64_t hash;
+    uint32_t repeat;
+  };
+  thread_local std::vector<Ranked> ranked;
+  ranked.clear();
+  uint32_t repeat = 0;
+  int32_t cards = 0;
+  for (size_t k = 0; k < text.words.size(); ++k) {
+    const uint64_t hash = text.words[k].hash;
+    if (k > 0 && hash == text.words[k - 1].hash) {
+      ++repeat;
+    } else {
+      repeat = 0;
+      cards = WordCards(hash);
+    }
+    ranked.push_back({cards, hash, repeat});
+  }
+  const size_t take = std::min(ranked.size(), static_cast<size_t>(AllowedMisses(text.words.size()) + shared));
+  std::partial_sort(ranked.begin(), ranked.begin() + static_cast<std::ptrdiff_t>(take), ranked.end(),
+                    [](const Ranked& a, const Ranked& b) {
+                      if (a.cards != b.cards) return a.cards < b.cards;
+                      if (a.hash != b.hash) return a.hash < b.hash;
+                      return a.repeat < b.repeat;
+                    });
+  for (size_t k = 0; k < take; ++k) keys.push_back(RepeatKey(ranked[k].hash, ranked[k].repeat));
+  return shared;
+}
+
+void SortedSuspects::IndexContent() {
+  // Equal tags sit side by side: so do the cards without one.
+  std::vector<int32_t> tagless;
+  for (int32_t p = 0; p < Size(); ++p)
+    if (TagId(p) == 0) tagless.push_back(p);
+  if (tagless.size() < 2) return;  // a card is never offered to itself
+  Trap(tagless.back() - tagless.front() + 1 != static_cast<int32_t>(tagless.size()),
+       "Cards without a tag are not side by side");
+  const size_t n = tagless.size();
+  firstTagless_ = tagless.front();
+  // About how many of them hold each word, for the order of the words: a
+  // count for each hash prefix, about as many as words, in a table small
+  // enough to stay in cache.
+  size_t words = 0;
+  rareShared_.assign(n, 0);
+  rareWordsStart_.assign(n + 1, 0);
+  wordListsStart_.assign(n + 1, 0);
+  for (size_t slot = 0; slot < n; ++slot) {
+    const size_t count = TextOf(tagless[slot]).words.size();
+    words += count;
+    // Where the slot's keys go: RarestWordKeys makes AllowedMisses + RareWordsShared of them.
+    const int32_t shared = RareWordsShared(count);
+    rareShared_[slot] = static_cast<int8_t>(shared);
+    const size_t keys = shared == 0 ? 0 : std::min(count, static_cast<size_t>(AllowedMisses(count) + shared));
+    rareWordsStart_[slot + 1] = rareWordsStart_[slot] + static_cast<int32_t>(keys);
+    wordListsStart_[slot + 1] = wordListsStart_[slot] + static_cast<int32_t>(shared == 0 ? 0 : keys - shared + 1);
+  }
+  int bits = 10;
+  while (bits < 18 && (size_t{1} << bits) < words) ++bits;
+  wordCardsShift_ = 64 - bits;
+  wordCards_.assign(size_t{1} << bits, 0);
+  for (size_t slot = 0; slot < n; ++slot) {
+    if (rareShared_[slot] == 0) continue;
+    const CardText& text = TextOf(tagless[slot]);
+    for (size_t k = 0; k < text.words.size(); ++k)
+      if (k == 0 || text.words[k].hash != text.words[k - 1].hash)
+        ++wordCards_[static_cast<size_t>(text.words[k].hash >> wordCardsShift_)];
+  }
+  // Each card's rarest words: the keys of its lists, and all of them in
+  // order of key. On two threads for many cards; each writes its own slots.
+  rareWords_.resize(static_cast<size_t>(rareWordsStart_[n]));
+  std::vector<uint64_t> filed(static_cast<size_t>(wordListsStart_[n]));
+  const bool threads = n >= static_cast<size_t>(PartScanThreshold()) / 4 && std::thread::hardware_concurrency() >= 2;
+  InHalves(n, threads, [&](size_t from, size_t to) {
+    std::vector<uint64_t> keys;
+    for (size_t slot = from; slot < to; ++slot) {
+      if (RarestWordKeys(TextOf(tagless[slot]), keys) == 0) continue;
+      std::copy_n(keys.begin(), wordListsStart_[slot + 1] - wordListsStart_[slot], filed.begin() + wordListsStart_[slot]);
+      std::sort(keys.begin(), keys.end());
+      std::copy(keys.begin(), keys.end(), rareWords_.begin() + rareWordsStart_[slot]);
+    }
+  });
+  for (size_t slot = 0; slot < n; ++slot) {
+    const int32_t p = tagless[slot];
+    byText_.Add(TextOf(p).hash, p);
+    const int32_t email = profiles_[static_cast<size_t>(p)].email;
+    if (email != 0) byEmail_.Add(static_cast<uint64_t>(email), p);
+    for (int32_t k = wordListsStart_[slot]; k < wordListsStart_[slot + 1]; ++k) byWord_.Add(filed[static_cast<size_t>(k)], p);
+  }
+  byText_.Seal();
+  byEmail_.Seal();
+  byWord_.Seal();
+  wordLists_.resize(filed.size());
+  InHalves(filed.size(), threads, [&](size_t from, size_t to) {
+    for (size_t k = from; k < to; ++k) wordLists_[k] = byWord_.Of(filed[k]);
+  });
+}
+
+void SortedSuspects::ContentCandidates(int32_t type, int32_t a, ContentLists& lists) {
+  lists.sure.clear();
+  lists.words.clear();
+  lists.rareWords = {};
+  lists.shared = 0;
+  const CardText& text = TextOf(a);
+  lists.sure.push_back(byText_.Of(text.hash));
+  if (type == EXACT_DUPE) return;
+  const int32_t email = profiles_[static_cast<size_t>(a)].email;
+  if (email != 0) lists.sure.push_back(byEmail_.Of(static_cast<uint64_t>(email)));
+  if (const int32_t slot = SlotOf(a); slot >= 0) {  // worked out as the card was indexed
+    const auto at = [](const auto& all, const std::vector<int32_t>& start, int32_t slot) {
+      return std::span(all).subspan(static_cast<size_t>(start[static_cast<size_t>(slot)]),
+                                    static_cast<size_t>(start[static_cast<size_t>(slot) + 1] - start[static_cast<size_t>(slot)]));
+    };
+    lists.shared = rareShared_[static_cast<size_t>(slot)];
+    lists.rareWords = at(rareWords_, rareWordsStart_, slot);
+    const auto words = at(wordLists_, wordListsStart_, slot);
+    lists.words.assign(words.begin(), words.end());
+    return;
+  }
+  lists.shared = RarestWordKeys(text, lists.own);
+  if (lists.shared == 0) return;
+  const size_t filed = lists.own.size() - static_cast<size_t>(lists.shared) + 1;
+  for (size_t k = 0; k < filed; ++k) lists.words.push_back(byWord_.Of(lists.own[k]));
+  std::sort(lists.own.begin(), lists.own.end());
+  lists.rareWords = lists.own;
+}
+
+bool SortedSuspects::SharesRareWords(const ContentLists& lists, int32_t p) const {
+  const int32_t slot = SlotOf(p);
+  if (slot < 0 || rareShared_[static_cast<size_t>(slot)] == 0) return false;
+  const uint64_t* mine = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot)];
+  const uint64_t* mineEnd = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot) + 1];
+  const int32_t needed = std::max<int32_t>(lists.shared, rareShared_[static_cast<size_t>(slot)]);
+  int32_t shared = 0;
+  for (auto theirs = lists.rareWords.begin(); mine != mineEnd && theirs != lists.rareWords.end();) {
+    if (*mine < *theirs) {
+      ++mine;
+    } else if (*theirs < *mine) {
+      ++theirs;
+    } else {
+      if (++shared >= needed) return true;
+      ++mine;
+      ++theirs;
+    }
+  }
+  return false;
 }
 
 void SortedSuspects::PrepareForThreads() {
@@ -337,7 +550,6 @@ void SortedSuspects::PrepareForThreads() {
   // Store calls stay on this thread: every answer is asked for now.
   CCardStoreMgr& mgr = Mgr();
   for (int32_t p = 0; p < Size(); ++p) HasFrontImage(mgr, p);
-  threaded_ = true;
 }
 
 std::span<const int32_t> SortedSuspects::SameRawEmail(int32_t p) {
@@ -358,100 +570,39 @@ std::span<const int32_t> SortedSuspects::SameRawEmail(int32_t p) {
       static_cast<size_t>(emailGroupStart_[id]), static_cast<size_t>(emailGroupStart_[id + 1] - emailGroupStart_[id]));
 }
 
-bool SortedSuspects::FieldTest(int32_t type, const CCard& card1, const CCard& card2) const {
-  const int32_t n = card1.NumFields();
-  for (int32_t i = 1; i <= n; ++i) {
-    const FieldKind kind = fieldKind_[static_cast<size_t>(i - 1)];
-    if (kind == kDate) continue;
-    const CCardField& f1 = card1.FieldAt(i);
-    const CCardField& f2 = card2.FieldAt(i);
-    if (type == EXACT_DUPE) {
-      if (f1.Text() != f2.Text() || f1.Label() != f2.Label()) return false;
-    } else {
-      if (kind == kCategories) continue;
-      if (!f1.Text().empty() && !f2.Text().empty() && f1.Text() != f2.Text()) return false;
-      if (!f1.Label().empty() && !f2.Label().empty() && f1.Label() != f2.Label()) return false;
-    }
-  }
-  return true;
-}
-
-bool SortedSuspects::KeptFieldTest(int32_t type, const std::string& texts1, const std::string& texts2) const {
-  // The same layout: equal texts field by field make equal strings.
-  if (type == EXACT_DUPE) return texts1 == texts2;
+bool SortedSuspects::FieldTest(int32_t type, int32_t a, int32_t b) const {
+  const std::string& texts1 = fieldTexts_[static_cast<size_t>(a)];
+  const std::string& texts2 = fieldTexts_[static_cast<size_t>(b)];
+  if (texts1.empty() || texts2.empty()) return BuiltCard(*Card(a)).FieldTestPasses(type, BuiltCard(*Card(b)));
+  // The same layout: the kept texts hold the same fields in the same order,
+  // and the same texts, which no type tells apart, pass at once.
+  if (texts1 == texts2) return true;
   const char* p1 = texts1.data();
   const char* p2 = texts2.data();
-  for (FieldKind kind : keptKind_) {
+  size_t field = 0;
+  return FieldTestPasses(type, [&](FieldPair& f) {
+    if (field == keptCategories_.size()) return false;
     const size_t text1 = TakeLength(p1), label1 = TakeLength(p1);
     const size_t text2 = TakeLength(p2), label2 = TakeLength(p2);
-    if (kind != kCategories) {
-      if (text1 != 0 && text2 != 0 && std::string_view(p1, text1) != std::string_view(p2, text2)) return false;
-      if (label1 != 0 && label2 != 0 &&
-          std::string_view(p1 + text1, label1) != std::string_view(p2 + text2, label2))
-        return false;
-    }
+    f.text1 = std::string_view(p1, text1);
+    f.label1 = std::string_view(p1 + text1, label1);
+    f.text2 = std::string_view(p2, text2);
+    f.label2 = std::string_view(p2 + text2, label2);
+    f.categories = keptCategories_[field++];
     p1 += text1 + label1;
     p2 += text2 + label2;
-  }
-  return true;
+    return true;
+  });
 }
 
 bool SortedSuspects::Compare(int32_t type, int32_t a, int32_t b) {
-  const Profile& x = profiles_[static_cast<size_t>(a)];
-  const Profile& y = profiles_[static_cast<size_t>(b)];
-  if (!x.aligned || !y.aligned) {
-    CDupeSet& comparer = comparers_[type];
-    if (!comparer.GetPrimaryCard() || comparer.GetType() != type) comparer.Init(Card(a), type);
-    return comparer.CompareCards(Card(a).get(), Card(b).get());
-  }
-  // The steps of CDupeSet::CompareCards, in its order.
-  if (x.last != 0 && y.last != 0 && x.last != y.last) return false;
-  const bool tagsEqual = x.tag == y.tag;
-  if (!tagsEqual && type == EXACT_DUPE) return false;
-  if (x.email != y.email && type == EXACT_DUPE) return false;
-  const bool emailsMatch = x.email != 0 && x.email == y.email;
-  if (!emailsMatch && x.last != 0 && y.last != 0 && !tagsEqual) return false;
-
-  if (x.tag == 0 || y.tag == 0) {
-    const std::string& text1 = TextsOf(a).lowered;
-    const std::string& text2 = TextsOf(b).lowered;
-    if (text1 == text2) {
-      if (TextsOf(a).userData == TextsOf(b).userData) return true;
-    } else if (type == EXACT_DUPE) {
-      return false;
-    }
-    if (x.email == 0 || x.email != y.email) {
-      if (!WordTestPasses(text1, text2)) return false;
-    }
-  }
-
-  if (type == CONFLICT_DUPE) return true;
-  const std::string& texts1 = fieldTexts_[static_cast<size_t>(a)];
-  const std::string& texts2 = fieldTexts_[static_cast<size_t>(b)];
-  if (texts1.empty() || texts2.empty()) return FieldTest(type, *Card(a), *Card(b));
-  return KeptFieldTest(type, texts1, texts2);
+  if (!profiles_[static_cast<size_t>(a)].aligned || !profiles_[static_cast<size_t>(b)].aligned)
+    return CompareCards(type, BuiltCard(*Card(a)), BuiltCard(*Card(b)));
+  return CompareCards(type, Suspect(*this, a), Suspect(*this, b));
 }
 
 bool SortedSuspects::ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate) {
-  switch (type) {
-    case EXACT_DUPE:
-      return false;
-    case COMPATIBLE_DUPE:
-    case CONFLICT_DUPE: {
-      CCardStoreMgr& mgr = Mgr();
-      // Both are asked, whatever the first answers.
-      bool primaryHasImage = HasFrontImage(mgr, primary);
-      bool candidateHasImage = HasFrontImage(mgr, candidate);
-      if (!primaryHasImage && candidateHasImage) return true;
-      auto measure = [&](int32_t p) {
-        const Profile& profile = profiles_[static_cast<size_t>(p)];
-        return type == COMPATIBLE_DUPE ? profile.filled : profile.textLength;
-      };
-      return measure(candidate) > measure(primary);
-    }
-    default:
-      RaiseTrap("Unknown dupe type: " + std::to_string(type));
-  }
+  return dupes_internal::ShouldBecomePrimary(type, Suspect(*this, primary), Suspect(*this, candidate));
 }
 
 std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t type, SortedSuspects& cards,
@@ -462,17 +613,23 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
   if (total == 0) return named;
   reports.begin(type);
 
-  // A card without a last name is offered the later cards with the same tag
-  // or the same e-mail text: equal tags sit together in the sorted list.
+  // A card is offered the later cards with its tag or its stored e-mail
+  // text, and a card with a last name only those up to the next card with
+  // another. Equal tags sit together in the sorted list, and so do most
+  // cards without a last name (their tags begin with the comma).
   std::vector<int32_t> tagRunEnd(static_cast<size_t>(total));  // one past the last position with the same tag
-  for (int32_t p = total - 1; p >= 0; --p)
+  std::vector<int32_t> noLastEnd(static_cast<size_t>(total));  // the same for a stretch without last names
+  for (int32_t p = total - 1; p >= 0; --p) {
     tagRunEnd[p] = (p + 1 < total && cards.TagId(p + 1) == cards.TagId(p)) ? tagRunEnd[p + 1] : p + 1;
+    noLastEnd[p] = (p + 1 < total && cards.LastId(p) == 0 && cards.LastId(p + 1) == 0) ? noLastEnd[p + 1] : p + 1;
+  }
 
   SkipTable present(static_cast<size_t>(total));
   int32_t remaining = total;  // the list's current count
   int32_t keptBefore = 0;     // cards before the current one that stayed in the list
   std::vector<std::shared_ptr<CDupeSet>> namedSets, namelessSets;
   std::vector<int32_t> dupes;
+  SortedSuspects::ContentLists lists;  // content candidates, then what is left of each
 
   for (int32_t p = present.Next(0); p < total; p = present.Next(p + 1)) {
     const int32_t i = keptBefore + 1;
@@ -505,26 +662,14 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
       --remaining;
       go = reports.update(total + i - remaining, total);
     };
-
-    const int32_t last = cards.LastId(p);
-    const int32_t tag = cards.TagId(p);
-    const int32_t email = cards.RawEmailId(p);
-    if (last != 0) {
-      // The list is sorted: the cards that may share this last name follow it.
-      for (int32_t q = present.Next(p + 1); go && q < total; q = present.Next(q + 1)) {
-        const int32_t otherLast = cards.LastId(q);
-        if (otherLast != 0 && otherLast != last) break;
-        if ((email != 0 && email == cards.RawEmailId(q)) || tag == cards.TagId(q)) offer(q);
-      }
-    } else {
-      const std::span<const int32_t> byMail = email != 0 ? cards.SameRawEmail(p) : std::span<const int32_t>();
-      auto ia = std::upper_bound(byMail.begin(), byMail.end(), p);
-      // The run of equal tags after p merged with the e-mail candidates, in list order.
-      const int32_t tagEnd = tagRunEnd[p];
-      int32_t qt = present.Next(p + 1);
+    // Offers, in list order, the cards still in the list of positions from
+    // up to to and of mail (positions in order).
+    auto offerRunAndMail = [&](int32_t from, int32_t to, std::span<const int32_t> mail) {
+      auto ia = mail.begin();
+      int32_t qt = present.Next(std::min(from, total));
       while (go) {
-        bool tagLeft = qt < tagEnd;
-        bool mailLeft = ia != byMail.end();
+        const bool tagLeft = qt < to;
+        const bool mailLeft = ia != mail.end();
         if (!tagLeft && !mailLeft) break;
         int32_t q;
         if (tagLeft && (!mailLeft || qt <= *ia)) {
@@ -536,6 +681,75 @@ std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t 
           if (!present.Present(q)) continue;
         }
         offer(q);
+      }
+    };
+
+    const int32_t last = cards.LastId(p);
+    const int32_t tag = cards.TagId(p);
+    const int32_t email = cards.RawEmailId(p);
+    const std::span<const int32_t> byMail = email != 0 ? cards.SameRawEmail(p) : std::span<const int32_t>();
+    // The e-mail candidates from a position on, up to another.
+    auto mailBetween = [&](int32_t from, int32_t to) {
+      auto a = std::lower_bound(byMail.begin(), byMail.end(), from);
+      auto b = std::lower_bound(a, byMail.end(), to);
+      return std::span<const int32_t>(a, b);
+    };
+    if (last != 0) {
+      // The list is sorted: the cards that may share this last name follow it.
+      for (int32_t q = present.Next(p + 1); go && q < total;) {
+        const int32_t otherLast = cards.LastId(q);
+        if (otherLast == 0) {
+          // A stretch without last names: only its cards with this tag or
+          // e-mail text are offered, so those are all that is looked at.
+          const int32_t end = noLastEnd[q];
+          offerRunAndMail(std::max(q, p + 1), std::min(end, tagRunEnd[p]), mailBetween(q, end));
+          q = present.Next(end);
+          continue;
+        }
+        if (otherLast != last) break;
+        if ((email != 0 && email == cards.RawEmailId(q)) || tag == cards.TagId(q)) offer(q);
+        q = present.Next(q + 1);
+      }
+    } else if (tag != 0) {
+      // The run of equal tags after p merged with the e-mail candidates.
+      offerRunAndMail(p + 1, tagRunEnd[p], mailBetween(p + 1, total));
+    } else {
+      // Every card without a tag follows in p's run, each compared by
+      // content: only those the content index names for the set's primary
+      // can join, beside the e-mail candidates. A new primary names others.
+      auto aim = [&](int32_t after) {
+        cards.ContentCandidates(type, primary, lists);
+        lists.sure.push_back(mailBetween(after + 1, total));
+        for (auto* group : {&lists.sure, &lists.words})
+          for (auto& list : *group) list = list.subspan(static_cast<size_t>(std::upper_bound(list.begin(), list.end(), after) - list.begin()));
+      };
+      // Takes q off the lists of a group, answering whether any had it.
+      auto take = [&](std::vector<std::span<const int32_t>>& group, int32_t q) {
+        bool had = false;
+        for (auto& list : group) {
+          if (!list.empty() && list.front() == q) {
+            list = list.subspan(1);
+            had = true;
+          }
+        }
+        return had;
+      };
+      aim(p);
+      while (go) {
+        int32_t q = total;  // the first card left in any list
+        for (auto* group : {&lists.sure, &lists.words}) {
+          for (auto& list : *group) {
+            while (!list.empty() && !present.Present(list.front())) list = list.subspan(1);
+            if (!list.empty()) q = std::min(q, list.front());
+          }
+        }
+        if (q == total) break;
+        const bool sure = take(lists.sure, q);
+        const bool word = take(lists.words, q);
+        if (!sure && !(word && cards.SharesRareWords(lists, q))) continue;
+        const int32_t before = primary;
+        offer(q);
+        if (primary != before) aim(q);
       }
     }
     if (!go) break;  // stopped while the set was still growing: it is not finished

@@ -2,15 +2,21 @@
 // tag, with what the membership rules ask of each card worked out once and
 // shared by every dupe type.
 //
-// CompareCards and ShouldBecomePrimary ask the same questions of a card over
-// and over: its last name, tag and e-mail (compared here as small numbers),
-// its lower-cased text, how many fields it fills. Cards whose fields are laid
-// out alike (the usual case: the catalogue then the database's custom
-// fields) are compared field by field by position; any other card goes
-// through CDupeSet::CompareCards itself. A set is only made once it has a
-// second card, so the many cards that find no partner cost no set.
+// The membership rules (dupes/comparison.h) ask the same questions of a card
+// over and over: its last name, tag and e-mail (compared here as small
+// numbers), its text and words, how many fields it fills. Each is worked out
+// once per card. Cards whose fields are laid out alike (the usual case: the
+// catalogue then the database's custom fields) are compared field by field
+// by position; any other card is compared as a built card. A set is only
+// made once it has a second card, so the many cards that find no partner
+// cost no set.
+//
+// Cards without a tag are all offered to one another: an index of their
+// texts, e-mails and rarest words keeps a set's walk to the few that can
+// pass against its primary.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -21,6 +27,7 @@
 #include <string_view>
 #include <vector>
 
+#include "dupes/comparison.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/dupes/cdupeset.h"
 #include "ombrel/foundation/clist.h"
@@ -63,12 +70,19 @@ struct CardFacts {
   // Whether the "Name" field is empty, when known without asking the card
   // (-1 unknown): so a card read but not built stays so.
   int8_t nameEmpty = -1;
+  // The card's text, worked out as it was read for a card without a tag
+  // (the cards that are compared by content), else null.
+  std::shared_ptr<const CardText> text;
 };
-void ObserveCard(const CCard& card, CardFacts& facts);
+// withText: whether to work out the card's text too.
+void ObserveCard(const CCard& card, CardFacts& facts, bool withText);
 // The same facts of a card not built yet, from what the card store manager
 // read of it (ReadCard): layout is the empty card of its custom fields.
 void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
-                 int32_t id, const std::string& lastName, CardFacts& facts);
+                 int32_t id, const std::string& lastName, bool withText, CardFacts& facts);
+// Whether the search compares a card with that tag (as loaded, or as the
+// sort left it) by content: one without a name.
+inline bool ComparedByContent(std::string_view tag) { return tag.empty() || tag == ","; }
 
 // The numbers of the cards' last names and tags (tags[k] is card k's), and
 // of their e-mail texts. The two set different members, so two threads may
@@ -99,6 +113,20 @@ class SortedSuspects {
   bool Compare(int32_t type, int32_t a, int32_t b);
   // CDupeSet::ShouldBecomePrimary for a set of the given type whose primary is card primary.
   bool ShouldBecomePrimary(int32_t type, int32_t primary, int32_t candidate);
+  // Where to find the cards without a tag for which Compare(type, a, it)
+  // can hold (see dupes/comparison.h): every card of the sure lists, and
+  // the cards of the word lists that SharesRareWords says may pass the
+  // word test. Each list holds positions in order.
+  struct ContentLists {
+    std::vector<std::span<const int32_t>> sure, words;
+    std::span<const uint64_t> rareWords;  // card a's, in order of key
+    int32_t shared = 0;                   // how many of them a card must share
+    std::vector<uint64_t> own;            // rareWords when card a has no slot
+  };
+  void ContentCandidates(int32_t type, int32_t a, ContentLists& lists);
+  bool SharesRareWords(const ContentLists& lists, int32_t p) const;
+  // The word tests run so far.
+  int64_t WordTests() const { return wordTests_.load(std::memory_order_relaxed); }
 
   // For the walk: last name, tag and stored e-mail text as numbers (0 when empty).
   int32_t LastId(int32_t p) const { return profiles_[static_cast<size_t>(p)].last; }
@@ -130,37 +158,100 @@ class SortedSuspects {
     uint64_t signatureHash = 0;
   };
 
-  // A card's lower-cased text and its user-modifiable data.
-  struct Texts {
-    std::string lowered;
-    std::string userData;
+  // One card as the rules of dupes/comparison.h see it.
+  class Suspect {
+   public:
+    Suspect(SortedSuspects& all, int32_t p) : all_(all), p_(p), profile_(all.profiles_[static_cast<size_t>(p)]) {}
+    int32_t LastKey() const { return profile_.last; }
+    int32_t TagKey() const { return profile_.tag; }
+    int32_t EmailKey() const { return profile_.email; }
+    const CardText& Text() const { return all_.TextOf(p_); }
+    bool FieldTestPasses(int32_t type, const Suspect& other) const { return all_.FieldTest(type, p_, other.p_); }
+    void CountWordTest() const { all_.wordTests_.fetch_add(1, std::memory_order_relaxed); }
+    bool HasFrontImage() const;
+    int32_t Filled() const { return profile_.filled; }
+    int32_t TextLength() const { return profile_.textLength; }
+
+   private:
+    SortedSuspects& all_;
+    int32_t p_;
+    const Profile& profile_;
   };
-  const Texts& TextsOf(int32_t p);
+
+  // Card p's text: worked out as it was read, or here when first asked for.
+  const CardText& TextOf(int32_t p);
+  // Indexes the cards without a tag (ContentCandidates).
+  void IndexContent();
+  // The keys of a text's first AllowedMisses + RareWordsShared words in the
+  // order of the index (rarest first, each repeat of a word a key of its
+  // own), in that order; the answer is RareWordsShared.
+  int32_t RarestWordKeys(const CardText& text, std::vector<uint64_t>& keys) const;
   // Whether the card's fields are filed as the first card's are.
   bool HasReferenceLayout(const CCard& card) const;
   int32_t CardId(int32_t p) const;
   bool HasFrontImage(CCardStoreMgr& mgr, int32_t p);
-  bool FieldTest(int32_t type, const CCard& card1, const CCard& card2) const;
-  // The same on two cards' kept field texts.
-  bool KeptFieldTest(int32_t type, const std::string& texts1, const std::string& texts2) const;
+  // The field test of card a against card b: on their kept field texts, or
+  // else on the cards.
+  bool FieldTest(int32_t type, int32_t a, int32_t b) const;
+
+  // Positions under 64-bit keys, each key's in order.
+  class Postings {
+   public:
+    void Add(uint64_t key, int32_t position) { entries_.push_back({key, position}); }
+    void Seal();
+    std::span<const int32_t> Of(uint64_t key) const;
+
+   private:
+    std::vector<std::pair<uint64_t, int32_t>> entries_;  // until sealed
+    std::vector<uint64_t> keys_;
+    std::vector<int32_t> positions_;
+  };
 
   std::vector<std::shared_ptr<CCard>> cards_;
   std::vector<Profile> profiles_;
-  std::vector<std::unique_ptr<Texts>> texts_;
+  // The cards' texts, by position: set as they were read, or when first
+  // asked for (under textsMutex_).
+  std::vector<std::shared_ptr<const CardText>> texts_;
+  std::unique_ptr<std::atomic<const CardText*>[]> textOf_;
+  // The cards without a tag by text, by e-mail and by their AllowedMisses +
+  // 1 rarest words, and about how many of them hold each word (a count for
+  // all the words whose hashes share their top bits: any order of the words
+  // serves, and this one, rarest first, keeps the lists short). The cards
+  // without a tag sit side by side from position firstTagless_; each has a slot
+  // there (p - firstTagless_) that tells its RarestWordKeys in order of key
+  // (from rareWords_[rareWordsStart_[slot]]), the byWord_ lists of its
+  // AllowedMisses + 1 rarest (from wordLists_[wordListsStart_[slot]]) and
+  // its RareWordsShared.
+  Postings byText_, byEmail_, byWord_;
+  std::vector<int32_t> wordCards_;  // by top bits of the hash
+  int wordCardsShift_ = 64;
+  int32_t WordCards(uint64_t hash) const {
+    return wordCards_.empty() ? 0 : wordCards_[static_cast<size_t>(hash >> wordCardsShift_)];
+  }
+  int32_t firstTagless_ = 0;
+  std::vector<uint64_t> rareWords_;
+  std::vector<int32_t> rareWordsStart_;
+  std::vector<std::span<const int32_t>> wordLists_;
+  std::vector<int32_t> wordListsStart_;
+  std::vector<int8_t> rareShared_;
+  // Card p's slot, or -1.
+  int32_t SlotOf(int32_t p) const {
+    const int32_t slot = p - firstTagless_;
+    return slot >= 0 && slot < static_cast<int32_t>(rareShared_.size()) ? slot : -1;
+  }
+  std::atomic<int64_t> wordTests_{0};
   std::vector<std::exception_ptr> frontImageErrors_;  // by position; empty when none were met ahead
   std::vector<const std::string*> referenceNames_;  // the common field layout
-  enum FieldKind : uint8_t { kOther, kDate, kCategories };
-  std::vector<FieldKind> fieldKind_;  // by position in that layout
-  std::vector<FieldKind> keptKind_;   // the same without the dates, as the kept field texts have them
+  // Whether each field of that layout but the dates (as the kept field
+  // texts have them) is "Categories".
+  std::vector<bool> keptCategories_;
   std::vector<std::string> fieldTexts_;  // by position; empty when not kept (then the fields are asked)
   // Positions by RawEmailId, built on first use: those with number id are
   // emailGroups_[emailGroupStart_[id]] up to emailGroups_[emailGroupStart_[id + 1]].
   std::vector<int32_t> emailGroupStart_;
   std::vector<int32_t> emailGroups_;
   bool emailIndexBuilt_ = false;
-  bool threaded_ = false;
   std::mutex textsMutex_;
-  CDupeSet comparers_[CONFLICT_DUPE + 1];  // CompareCards by type, for the cards laid out otherwise
 };
 
 // Where a walk reports: begin(type) as it starts, update(done, total) as it
@@ -175,9 +266,6 @@ struct GroupingReports {
 // given, receives the positions of the cards that joined no set.
 std::shared_ptr<CList> GroupSortedCards(const GroupingReports& reports, int32_t type, SortedSuspects& cards,
                                         std::vector<int32_t>* kept);
-
-// The word test of CompareCards on two lower-cased card texts.
-bool WordTestPasses(const std::string& text1, const std::string& text2);
 
 }  // namespace dupes_internal
 }  // namespace ombrel

@@ -199,6 +199,10 @@ std::vector<std::shared_ptr<CCard>> CDupeSearch::SortedCards(
     // Both threads only read the tags and cards until the order is known.
     auto sorting = std::async(std::launch::async, [&] { return InsertionOrder(tags); });
     meanwhile(input, tags);
+    // For many cards a stop is seen while the order is worked out; it ends
+    // the search once it is.
+    if (input.size() >= dupes_internal::CheckInEvery())
+      while (sorting.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) ReportAgain();
     result = sorting.get();
   } else {
     result = InsertionOrder(tags);
@@ -240,6 +244,7 @@ std::shared_ptr<CList> CDupeSearch::FindDupes(int32_t dupeType, CList& cards) {
   cards.RemoveAll();
   for (int32_t p : kept) cards.AddItem(sorted.Card(p));
   timings_.grouping += SecondsSince(start);
+  timings_.wordTests += sorted.WordTests();
   return sets;
 }
 
@@ -303,6 +308,10 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
   std::vector<int32_t> order;
   auto sortedCards = ahead ? SortedCards(cards, &order, meanwhile) : SortedCards(cards, &order);
   if (emails.valid()) emails.get();
+  if (stopped_) {  // while sorting
+    for (int32_t type : types) found(type, nullptr);
+    return;
+  }
   auto start = Clock::now();
   // Numbered facts are handed over as they are, with the order that tells
   // whose they are; others are put in sorted order first.
@@ -325,6 +334,12 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
       std::make_unique<dupes_internal::SortedSuspects>(std::move(sortedCards), std::move(handed), ahead, handedOrder);
   dupes_internal::SortedSuspects& sorted = *sortedOwner;
   timings_.grouping += SecondsSince(start);
+  // Many cards take a while to get here: a stop asked for meanwhile ends the search now.
+  if (order.size() >= dupes_internal::CheckInEvery() && !ReportAgain()) {
+    for (int32_t type : types) found(type, nullptr);
+    workingTables_ = std::move(sortedOwner);
+    return;
+  }
   if (!alongside) {
     for (int32_t type : types) {
       if (stopped_) {
@@ -336,6 +351,7 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
       timings_.grouping += SecondsSince(start);
       found(type, std::move(sets));
     }
+    timings_.wordTests += sorted.WordTests();
     workingTables_ = std::move(sortedOwner);
     return;
   }
@@ -398,6 +414,7 @@ void CDupeSearch::GroupTypes(const std::vector<int32_t>& dupeTypes, const CList&
     found(walk->type, walk->sets.get());
   }
   timings_.grouping += SecondsSince(start);
+  timings_.wordTests += sorted.WordTests();
   workingTables_ = std::move(sortedOwner);
 }
 

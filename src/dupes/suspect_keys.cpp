@@ -7,6 +7,7 @@
 // of the cards (the first card seen with a key is the partner of the later
 // ones) and runs afterwards, in order, on keys already made.
 #include <algorithm>
+#include <atomic>
 #include <string>
 #include <thread>
 #include <utility>
@@ -183,6 +184,10 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
                      std::thread::hardware_concurrency() >= 2;
   // Fills the tables of the keys whose hash has the given top bit (of all
   // keys when not split); the cards they hold are written by this call alone.
+  // The half on this thread checks in with the progress now and then: a
+  // stop ends both.
+  std::atomic<bool> halt{false};
+  const size_t checkInEvery = dupes_internal::CheckInEvery();
   auto fill = [&](uint64_t half) {
     for (auto kind : {KeyPart::kName, KeyPart::kEmail, KeyPart::kLastEmail}) {
       KeyTable table(split ? expected / 2 : expected);
@@ -190,6 +195,10 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
       auto mine = [&](uint64_t hash) { return !split || (hash >> 63) == half; };
       constexpr size_t kAhead = 16;
       for (size_t c = 0; c < order.size(); ++c) {
+        if ((c + 1) % checkInEvery == 0) {
+          if (half == 0 && !ReportAgain()) halt = true;
+          if (halt.load(std::memory_order_relaxed)) return;
+        }
         if (c + kAhead < order.size()) {
           const auto& [aheadPart, aheadK] = order[c + kAhead];
           table.Prefetch(aheadPart->Hash(aheadK, kind));
@@ -212,6 +221,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
   } else {
     fill(0);
   }
+  if (halt) return {};
 
   // Whether each card is a suspect, and with which partner, follows from the
   // tables alone: worked out in halves side by side for many cards
@@ -238,6 +248,7 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
     }
   };
   dupes_internal::InHalves(order.size(), split, decide);
+  if (order.size() >= checkInEvery && !ReportAgain()) return {};
 
   std::vector<int32_t> suspects;
   std::vector<bool> suspectAt(order.size());  // by store position

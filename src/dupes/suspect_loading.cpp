@@ -81,12 +81,14 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
         if (layout) {
           thread_local std::vector<CCardStoreMgr::ReadField> read;
           card = mgr.ReadCard(id, customFields, values, &read);
-          dupes_internal::ObserveRead(layout, read, id, card->GetLastName(), (*facts)[k]);
+          card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
+          dupes_internal::ObserveRead(layout, read, id, card->GetLastName(),
+                                      dupes_internal::ComparedByContent(card->tag), (*facts)[k]);
         } else {
           card = mgr.BuildCard(id, customFields, values);
-          if (facts) dupes_internal::ObserveCard(*card, (*facts)[k]);
+          card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
+          if (facts) dupes_internal::ObserveCard(*card, (*facts)[k], dupes_internal::ComparedByContent(card->tag));
         }
-        card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
         cards[k] = std::move(card);
       } catch (...) {
         errors[k] = std::current_exception();

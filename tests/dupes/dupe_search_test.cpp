@@ -239,11 +239,36 @@ TEST_P(DupeSearchTest, CardsReadInOnePassAreBuiltOnlyWhenAskedForUnlessToldOther
     std::string sets;
     for (const auto& list : found) sets += Sets(*list);
     EXPECT_EQ(sets, each) << defer;
-    // Cards the walks looked into (the nameless ones, whose whole text is
-    // compared) are built already.
     const bool scanned = GetParam() != Kind::kFake;
     EXPECT_EQ(pending > 0, defer && scanned) << defer << " " << pending << " of " << cards;
   }
+}
+
+// Cards without a name are all offered to one another and compared by
+// content, but the word test runs only on those that share enough words
+// (here each tenth card and its copy with one word misread), not on every
+// pair.
+TEST_P(DupeSearchTest, CardsWithoutANameRunTheWordTestWithFewOthers) {
+  std::vector<Entry> entries;
+  constexpr int32_t kCompanies = 300;
+  auto company = [](int32_t id, int32_t number, const std::string& city) {
+    const std::string n = std::to_string(1000 + number);
+    return Nameless(id, "", {{"Company", "Company " + n + " Holding"}, {"Address", "Main Street " + n + "0 " + city},
+                             {"Phone", "+49 30 " + n + n}});
+  };
+  for (int32_t id = 1; id <= kCompanies; ++id) entries.push_back(company(id, id, "Berlin"));
+  for (int32_t id = 10; id <= kCompanies; id += 10) entries.push_back(company(kCompanies + id, id, "Bcrlin"));
+  // A person sorted last, so that every nameless card keeps an empty tag.
+  entries.push_back(Person(9001, "Ann", "Zed", ""));
+  entries.push_back(Person(9002, "Ann", "Zed", ""));
+  Use(entries);
+  CDupeSearch search;
+  std::string sets;
+  search.FindDupesInStore({EXACT_DUPE, COMPATIBLE_DUPE, CONFLICT_DUPE},
+                          [&](int32_t, std::shared_ptr<CList> found) { sets += Sets(*found); });
+  EXPECT_EQ(std::count(sets.begin(), sets.end(), '\n'), 3 + kCompanies / 10);
+  EXPECT_EQ(sets.rfind("1 9002: 9001\n2 9002: 9001\n3 9002: 9001\n3 ", 0), 0u) << sets;
+  EXPECT_LE(search.Timings().wordTests, 3 * static_cast<int64_t>(entries.size()));
 }
 
 // Field texts and labels decide exact and compatible dupes however long the
@@ -347,6 +372,43 @@ TEST_P(DupeSearchTest, AStopWhileReadingMakesGetSuspectCardsAnswerNothing) {
   EXPECT_EQ(progress.Of(search_text::kReadingCards), inParts ? "2/6 4/6" : "1/6 2/6 3/6");
   EXPECT_FALSE(search.GetSuspectCards());
   EXPECT_EQ(progress.reports, inParts ? 2 : 3);
+}
+
+// Work without a count of its own (the key tables, the sort, the grouping's
+// tables) repeats the last report every so many cards (here every card): a
+// stop answered there is seen at once.
+TEST_P(DupeSearchTest, WorkWithoutACountRepeatsTheLastReportAndStopsThere) {
+  Use(GroupingStore());
+  dupes_internal::CheckInEvery() = 1;
+  const int32_t cards = static_cast<int32_t>(GroupingStore().size());
+  const std::string keysRead = std::to_string(search_text::kReadingCards) + " " + std::to_string(cards) + "/" +
+                               std::to_string(cards);
+  for (bool stop : {false, true}) {
+    RecordingProgress progress;
+    progress.stopAt = [&, last = std::string()](int32_t id, int32_t done, int32_t total, int) mutable {
+      const std::string report = std::to_string(id) + " " + std::to_string(done) + "/" + std::to_string(total);
+      const bool again = report == last;
+      last = report;
+      return stop && again;
+    };
+    CDupeSearch search(&progress);
+    std::string got;
+    auto suspects = search.FindDupesInStore({EXACT_DUPE, COMPATIBLE_DUPE},
+                                            [&](int32_t, std::shared_ptr<CList> sets) { got += sets ? "sets " : "none "; });
+    if (stop) {
+      EXPECT_FALSE(suspects);
+      EXPECT_EQ(got, "none none ");
+      EXPECT_EQ(std::count(progress.log.begin(), progress.log.end(), keysRead), 2);
+      continue;
+    }
+    // The key tables: a check-in a card for each kind of key; the grouping's
+    // tables: the loading's last report again, before the first action.
+    EXPECT_GE(std::count(progress.log.begin(), progress.log.end(), keysRead), 3 * cards);
+    auto action = std::find(progress.log.begin(), progress.log.end(), "action 702");
+    ASSERT_GT(action - progress.log.begin(), 2);
+    EXPECT_EQ(*(action - 1), *(action - 2));
+    EXPECT_EQ(got, "sets sets ");
+  }
 }
 
 TEST_P(DupeSearchTest, AStopWhileGroupingKeepsTheSetsFinishedSoFar) {

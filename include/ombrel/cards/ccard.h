@@ -178,6 +178,11 @@ class CCard final : public CObject {
   // "label TAB text CR LF" for every field the user may edit, empty ones
   // included: equal results mean equal user-editable data.
   std::string GetAllUserModifiableData() const;
+  // What a field of that name and place, with that text (and label), adds
+  // to GetText and to GetAllUserModifiableData: for fields read elsewhere.
+  static void AppendTextOf(const CCardField& field, std::string_view text, std::string& out);
+  static void AppendUserDataOf(const CCardField& field, std::string_view text, std::string_view label,
+                               std::string& out);
   // The field dumps, each followed by CR LF. The card ID is not part of it.
   std::string ToStr() const override;
 
@@ -203,8 +208,6 @@ class CCard final : public CObject {
   static const std::array<ObjectRef, kCatalogueFields>& SharedCatalogueRefs();
   static ObjectRef SharedRef(const CCardField& shared);
 
-  // Whether GetText includes the field.
-  static bool InText(const CCardField& field) { return field.HasText() && InTextByPlace(field); }
   // Whether a field of that name and place with text is part of GetText.
   static bool InTextByPlace(const CCardField& field);
   // The catalogue names as the table's keys.

@@ -46,6 +46,10 @@ inline constexpr int32_t kLoadingSuspects = 707;
 inline constexpr int32_t kCancelCaption = 902;
 }  // namespace search_text
 
+// The search calls its progress only on the thread that called it, however
+// many threads it works on, and at least every fifth of a second or so while
+// it works, so that a stop is seen soon (work with no count of its own
+// repeats the last report).
 class ISearchProgress {
  public:
   virtual ~ISearchProgress() = default;
@@ -65,6 +69,7 @@ struct SearchTimings {
   double loading = 0;   // reading the suspect cards
   double sorting = 0;
   double grouping = 0;
+  int64_t wordTests = 0;  // word tests the grouping ran, every type together
 };
 
 class CDupeSearch {
@@ -127,6 +132,9 @@ class CDupeSearch {
                   const std::function<void(int32_t dupeType, std::shared_ptr<CList> sets)>& found);
   // Where a grouping walk on this thread reports.
   dupes_internal::GroupingReports Reports();
+  // The last report again, during work that has no count of its own: the
+  // progress answers whether to go on.
+  bool ReportAgain();
   // The cards in SortCards' order, with the sort's tag clean-up done.
   // order, when given, receives the input position of each sorted card.
   // meanwhile, when given, runs on this thread while another works out the
@@ -157,6 +165,7 @@ class CDupeSearch {
   std::shared_ptr<void> workingTables_;
   bool stopped_ = false;
   bool deferCards_ = true;
+  int32_t lastReport_[3] = {0, 0, 0};  // resource, done, total
   int32_t failedCardId_ = 0;
   SearchTimings timings_;
 };
