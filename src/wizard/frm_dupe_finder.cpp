@@ -57,7 +57,8 @@ void frmDupeFinder::RunToEnd(CSearchJob& job) {
   QEventLoop loop;
   QTimer poll;
   auto look = [&] {
-    if (job.Finished()) {
+    // Stopped, the search ends at its next report; the wizard need not wait for it.
+    if (job.Finished() || stopped_) {
       loop.quit();
       return;
     }
@@ -65,8 +66,7 @@ void frmDupeFinder::RunToEnd(CSearchJob& job) {
   };
   connect(&poll, &QTimer::timeout, &loop, look);
   poll.start(kPollMilliseconds);
-  if (!job.Finished()) loop.exec();
-  job.Wait();
+  if (!job.Finished() && !stopped_) loop.exec();
   job_ = nullptr;
   hide();
 }

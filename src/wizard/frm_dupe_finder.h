@@ -19,8 +19,8 @@ class frmDupeFinder final : public QDialog {
   // owner: the window to stay in front of when the host gave none.
   explicit frmDupeFinder(QWidget* owner = nullptr);
 
-  // Keeps the windows live while job runs and returns when its thread has
-  // ended, showing its progress by the rule above.
+  // Keeps the windows live while job runs and returns when it has finished
+  // or the user has stopped it, showing its progress by the rule above.
   void RunToEnd(CSearchJob& job);
   // Stops the search for good and hides the window.
   void StopSearch();

@@ -280,14 +280,21 @@ void frmWizard::MoveTo(int32_t step) {
       frmWizard* w;
       ~Restore() { w->SetBusy(false); }
     } restore{this};
-    CSearchJob job(types);
+    CSearchJob::StopRunning();  // one search at a time reads the store
+    auto job = std::make_unique<CSearchJob>(types);
     frmDupeFinder finder(this);
-    job.Start();
-    finder.RunToEnd(job);
-    auto results = job.TakeResults();  // raises what the search raised
+    job->Start();
+    finder.RunToEnd(*job);
     // Cancelled: the step is not changed and nothing found is kept, so the
     // next move searches again.
-    if (finder.IsStopped() || job.Stopped()) {
+    if (finder.IsStopped() && !job->Finished()) {
+      CSearchJob::Linger(std::move(job));
+      RefreshDisplay();
+      return;
+    }
+    job->Wait();
+    auto results = job->TakeResults();  // raises what the search raised
+    if (finder.IsStopped() || job->Stopped()) {
       RefreshDisplay();
       return;
     }
@@ -343,6 +350,7 @@ void frmWizard::RequestUnload(bool insideOwnEvent) {
 
 void frmWizard::OnAutoAction() {
   if (IsFormLoaded("frmDatabaseActions") || busy_) return;
+  CSearchJob::StopRunning();
   const int32_t step = flow_.Step();
   auto current = flow_.CurrentDupes();
   if (!current) return;
@@ -368,6 +376,7 @@ void frmWizard::OnAutoAction() {
 
 void frmWizard::OpenReview(int32_t startIndex) {
   if (busy_) return;
+  CSearchJob::StopRunning();
   auto current = flow_.CurrentDupes();
   if (!current || CountDuplicateCards(*current) == 0) return;
   const int32_t caption = CWizardFlow::ReviewCaption(flow_.Step());
@@ -414,6 +423,7 @@ bool frmWizard::eventFilter(QObject* watched, QEvent* event) {
 }
 
 void UnloadComponent() {
+  CSearchJob::StopRunning();
   try {
     if (auto& mgr = CardStoreMgr()) mgr->Disconnect();
   } catch (...) {

@@ -10,6 +10,10 @@ CSearchJob*& Running() {
   static CSearchJob* running = nullptr;
   return running;
 }
+std::unique_ptr<CSearchJob>& Lingering() {
+  static std::unique_ptr<CSearchJob> lingering;
+  return lingering;
+}
 }  // namespace
 
 CSearchJob::CSearchJob(std::vector<int32_t> dupeTypes) : types_(std::move(dupeTypes)) {}
@@ -31,6 +35,13 @@ void CSearchJob::StopRunning() {
     job->Stop();
     job->Wait();
   }
+  Lingering().reset();
+}
+
+void CSearchJob::Linger(std::unique_ptr<CSearchJob> job) {
+  StopRunning();
+  job->Stop();
+  Lingering() = std::move(job);
 }
 
 void CSearchJob::Wait() {

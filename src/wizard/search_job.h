@@ -36,9 +36,12 @@ class CSearchJob final : private ISearchProgress {
   CSearchJob& operator=(const CSearchJob&) = delete;
 
   void Start();
-  // Stops the job that is running, if any, and waits for it: before the
-  // card store manager it reads through is replaced.
+  // Stops the job that is running, if any, and waits for it: before anything
+  // else reads or writes the card store, or the manager is replaced.
   static void StopRunning();
+  // Keeps a job that was asked to stop until its thread has ended (at the
+  // next StopRunning), so the user need not wait for it.
+  static void Linger(std::unique_ptr<CSearchJob> job);
   bool Finished() const { return finished_.load(std::memory_order_acquire); }
   // Asks the search to stop at its next progress report.
   void Stop() { stop_.store(true, std::memory_order_release); }
