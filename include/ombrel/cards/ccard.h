@@ -123,14 +123,31 @@ class CCard final : public CObject {
     Settle();
     return fields_.Contains(fieldName);
   }
-  // The table itself; items are CCardField, to be read, not changed.
-  CHashTable& GetFields() {
+  // The card's field table, for reading only: its fields come out const.
+  // Every new card shares its empty fields with all others until it changes
+  // one, so a field is changed only through the card (GetField, SetData),
+  // which makes it the card's own first.
+  class FieldTable {
+   public:
+    explicit FieldTable(const CHashTable& table) : table_(table) {}
+    bool Contains(const std::string& name) const { return table_.Contains(name); }
+    int32_t GetNumItems() const { return table_.GetNumItems(); }
+    const std::string& GetIndexedKey(int32_t position) const { return table_.GetIndexedKey(position); }
+    std::shared_ptr<CList> GetKeys() const { return table_.GetKeys(); }
+    // Raises as the table does for a missing name or position.
+    const CCardField& Field(const std::string& name) const {
+      return static_cast<const CCardField&>(*table_.GetItem(name));
+    }
+    const CCardField& FieldAt(int32_t position) const {
+      return static_cast<const CCardField&>(*table_.GetIndexedItem(position));
+    }
+
+   private:
+    const CHashTable& table_;
+  };
+  FieldTable GetFields() const {
     Settle();
-    return fields_;
-  }
-  const CHashTable& GetFields() const {
-    Settle();
-    return fields_;
+    return FieldTable(fields_);
   }
   // The stored field itself, not a copy, free to be changed: a shared empty
   // field is first replaced by the card's own. So, though const, this is a
