@@ -28,6 +28,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench_child.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
@@ -39,34 +40,8 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-struct ChildRun {
-  double seconds = 0;
-  long peakKb = 0;
-  int status = 0;
-};
-
-ChildRun RunChild(const std::vector<std::string>& args, const std::string& stdoutPath = "/dev/null") {
-  std::fflush(stdout);  // the child must not inherit unwritten output
-  auto start = Clock::now();
-  pid_t pid = fork();
-  if (pid == 0) {
-    FILE* out = std::freopen(stdoutPath.c_str(), "w", stdout);
-    (void)out;
-    std::vector<char*> argv;
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    _exit(127);
-  }
-  int status = 0;
-  struct rusage usage {};
-  wait4(pid, &status, 0, &usage);
-  ChildRun run;
-  run.seconds = std::chrono::duration<double>(Clock::now() - start).count();
-  run.peakKb = usage.ru_maxrss;
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return run;
-}
+using bench::ChildRun;
+using bench::RunChild;
 
 double PlainRead(const std::string& path, size_t& values) {
   auto store = ombrel::CSqliteCardStore::Open(path, ombrel::OpenMode::kOpenExisting);

@@ -193,10 +193,11 @@ int main(int argc, char** argv) {
   const std::string self = fs::read_symlink("/proc/self/exe").string();
   fs::create_directories(dir);
   for (int cards : sizes) {
-    const std::string db = dir + "/sample-" + std::to_string(cards) + ".db";
+    const std::string db = dir + "/bench-" + std::to_string(cards) + ".db";
     if (!fs::exists(db)) {
       std::printf("making %s ...\n", db.c_str());
-      bench::RunChild({ombrel, "sample", "--cards", std::to_string(cards), "--db", db, "--no-images"});
+      // The same databases as bench_search's.
+      bench::RunChild({ombrel, "sample", "--cards", std::to_string(cards), "--db", db, "--seed", "7", "--no-images"});
     }
     std::printf("%d cards:\n", cards);
     const char* types[] = {"exact", "compatible", "conflict", "all"};
