@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "bench_child.h"
+#include "cli/memory_settings.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
@@ -121,10 +122,7 @@ void Phases(const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // The phases below run in this process: the same memory settings as the command's.
-  mallopt(M_MMAP_THRESHOLD, 64 << 20);
-  mallopt(M_TRIM_THRESHOLD, 512 << 20);
-  mallopt(M_TOP_PAD, 64 << 20);
+  ombrel::cli::UseSearchMemorySettings();  // what the command does
   std::vector<int> sizes = {100000, 1000000};
   std::string dir = "/tmp/ombrel-bench";
   bool keep = false;

@@ -11,7 +11,6 @@
 // The review (on --images DB, a database with card images, by default the
 // demo database of scripts/run.sh): moving to the next set with every card's
 // images shown, and undoing and redoing 1,000 changes.
-#include <malloc.h>
 #include <sys/resource.h>
 
 #include <QAbstractItemModel>
@@ -29,6 +28,7 @@
 #include <vector>
 
 #include "bench_child.h"
+#include "cli/memory_settings.h"
 #include "ombrel/cards/ccard.h"
 #include "ombrel/cardstore/ccardstoremgr.h"
 #include "ombrel/cardstore/sqlite_card_store.h"
@@ -162,10 +162,7 @@ void ReviewRun(const std::string& db) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // The command's own memory settings (src/cli/main.cpp).
-  mallopt(M_MMAP_THRESHOLD, 64 << 20);
-  mallopt(M_TRIM_THRESHOLD, 512 << 20);
-  mallopt(M_TOP_PAD, 64 << 20);
+  ombrel::cli::UseSearchMemorySettings();  // what the command does
   if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
   QApplication app(argc, argv);
   ombrel::ui::InitResources();

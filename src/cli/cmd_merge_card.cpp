@@ -116,27 +116,19 @@ void WriteBack(CCardStoreMgr& mgr, int32_t id, const CCard& merged, const OtherR
     if (fits(value("Last Name"))) first = value("First Name"), last = value("Last Name");
     else first.clear(), last.clear();
   }
-  mgr.BeginUpdate();
-  try {
+  mgr.WithinUpdate([&](CCardStoreMgr& m) {
     for (int32_t i = 1; i <= merged.NumFields(); ++i) {
       const CCardField& field = merged.FieldAt(i);
       if (IsBookkeeping(field.Name())) continue;
-      mgr.PutValue(id, field.Name(), field.Text());
-      if (field.IsExtraField()) mgr.PutValue(id, field.Name() + ".Label", field.Label());
+      m.PutValue(id, field.Name(), field.Text());
+      if (field.IsExtraField()) m.PutValue(id, field.Name() + ".Label", field.Label());
     }
     if (namesChanged) {
-      mgr.PutValue(id, "First Name", first);
-      mgr.PutValue(id, "Last Name", last);
+      m.PutValue(id, "First Name", first);
+      m.PutValue(id, "Last Name", last);
     }
-    if (merged.frontImage && merged.frontImage->Value() == 3 && other.image != 0) mgr.SetCardDIB(id, other.image);
-    mgr.CommitUpdate();
-  } catch (...) {
-    try {
-      mgr.AbortUpdate();
-    } catch (...) {
-    }
-    throw;
-  }
+    if (merged.frontImage && merged.frontImage->Value() == 3 && other.image != 0) m.SetCardDIB(id, other.image);
+  });
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
 // ombrel: command-line tools around Ombrel's card database.
-#include <malloc.h>
-
 #include <iostream>
 
 #include "cli/commands.h"
+#include "cli/memory_settings.h"
 #include "cli/terminal.h"
 #include "ombrel/foundation/error.h"
 
@@ -21,14 +20,7 @@ const CLI::App* Deepest(const CLI::App& app) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // The search builds and drops hundreds of megabytes in a few passes: memory
-  // freed by one pass is kept for the next rather than handed back to the
-  // system and faulted in again page by page.
-  mallopt(M_MMAP_THRESHOLD, 64 << 20);
-  mallopt(M_TRIM_THRESHOLD, 512 << 20);
-  // The search's other threads allocate from heaps of their own, which grow
-  // by one mprotect call per page unless padded when made: pad them whole.
-  mallopt(M_TOP_PAD, 64 << 20);
+  ombrel::cli::UseSearchMemorySettings();
   std::ios::sync_with_stdio(false);  // exports of a million cards go through std::cout
   CLI::App app{
       "Ombrel: find and resolve duplicate business cards in a card database; import, export and "

@@ -29,9 +29,7 @@ SearchOutcome SearchDupes(const std::vector<int32_t>& types, ISearchProgress* pr
     if (suspects) outcome.suspects = suspects->GetNumItems();
     outcome.cards = suspects;
   } catch (const Error& e) {
-    if (search.FailedCardId() != 0)
-      throw Error(e.Number(), e.Source(), e.Description() + "\n(while reading card " + std::to_string(search.FailedCardId()) + ")");
-    throw;
+    throw search.NamingFailedCard(e);
   }
   outcome.stopped = search.IsStopped();
   outcome.timings = search.Timings();

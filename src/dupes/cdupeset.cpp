@@ -15,29 +15,9 @@ using dupes_internal::Mgr;
 namespace {
 constexpr int kFrontImage = 1;
 constexpr int kBackImage = 2;
-
-// Runs body inside an update bracket. A failure inside, or of the commit
-// itself, aborts the bracket so none stays open, and travels on with its own
-// message whatever the abort answers.
-template <class Body>
-void InUpdate(Body body) {
-  CCardStoreMgr& mgr = Mgr();
-  if (!mgr.BeginUpdate()) return;
-  try {
-    body(mgr);
-    mgr.CommitUpdate();
-  } catch (...) {
-    try {
-      mgr.AbortUpdate();
-    } catch (...) {
-    }
-    throw;
-  }
-}
 }  // namespace
 
 CDupeSet::CDupeSet() : dupes_(std::make_shared<CList>()) { dupes_->RestrictType("CCard"); }
-
 
 std::string CDupeSet::DataSignature(const CCard& card) {
   std::string sig;
@@ -201,13 +181,13 @@ void CDupeSet::CommitToDatabase() {
     }
     return;
   }
-  if (SignatureHash(*primary_) != primarySnapshot_) InUpdate([&](CCardStoreMgr&) { WritePrimaryFields(id); });
+  if (SignatureHash(*primary_) != primarySnapshot_) Mgr().WithinUpdate([&](CCardStoreMgr&) { WritePrimaryFields(id); });
   primarySnapshot_ = SignatureHash(*primary_);
-  InUpdate([&](CCardStoreMgr&) {
+  Mgr().WithinUpdate([&](CCardStoreMgr&) {
     SaveImage(id, kFrontImage);
     SaveImage(id, kBackImage);
   });
-  InUpdate([&](CCardStoreMgr& m) {
+  Mgr().WithinUpdate([&](CCardStoreMgr& m) {
     CList& bin = RecycleBin();
     while (bin.GetNumItems() > 0) {
       int32_t gone = bin.GetLastItemAs<CCard>()->GetCardID();

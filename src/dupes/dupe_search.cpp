@@ -93,6 +93,11 @@ CDupeSearch::CDupeSearch(ISearchProgress* progress) : progress_(progress) {}
 
 void CDupeSearch::StopSearch() { stopped_ = true; }
 
+Error CDupeSearch::NamingFailedCard(const Error& e) const {
+  if (failedCardId_ == 0) return e;
+  return Error(e.Number(), e.Source(), e.Description() + "\n(while reading card " + std::to_string(failedCardId_) + ")");
+}
+
 bool CDupeSearch::UpdateProgress(int32_t resourceId, int32_t done, int32_t total) {
   if (stopped_) return false;
   lastReport_[0] = resourceId;

@@ -81,13 +81,7 @@ void CSearchJob::Run() {
       if (sets) found[type] = std::move(sets);
     });
   } catch (const Error& e) {
-    if (search.FailedCardId() != 0) {
-      error = std::make_exception_ptr(Error(e.Number(), e.Source(),
-                                            e.Description() + "\n(while reading card " +
-                                                std::to_string(search.FailedCardId()) + ")"));
-    } else {
-      error = std::current_exception();
-    }
+    error = std::make_exception_ptr(search.NamingFailedCard(e));
   } catch (...) {
     error = std::current_exception();
   }

@@ -61,6 +61,23 @@ class CCardStoreMgr {
   bool BeginUpdate();
   bool CommitUpdate();
   bool AbortUpdate();
+  // Runs body(*this) inside an update bracket. A failure inside, or of the
+  // commit itself, aborts the bracket so none stays open, and travels on with
+  // its own message whatever the abort answers.
+  template <class Body>
+  void WithinUpdate(Body body) {
+    BeginUpdate();
+    try {
+      body(*this);
+      CommitUpdate();
+    } catch (...) {
+      try {
+        AbortUpdate();
+      } catch (...) {
+      }
+      throw;
+    }
+  }
   // The store's last error text; empty while no store is set.
   std::string GetLastError();
 

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "ombrel/foundation/clist.h"
+#include "ombrel/foundation/error.h"
 
 namespace ombrel {
 
@@ -118,6 +119,8 @@ class CDupeSearch {
 
   // The ID of the card whose reading raised the last error, 0 when none did.
   int32_t FailedCardId() const { return failedCardId_; }
+  // e as the user is told of it: naming the card whose reading raised it.
+  Error NamingFailedCard(const Error& e) const;
   const SearchTimings& Timings() const { return timings_; }
 
  private:
