@@ -1,5 +1,6 @@
 #include "review/frm_categories.h"
 
+#include <QScopeGuard>
 #include <QCloseEvent>
 #include <QHBoxLayout>
 #include <QVBoxLayout>
@@ -57,10 +58,7 @@ void frmCategories::SetCategories(const std::string& categories) {
 
 void frmCategories::CheckCategories(const std::string& categories) {
   auto tokens = CString(categories).GetTokens(",", false);
-  struct Refresh {
-    frmCategories* form;
-    ~Refresh() { form->RefreshCheckedText(); }
-  } refresh{this};
+  const auto refresh = qScopeGuard([this] { RefreshCheckedText(); });
   for (int32_t i = 1; i <= tokens->GetNumItems(); ++i) {
     const QString name = QString::fromStdString(CString::TrimText(tokens->GetItem(i)->ToStr()));
     QListWidgetItem* found = nullptr;

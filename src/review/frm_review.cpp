@@ -1,5 +1,6 @@
 #include "review/frm_review.h"
 
+#include <QScopeGuard>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QGuiApplication>
@@ -627,10 +628,7 @@ void frmReview::OnOK() {
   if (cmdUndo->isEnabled()) {
     BusyPointer pointer;
     setEnabled(false);
-    struct Enable {
-      QWidget* w;
-      ~Enable() { w->setEnabled(true); }
-    } enable{this};
+    const auto enable = qScopeGuard([this] { setEnabled(true); });
     auto actions = std::make_unique<frmDatabaseActions>(this);
     actions->SaveChanges(*session_.DupeSets());
     saved_ = true;
@@ -675,10 +673,7 @@ void frmReview::OnSend() {
   picSlide->show();
   picSlide->raise();
   const int target = PrimaryGrid->viewport()->mapTo(this, QPoint(PrimaryGrid->columnViewportPosition(1), 0)).x();
-  struct Hide {
-    QWidget* w;
-    ~Hide() { w->hide(); }
-  } hideSlide{picSlide};
+  const auto hideSlide = qScopeGuard([this] { picSlide->hide(); });
   MoveSmoothly(picSlide, target);
   session_.ReplacePrimary(column, primaryModel_->RowOf(kBackImageRow) >= 0);
 }
@@ -693,7 +688,7 @@ void frmReview::OnPrimaryActivated(const QModelIndex& index) {
   if (primaryModel_->IsImageRow(index.row())) {
     if (zoomWindows_ && (magnifierArmed_ || index.data(kImageHandleRole).toInt() != 0)) {
       auto primary = session_.Primary();
-      const int32_t kind = primaryModel_->Rows()[index.row()] == kFrontImageRow ? kFrontImageKind : kBackImageKind;
+      const int32_t kind = primaryModel_->ImageKindAt(index.row());
       if (primary) ShowZoom(ReviewGridModel::ImageCardId(*primary, kind), kind);
       DisarmMagnifier();
     }
@@ -708,7 +703,7 @@ void frmReview::OnDupeActivated(const QModelIndex& index, bool byClick) {
     if (!byClick) CopyCurrentDupeValue();
     return;
   }
-  const int32_t kind = dupeModel_->Rows()[index.row()] == kFrontImageRow ? kFrontImageKind : kBackImageKind;
+  const int32_t kind = dupeModel_->ImageKindAt(index.row());
   if (magnifierArmed_) {
     ShowZoom(ReviewGridModel::ImageCardId(*session_.DupeAt(index.column() + 1), kind), kind);
     DisarmMagnifier();
@@ -770,11 +765,7 @@ void frmReview::StartEdit(int row) {
 
 void frmReview::CommitEditor() {
   if (committing_) return;
-  committing_ = true;
-  struct Clear {
-    bool& flag;
-    ~Clear() { flag = false; }
-  } clear{committing_};
+  BusyFlag committing(committing_);
   if (editRow_ < 0 || static_cast<size_t>(editRow_) >= primaryModel_->Rows().size()) {
     txtEdit->hide();
     cmbVerified->hide();

@@ -46,9 +46,10 @@ int ReviewGridModel::RowOf(const std::string& fieldName) const {
   return -1;
 }
 
-bool ReviewGridModel::IsImageRow(int row) const {
-  return row >= 0 && static_cast<size_t>(row) < rows_.size() &&
-         (rows_[static_cast<size_t>(row)] == kFrontImageRow || rows_[static_cast<size_t>(row)] == kBackImageRow);
+int32_t ReviewGridModel::ImageKindAt(int row) const {
+  if (row < 0 || static_cast<size_t>(row) >= rows_.size()) return 0;
+  const std::string& name = rows_[static_cast<size_t>(row)];
+  return name == kFrontImageRow ? kFrontImageKind : name == kBackImageRow ? kBackImageKind : 0;
 }
 
 int32_t ReviewGridModel::ImageCardId(const CCard& card, int32_t imageKind) {
@@ -85,8 +86,7 @@ QVariant ReviewGridModel::data(const QModelIndex& index, int role) const {
   }
   auto card = CardOf(index.column());
   if (!card) return {};
-  if (IsImageRow(row)) {
-    const int32_t kind = name == kFrontImageRow ? kFrontImageKind : kBackImageKind;
+  if (const int32_t kind = ImageKindAt(row)) {
     if (role == kImageHandleRole) return images_.Handle(ImageCardId(*card, kind), kind);
     if (role == Qt::AccessibleTextRole || role == Qt::ToolTipRole)
       return Q(CReviewSession::RowLabel(name));

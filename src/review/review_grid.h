@@ -51,7 +51,9 @@ class ReviewGridModel final : public QAbstractTableModel {
   const std::vector<std::string>& Rows() const { return rows_; }
   // The row of a field, -1 when none.
   int RowOf(const std::string& fieldName) const;
-  bool IsImageRow(int row) const;
+  // kFrontImageKind or kBackImageKind for an image row, 0 for any other.
+  int32_t ImageKindAt(int row) const;
+  bool IsImageRow(int row) const { return ImageKindAt(row) != 0; }
   // The card whose image a card shows for an image row (its override, or itself).
   static int32_t ImageCardId(const CCard& card, int32_t imageKind);
 

@@ -26,12 +26,12 @@ QMessageBox::Icon IconOf(int style) {
   }
 }
 
-struct ButtonSpec {
+struct BoxButton {
   QMessageBox::StandardButton button;
   int answer;
 };
 
-std::vector<ButtonSpec> ButtonsOf(int style) {
+std::vector<BoxButton> ButtonsOf(int style) {
   switch (style & 7) {
     case 1: return {{QMessageBox::Ok, msgbox::kAnswerOk}, {QMessageBox::Cancel, msgbox::kAnswerCancel}};
     case 2: return {{QMessageBox::Abort, 3}, {QMessageBox::Retry, 4}, {QMessageBox::Ignore, 5}};
@@ -65,10 +65,10 @@ int QtPrompt::MessageBox(const std::string& text, int style, const std::string& 
   box.setObjectName("MessageBox");
   const auto buttons = ButtonsOf(style);
   std::vector<std::pair<QAbstractButton*, int>> made;
-  for (const auto& spec : buttons) {
-    QPushButton* b = box.addButton(spec.button);
-    if (QString caption = CaptionOf(spec.answer); !caption.isEmpty()) b->setText(caption);
-    made.emplace_back(b, spec.answer);
+  for (const auto& kind : buttons) {
+    QPushButton* b = box.addButton(kind.button);
+    if (QString caption = CaptionOf(kind.answer); !caption.isEmpty()) b->setText(caption);
+    made.emplace_back(b, kind.answer);
   }
   const size_t defaultIndex = (style & msgbox::kDefaultButton3) ? 2 : (style & msgbox::kDefaultButton2) ? 1 : 0;
   if (defaultIndex < made.size()) box.setDefaultButton(static_cast<QPushButton*>(made[defaultIndex].first));

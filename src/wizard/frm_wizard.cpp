@@ -1,5 +1,6 @@
 #include "wizard/frm_wizard.h"
 
+#include <QScopeGuard>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFontMetrics>
@@ -276,10 +277,7 @@ void frmWizard::MoveTo(int32_t step) {
   const std::vector<int32_t> types = flow_.TypesToSearch(step);
   if (!types.empty()) {
     SetBusy(true);
-    struct Restore {
-      frmWizard* w;
-      ~Restore() { w->SetBusy(false); }
-    } restore{this};
+    const auto restore = qScopeGuard([this] { SetBusy(false); });
     CSearchJob::StopRunning();  // one search at a time reads the store
     auto job = std::make_unique<CSearchJob>(types);
     frmDupeFinder finder(this);
@@ -364,10 +362,7 @@ void frmWizard::OnAutoAction() {
     BusyFlag flag(busy_);
     BusyPointer pointer;
     actions->SetOnFinished([this] { flow_.CompactDupes(); });
-    struct Changed {
-      CWizardFlow& flow;
-      ~Changed() { flow.DatabaseChanged(); }
-    } changed{flow_};
+    const auto changed = qScopeGuard([this] { flow_.DatabaseChanged(); });
     if (step == 2) actions->RemoveDupes(*current);
     else actions->MergeDupes(*current);
   }
