@@ -160,7 +160,7 @@ namespace {
 // which texts are equal.
 template <class Text, class Hash>
 void Number(std::span<CardFacts> facts, int32_t CardFacts::*member, Text text, Hash hash) {
-  KeyTable table(facts.size());
+  KeyTable table(facts.size(), true);  // the texts outlive this call
   for (size_t k = 0; k < facts.size(); ++k) {
     std::string_view key = text(k);
     facts[k].*member = key.empty() ? 0 : table.Intern(key, hash(k), static_cast<int32_t>(table.Size()) + 1);

@@ -4,6 +4,7 @@
 // at most a few comparisons per lookup and no allocation per key.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -14,7 +15,16 @@ namespace ombrel {
 
 class KeyTable {
  public:
-  explicit KeyTable(size_t expected = 0) { Rehash(Capacity(expected)); }
+  // borrowed: the keys interned stay where they are for the table's whole
+  // life (and are then only looked at there), so none is copied.
+  explicit KeyTable(size_t expected = 0, bool borrowed = false) : borrowed_(borrowed) { Rehash(Capacity(expected)); }
+
+  // Empty again, keeping its room: a table filled with one kind of key after another.
+  void Clear() {
+    std::fill(slots_.begin(), slots_.end(), Slot{});
+    arena_.clear();
+    count_ = 0;
+  }
 
   // The ID stored under key, storing id there first when the key is new (the
   // first card keeps it). h is the key's Hash, perhaps worked out on another
@@ -24,8 +34,12 @@ class KeyTable {
     for (size_t i = h & mask_;; i = (i + 1) & mask_) {
       Slot& s = slots_[i];
       if (s.length < 0) {
-        s = Slot{h, arena_.size(), static_cast<int32_t>(key.size()), id};
-        arena_.append(key);
+        if (borrowed_) {
+          s = Slot{h, reinterpret_cast<uintptr_t>(key.data()), static_cast<int32_t>(key.size()), id};
+        } else {
+          s = Slot{h, arena_.size(), static_cast<int32_t>(key.size()), id};
+          arena_.append(key);
+        }
         ++count_;
         return id;
       }
@@ -74,7 +88,7 @@ class KeyTable {
 
   struct Slot {
     uint64_t hash = 0;
-    size_t offset = 0;
+    uintptr_t offset = 0;  // in the arena, or the key's address when borrowed
     int32_t length = -1;  // -1: empty slot
     int32_t id = 0;
   };
@@ -84,7 +98,10 @@ class KeyTable {
     while (c * 3 < expected * 4 + 4) c *= 2;
     return c;
   }
-  std::string_view Key(const Slot& s) const { return std::string_view(arena_).substr(s.offset, static_cast<size_t>(s.length)); }
+  std::string_view Key(const Slot& s) const {
+    if (borrowed_) return std::string_view(reinterpret_cast<const char*>(s.offset), static_cast<size_t>(s.length));
+    return std::string_view(arena_).substr(s.offset, static_cast<size_t>(s.length));
+  }
   void Rehash(size_t capacity) {
     std::vector<Slot> old;
     old.swap(slots_);
@@ -98,6 +115,7 @@ class KeyTable {
     }
   }
 
+  bool borrowed_ = false;
   std::vector<Slot> slots_;
   std::string arena_;
   size_t mask_ = 0;

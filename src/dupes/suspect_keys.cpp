@@ -189,8 +189,10 @@ std::vector<int32_t> CDupeSearch::FindSuspectIds(int32_t total, std::vector<int3
   std::atomic<bool> halt{false};
   const size_t checkInEvery = dupes_internal::CheckInEvery();
   auto fill = [&](uint64_t half) {
+    // The keys stay in the parts' arenas until the tables are gone.
+    KeyTable table(split ? expected / 2 : expected, true);
     for (auto kind : {KeyPart::kName, KeyPart::kEmail, KeyPart::kLastEmail}) {
-      KeyTable table(split ? expected / 2 : expected);
+      if (kind != KeyPart::kName) table.Clear();
       std::vector<int32_t>& found = partners[kind];
       auto mine = [&](uint64_t hash) { return !split || (hash >> 63) == half; };
       constexpr size_t kAhead = 16;
