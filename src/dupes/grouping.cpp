@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <future>
 #include <mutex>
 #include <thread>
 #include <string_view>
@@ -468,6 +469,7 @@ void SortedSuspects::IndexContent() {
   // Each card's rarest words: the keys of its lists, and all of them in
   // order of key. On two threads for many cards; each writes its own slots.
   rareWords_.resize(static_cast<size_t>(rareWordsStart_[n]));
+  rareMasks_.assign(n, RareMask{});
   std::vector<uint64_t> filed(static_cast<size_t>(wordListsStart_[n]));
   const bool threads = n >= static_cast<size_t>(PartScanThreshold()) / 4 && std::thread::hardware_concurrency() >= 2;
   InHalves(n, threads, [&](size_t from, size_t to) {
@@ -477,18 +479,29 @@ void SortedSuspects::IndexContent() {
       std::copy_n(keys.begin(), wordListsStart_[slot + 1] - wordListsStart_[slot], filed.begin() + wordListsStart_[slot]);
       std::sort(keys.begin(), keys.end());
       std::copy(keys.begin(), keys.end(), rareWords_.begin() + rareWordsStart_[slot]);
+      rareMasks_[slot].Of(keys);
     }
   });
+  // The three indexes are filled and sorted each on its own: the words,
+  // the largest, beside the texts and e-mails for many cards.
+  auto fileWords = [&] {
+    for (size_t slot = 0; slot < n; ++slot)
+      for (int32_t k = wordListsStart_[slot]; k < wordListsStart_[slot + 1]; ++k)
+        byWord_.Add(filed[static_cast<size_t>(k)], tagless[slot]);
+    byWord_.Seal();
+  };
+  std::future<void> wordsFiled;
+  if (threads) wordsFiled = std::async(std::launch::async, fileWords);
   for (size_t slot = 0; slot < n; ++slot) {
     const int32_t p = tagless[slot];
     byText_.Add(TextOf(p).hash, p);
     const int32_t email = profiles_[static_cast<size_t>(p)].email;
     if (email != 0) byEmail_.Add(static_cast<uint64_t>(email), p);
-    for (int32_t k = wordListsStart_[slot]; k < wordListsStart_[slot + 1]; ++k) byWord_.Add(filed[static_cast<size_t>(k)], p);
   }
   byText_.Seal();
   byEmail_.Seal();
-  byWord_.Seal();
+  if (wordsFiled.valid()) wordsFiled.get();
+  else fileWords();
   wordLists_.resize(filed.size());
   InHalves(filed.size(), threads, [&](size_t from, size_t to) {
     for (size_t k = from; k < to; ++k) wordLists_[k] = byWord_.Of(filed[k]);
@@ -500,6 +513,7 @@ void SortedSuspects::ContentCandidates(int32_t type, int32_t a, ContentLists& li
   lists.words.clear();
   lists.rareWords = {};
   lists.shared = 0;
+  lists.mask = RareMask{};
   const CardText& text = TextOf(a);
   lists.sure.push_back(byText_.Of(text.hash));
   if (type == EXACT_DUPE) return;
@@ -514,6 +528,7 @@ void SortedSuspects::ContentCandidates(int32_t type, int32_t a, ContentLists& li
     lists.rareWords = at(rareWords_, rareWordsStart_, slot);
     const auto words = at(wordLists_, wordListsStart_, slot);
     lists.words.assign(words.begin(), words.end());
+    lists.mask = rareMasks_[static_cast<size_t>(slot)];
     return;
   }
   lists.shared = RarestWordKeys(text, lists.own);
@@ -522,6 +537,19 @@ void SortedSuspects::ContentCandidates(int32_t type, int32_t a, ContentLists& li
   for (size_t k = 0; k < filed; ++k) lists.words.push_back(byWord_.Of(lists.own[k]));
   std::sort(lists.own.begin(), lists.own.end());
   lists.rareWords = lists.own;
+  lists.mask.Of(lists.own);
+}
+
+void SortedSuspects::RareMask::Of(std::span<const uint64_t> keys) {
+  bits[0] = bits[1] = 0;
+  int32_t set = 0;
+  for (uint64_t key : keys) {
+    const uint64_t bit = uint64_t{1} << ((key >> 57) & 63);
+    uint64_t& half = bits[key >> 63];
+    if (!(half & bit)) ++set;
+    half |= bit;
+  }
+  distinct = set == static_cast<int32_t>(keys.size());
 }
 
 bool SortedSuspects::SharesRareWords(const ContentLists& lists, int32_t p) const {
@@ -530,6 +558,11 @@ bool SortedSuspects::SharesRareWords(const ContentLists& lists, int32_t p) const
   const uint64_t* mine = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot)];
   const uint64_t* mineEnd = rareWords_.data() + rareWordsStart_[static_cast<size_t>(slot) + 1];
   const int32_t needed = std::max<int32_t>(lists.shared, rareShared_[static_cast<size_t>(slot)]);
+  // Most cards a word list names share that word and few others: told by
+  // the masks alone. (The merge below counts each key of a distinct side
+  // at most once.)
+  const RareMask& theirMask = rareMasks_[static_cast<size_t>(slot)];
+  if ((lists.mask.distinct || theirMask.distinct) && lists.mask.Common(theirMask) < needed) return false;
   int32_t shared = 0;
   for (auto theirs = lists.rareWords.begin(); mine != mineEnd && theirs != lists.rareWords.end();) {
     if (*mine < *theirs) {

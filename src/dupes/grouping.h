@@ -17,6 +17,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -117,11 +118,24 @@ class SortedSuspects {
   // can hold (see dupes/comparison.h): every card of the sure lists, and
   // the cards of the word lists that SharesRareWords says may pass the
   // word test. Each list holds positions in order.
+  // A set of rare word keys as bits, one bit a key (by its top bits). When
+  // each key has a bit of its own (distinct), the keys shared with another
+  // set set at least as many bits in both masks as there are of them: fewer
+  // common bits than a test asks for fail it without comparing the keys.
+  struct RareMask {
+    uint64_t bits[2] = {0, 0};
+    bool distinct = false;
+    void Of(std::span<const uint64_t> keys);
+    int32_t Common(const RareMask& other) const {
+      return std::popcount(bits[0] & other.bits[0]) + std::popcount(bits[1] & other.bits[1]);
+    }
+  };
   struct ContentLists {
     std::vector<std::span<const int32_t>> sure, words;
     std::span<const uint64_t> rareWords;  // card a's, in order of key
     int32_t shared = 0;                   // how many of them a card must share
     std::vector<uint64_t> own;            // rareWords when card a has no slot
+    RareMask mask;                        // of rareWords
   };
   void ContentCandidates(int32_t type, int32_t a, ContentLists& lists);
   bool SharesRareWords(const ContentLists& lists, int32_t p) const;
@@ -234,6 +248,7 @@ class SortedSuspects {
   std::vector<std::span<const int32_t>> wordLists_;
   std::vector<int32_t> wordListsStart_;
   std::vector<int8_t> rareShared_;
+  std::vector<RareMask> rareMasks_;  // of each slot's rare words
   // Card p's slot, or -1.
   int32_t SlotOf(int32_t p) const {
     const int32_t slot = p - firstTagless_;
