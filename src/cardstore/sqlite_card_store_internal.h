@@ -627,6 +627,7 @@ class ViewedValues : public ICardValues {
   std::string_view ViewPrepared(size_t k) const final {
     return picked_ ? pick_.views[k] : Card().Find(prepared_[k]);
   }
+  const std::string_view* PreparedViews() const final { return picked_ ? pick_.views.data() : nullptr; }
 
   // Shows the card id stored as blob, which must stay valid while it is shown.
   void Show(int32_t id, std::string_view blob);

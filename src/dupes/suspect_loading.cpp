@@ -76,6 +76,12 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
     // Each card lands in its own slot, so parts never write the same place.
     auto build = [&](int32_t, int32_t id, const ICardValues& values) {
       const size_t k = static_cast<size_t>(slot.Find(id));
+      if (facts) {
+        // The slots lie anywhere in the list: their memory is asked for now,
+        // to arrive while the card is read.
+        const char* slotFacts = reinterpret_cast<const char*>(&(*facts)[k]);
+        for (size_t line = 0; line < sizeof(dupes_internal::CardFacts); line += 64) __builtin_prefetch(slotFacts + line, 1);
+      }
       try {
         std::shared_ptr<CCard> card;
         if (layout) {
