@@ -2,15 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <type_traits>
-
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
-#include "ombrel/cards/field_catalogue.h"
 #include "support/cards.h"
 #include "support/error_text.h"
 #include "support/store_fixture.h"
@@ -28,16 +26,6 @@ CCard NonStandard() {
   CCard card;
   card.MakeNonStandardCard();
   return card;
-}
-
-TEST(CCardTest, NewCardCarriesTheEmptyCatalogueInOrder) {
-  CCard card;
-  std::string dump;
-  for (auto name : kStandardFieldNames)
-    dump += "FIELD:" + std::string(name) +
-            " TEXT: RECT:T:0,L:0,W:0,H:0 OCR_CONF:100 CAT_CONF:100 OCR_SUSP:False CAT_SUSP:False\r\n";
-  EXPECT_EQ(card.ToStr(), dump);
-  EXPECT_EQ(ErrorText([&] { card.GetCardID(); }), "Missing card ID");
 }
 
 TEST(CCardTest, FreeExtraFieldsAreTheFirstEmptyOnes) {
@@ -219,22 +207,14 @@ TEST(CCardTest, LookupsFindAnyStringOfTheNameAndFieldsOutliveTheCard) {
   EXPECT_EQ(email->Text() + "|" + nickname->Name(), "a@b.c|Nickname");
 }
 
-// The table a card hands out is for reading: its fields come out const, so
-// nothing changes a field every new card shares through it.
-TEST(CCardTest, TheFieldTableHandsOutFieldsForReadingOnly) {
-  static_assert(std::is_same_v<decltype(std::declval<CCard&>().GetFields().Field("Title")), const CCardField&>);
-  static_assert(std::is_same_v<decltype(std::declval<CCard&>().GetFields().FieldAt(2)), const CCardField&>);
-  CCard a, b;
-  EXPECT_EQ(&a.GetFields().Field("Title"), &b.GetFields().FieldAt(2));  // shared until changed
-  a.GetField("Title")->SetText("CEO");
-  EXPECT_EQ(b.GetFields().Field("Title").Text(), "");
-  EXPECT_EQ(a.GetFields().Field("Title").Text(), "CEO");
-}
-
 // A new card's empty fields are shared with every other card until it
 // changes one: whichever way a field is changed, no other card sees it, and
-// the card keeps handing out the field it changed.
+// the card keeps handing out the field it changed. The table a card hands
+// out is for reading: its fields come out const.
 TEST(CCardTest, ChangingAnEmptyFieldChangesThisCardAlone) {
+  static_assert(std::is_same_v<decltype(std::declval<CCard&>().GetFields().Field("Title")), const CCardField&>);
+  static_assert(std::is_same_v<decltype(std::declval<CCard&>().GetFields().FieldAt(2)), const CCardField&>);
+  EXPECT_EQ(&CCard().GetFields().Field("Title"), &CCard().GetFields().FieldAt(2));  // shared until changed
   const std::vector<CCard::CustomField> custom = {{"Nickname", false}, {"Badge", true}};
   const std::string fresh = FieldNames(CCard(custom)) + CCard(custom).ToStr();
   CRectangle rect(1, 2, 3, 4);

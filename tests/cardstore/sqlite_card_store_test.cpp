@@ -347,13 +347,6 @@ TEST_F(SqliteStoreTest, ForeignNewerAndGarbageFilesAreRefusedUntouched) {
   }
   EXPECT_THROW(S::Open((dir_ / "missing.db").string(), OpenMode::kOpenExisting), Error);
   EXPECT_FALSE(fs::exists(dir_ / "missing.db"));
-
-  // An empty file is a new database.
-  std::ofstream(dir_ / "empty.db").close();
-  auto fresh = S::Open((dir_ / "empty.db").string(), OpenMode::kOpenExisting);
-  ASSERT_EQ(fresh->AddCard(1, {{"Name", "x"}}), 0);
-  fresh.reset();
-  EXPECT_NO_THROW(S::Open((dir_ / "empty.db").string(), OpenMode::kOpenExisting));
 }
 
 TEST_F(SqliteStoreTest, CustomFieldsCategoriesAndLabelsUseTheContractFormats) {

@@ -67,9 +67,10 @@ TEST_F(CommandTest, UsageErrorsAndFailuresHaveTheirExitCodesAndMessages) {
   for (const char* command : {"import", "export", "sample", "find", "apply"}) EXPECT_THAT(help.out, HasSubstr(command));
 }
 
-// Values, their order and images are the import and export code's business
-// (jsonl tests); here the commands: counts, the next free ID, images beside a file.
-TEST_F(CommandTest, ImportExportAndImportAgainGiveTheSameDatabase) {
+// Values, their order, images and importing an export again are the import
+// and export code's business (jsonl tests); here the commands: counts, the
+// next free ID, standard output or a file with its images beside it.
+TEST_F(CommandTest, ImportAndExportToStandardOutputOrAFile) {
   const std::vector<uint8_t> png = BluePng();
   fs::create_directories(Path("pics"));
   std::ofstream(Path("pics/a.png"), std::ios::binary).write(reinterpret_cast<const char*>(png.data()), png.size());
@@ -88,8 +89,6 @@ TEST_F(CommandTest, ImportExportAndImportAgainGiveTheSameDatabase) {
   auto toFile = Run({"export", "--db", Path("a.db"), Path("out.jsonl")});
   ASSERT_EQ(toFile.code, 0) << toFile.err;
   EXPECT_EQ(Slurp(Path("out-images/10-front.png")), Slurp(Path("pics/a.png")));
-  ASSERT_EQ(Run({"import", Path("out.jsonl"), "--db", Path("b.db")}).code, 0);
-  EXPECT_EQ(Run({"export", "--db", Path("b.db")}).out, exported.out);
 }
 
 class SampleCommandTest : public CommandTest {

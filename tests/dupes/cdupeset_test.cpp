@@ -158,11 +158,7 @@ class DupeSetStoreTest : public StoreFixture {
     for (int32_t id : ids) cards.push_back(CardStoreMgr()->GetCard(id));
     return SetOf(type, cards);
   }
-  std::string Log() const {
-    std::string out;
-    for (const auto& call : store_->calls) out += call + "\n";
-    return out;
-  }
+  std::string Log() const { return store_->Log(); }
 };
 
 TEST_F(DupeSetStoreTest, CommitOfAnUnchangedSetOpensTheImageAndDeletionBracketsOnly) {

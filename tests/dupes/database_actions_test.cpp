@@ -175,8 +175,7 @@ TEST_F(DatabaseActionsTest, AnErrorInTheSecondSetEndsTheRunAndIsReported) {
     EXPECT_EQ(actions.SetsDone(), 1);
     // Set 1 committed, set 2's bracket aborted (the bin gives 4 before 5), set 3 untouched.
     EXPECT_EQ(Stored(), "1 3 4 5 6 7");
-    std::string calls;
-    for (const auto& call : store_->calls) calls += call + "\n";
+    const std::string calls = store_->Log();
     EXPECT_EQ(calls.substr(calls.find("CardExists 4")),
               "CardExists 4\nCardExists 4\nDeleteCard 4\nGetLastError\nAbortUpdate\n");
   }

@@ -177,30 +177,22 @@ TEST(CListTest, MatchesAVectorUnderRandomOperations) {
   }
 }
 
-TEST(CDictionaryTest, KeepsTextsInOrderWithExactErrors) {
-  CDictionary dict;
+TEST(CDictionaryTest, KeepsTextsInOrderWithExactErrorsAndMergesOnlyMissingOnes) {
+  CDictionary dict, other, empty;
   EXPECT_EQ(TrapText([&] { dict.RemoveItem("x"); }), "CDictionary does not contain item: x");
   EXPECT_EQ(TrapText([&] { dict.GetItem(1); }), "CDictionary index out of range: 1");
   for (const char* t : {"Work", "Family", "work"}) dict.AddItem(t);
   EXPECT_EQ(TrapText([&] { dict.AddItem("Work"); }), "CDictionary already contains item: Work");
   EXPECT_EQ(TrapText([&] { dict.GetItem(4); }), "CDictionary index out of range: 4");
-  EXPECT_EQ(dict.ToStr(), "Work\r\nFamily\r\nwork");
   dict.RemoveItem("Family");
   EXPECT_EQ(dict.GetItem(2), "work");
-  EXPECT_FALSE(dict.Contains("Family"));
-}
-
-TEST(CDictionaryTest, MergeAddsOnlyMissingItemsInTheirOrder) {
-  CDictionary a, b, empty;
-  for (const char* t : {"x", "y"}) a.AddItem(t);
-  for (const char* t : {"z", "y", "w"}) b.AddItem(t);
-  a.Merge(b);
-  EXPECT_EQ(a.ToStr(), "x\r\ny\r\nz\r\nw");
-  a.Merge(a);
-  a.Merge(empty);
-  EXPECT_EQ(a.GetNumItems(), 4);
-  empty.Merge(b);
-  EXPECT_EQ(empty.ToStr(), "z\r\ny\r\nw");
+  for (const char* t : {"Golf", "work", "Clients"}) other.AddItem(t);
+  dict.Merge(other);
+  dict.Merge(dict);
+  dict.Merge(empty);
+  EXPECT_EQ(dict.ToStr(), "Work\r\nwork\r\nGolf\r\nClients");
+  empty.Merge(other);
+  EXPECT_EQ(empty.ToStr(), "Golf\r\nwork\r\nClients");
 }
 
 }  // namespace

@@ -88,6 +88,11 @@ class FakeCardStore final : public ICardStore {
     return faults_.emplace_back(Fault{std::move(member), status, std::move(errorText), {}, {}});
   }
   void Lack(std::string member) { lacking_.insert(std::move(member)); }
+  std::string Log() const {  // the calls, a line each
+    std::string out;
+    for (const auto& call : calls) out += call + "\n";
+    return out;
+  }
   int CallCount(std::string_view member) const {
     return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const std::string& c) {
       return std::string_view(c).substr(0, c.find(' ')) == member;

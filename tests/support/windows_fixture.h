@@ -41,7 +41,7 @@ class ScriptedPrompt final : public IPrompt {
   }
   int AskDeleteDupes(const std::string& text, bool& dontAskAgain) override {
     shown.push_back({text, -1, "AskDeleteDupes"});
-    dontAskAgain = dontAskNext;
+    dontAskAgain = false;
     if (answers.empty()) return msgbox::kAnswerCancel;
     int answer = answers.front();
     answers.pop_front();
@@ -55,7 +55,6 @@ class ScriptedPrompt final : public IPrompt {
 
   std::vector<Shown> shown;
   std::deque<int> answers;
-  bool dontAskNext = false;
 };
 
 class WindowsFixture : public ::testing::Test {
