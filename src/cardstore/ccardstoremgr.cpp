@@ -484,21 +484,10 @@ std::shared_ptr<CCard> CCardStoreMgr::BuildCard(int32_t cardId, const std::strin
   return Build(cardId, *plan, [&](const std::string&, size_t k, std::string& scratch) { return reader.View(k, scratch); });
 }
 
-// The fields with text of a card read ahead, as they are to be set, and its
-// last name; the texts and labels one after the other in one string.
-class CCardStoreMgr::ReadValues final : public CCard::Source {
+// A card read ahead, as its fields are to be set (ReadFields) with its last
+// name: what its deferred card is built from.
+class CCardStoreMgr::ReadValues final : public ReadFields, public CCard::Source {
  public:
-  struct Field {
-    CRectangle rect;
-    uint32_t textEnd = 0;
-    uint32_t labelEnd = 0;
-    int32_t position = 0;
-    uint8_t ocrLevel = 100;
-    uint8_t catLevel = 100;
-    bool ocrSuspect = false;
-    bool catSuspect = false;
-  };
-
   ReadValues(std::shared_ptr<const CustomFieldPlan> plan, int32_t cardId, const ReadState& state)
       : plan_(std::move(plan)), cardId_(cardId), lastName_(state.lastName) {
     const size_t n = state.positions.size();
@@ -517,10 +506,6 @@ class CCardStoreMgr::ReadValues final : public CCard::Source {
     }
   }
 
-  std::string_view Text(size_t k) const { return Piece(k == 0 ? 0 : fields_[k - 1].labelEnd, fields_[k].textEnd); }
-  std::string_view Label(size_t k) const { return Piece(fields_[k].textEnd, fields_[k].labelEnd); }
-  size_t Size() const { return fields_.size(); }
-  int32_t Position(size_t k) const { return fields_[k].position; }
   const std::string& LastName() const { return lastName_; }
 
   std::shared_ptr<CCard> Build() const override {
@@ -535,16 +520,20 @@ class CCardStoreMgr::ReadValues final : public CCard::Source {
   }
 
  private:
-  std::string_view Piece(uint32_t begin, uint32_t end) const {
-    return std::string_view(texts_).substr(begin, end - begin);
-  }
-
   std::shared_ptr<const CustomFieldPlan> plan_;
   int32_t cardId_;
   std::string lastName_;
-  std::vector<Field> fields_;
-  std::string texts_;
 };
+
+bool CCardStoreMgr::ReadFields::SameAs(const ReadFields& other) const {
+  if (fields_.size() != other.fields_.size() || texts_ != other.texts_) return false;
+  for (size_t k = 0; k < fields_.size(); ++k) {
+    const Field& a = fields_[k];
+    const Field& b = other.fields_[k];
+    if (a.position != b.position || a.textEnd != b.textEnd || a.labelEnd != b.labelEnd) return false;
+  }
+  return true;
+}
 
 void CCardStoreMgr::RaisePlanErrors(const CustomFieldPlan& plan) {
   if (plan.emptyCardError) std::rethrow_exception(plan.emptyCardError);
@@ -552,7 +541,8 @@ void CCardStoreMgr::RaisePlanErrors(const CustomFieldPlan& plan) {
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::ReadCard(int32_t cardId, const std::string& customFields,
-                                               const ICardValues& values, std::vector<ReadField>* fields) {
+                                               const ICardValues& values, std::vector<ReadField>* fields,
+                                               std::shared_ptr<const ReadFields>* kept) {
   auto plan = PlanCustomFields(customFields);
   RaisePlanErrors(*plan);
   const PreparedNamesReader& reader = ReaderFor(values, plan->valueNames, plan->serial);
@@ -571,6 +561,7 @@ std::shared_ptr<CCard> CCardStoreMgr::ReadCard(int32_t cardId, const std::string
     for (size_t k = 0; k < read->Size(); ++k) fields->push_back({read->Position(k), read->Text(k), read->Label(k)});
   }
   std::string lastName = read->LastName();
+  if (kept) *kept = read;
   return CCard::Deferred(cardId, std::move(lastName), std::move(read));
 }
 

@@ -68,14 +68,16 @@ class SkipTable {
 
 // The facts of a card with those fields, ID (0 for none), last name and
 // "Email" text.
+// keepTexts: whether the field test needs the texts kept in the facts (the
+// card does not keep them where the test can read them).
 template <class Fields>
 void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& lastName, std::string_view raw,
-             bool withText, CardFacts& facts) {
+             bool withText, bool keepTexts, CardFacts& facts) {
   const int32_t count = fields.Count();
   bool namedAsKeys = true;
   int32_t filled = 0;
   size_t size = 0, textLength = 0;
-  facts.fieldTextsKept = true;
+  facts.fieldTextsKept = keepTexts;
   // The fields the kept texts take (all but the dates), found once.
   thread_local std::vector<int32_t> kept;
   kept.clear();
@@ -87,7 +89,7 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
       ++filled;
       textLength += CCard::TextLengthOf(fields.Place(i), text);
     }
-    if (fields.IsDate(i)) continue;
+    if (!keepTexts || fields.IsDate(i)) continue;
     if (text.size() > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
     size += LengthSize(text.size()) + LengthSize(label) + text.size() + label;
     kept.push_back(i);
@@ -143,15 +145,18 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
 void ObserveCard(const CCard& card, CardFacts& facts, bool withText) {
   const bool hasId = card.HasCardId();
   const std::string& raw = card.FieldText("Email");
-  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, withText, facts);
+  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, withText, true, facts);
+  facts.readFields.reset();
 }
 
 void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
-                 int32_t id, const std::string& lastName, bool withText, CardFacts& facts) {
+                 std::shared_ptr<const CCardStoreMgr::ReadFields> kept, int32_t id, const std::string& lastName,
+                 bool withText, CardFacts& facts) {
   const FieldsRead read(layout, fields);
   const int32_t email = read.EmailPosition(), name = read.NamePosition();
   Trap(email == 0 || name == 0, "A card layout without the catalogue fields");
-  Observe(read, id, true, lastName, read.Text(email), withText, facts);
+  Observe(read, id, true, lastName, read.Text(email), withText, !kept, facts);
+  facts.readFields = std::move(kept);
   facts.nameEmpty = read.Text(name).empty() ? 1 : 0;
 }
 
@@ -201,7 +206,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       profiles_(cards_.size()),
       texts_(cards_.size()),
       textOf_(std::make_unique<std::atomic<const CardText*>[]>(cards_.size())),
-      fieldTexts_(cards_.size()) {
+      fieldTexts_(cards_.size()),
+      readFields_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
 
@@ -217,8 +223,11 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
     }
     referenceNames_.push_back(&key);
   }
-  for (const std::string* name : referenceNames_)
-    if (!IsDateField(*name)) keptCategories_.push_back(*name == "Categories");
+  for (size_t i = 0; i < referenceNames_.size(); ++i) {
+    if (IsDateField(*referenceNames_[i])) continue;
+    keptCategories_.push_back(*referenceNames_[i] == "Categories");
+    keptPositions_.push_back(static_cast<int32_t>(i) + 1);
+  }
 
   // Facts not handed over are worked out here, on two threads for many
   // cards (the cards are only read).
@@ -279,7 +288,8 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       profile.signatureHash = f.signatureHash;
       profile.frontImage = f.frontImage;
       profile.nameEmpty = f.nameEmpty;
-      if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
+      if (profile.aligned && f.readFields) readFields_[p] = std::move(f.readFields);
+      else if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
       textOf_[p].store(f.text.get(), std::memory_order_relaxed);
       texts_[p] = std::move(f.text);
     }
@@ -604,6 +614,33 @@ std::span<const int32_t> SortedSuspects::SameRawEmail(int32_t p) {
 }
 
 bool SortedSuspects::FieldTest(int32_t type, int32_t a, int32_t b) const {
+  const auto& read1 = readFields_[static_cast<size_t>(a)];
+  const auto& read2 = readFields_[static_cast<size_t>(b)];
+  if (read1 && read2) {
+    // The fields as the cards keep them: those with text, in table order.
+    // The kept fields (all but the dates) are walked in order, each taken
+    // from the cards' lists where it is there and empty where not.
+    if (read1->SameAs(*read2)) return true;
+    size_t k1 = 0, k2 = 0, field = 0;
+    auto take = [](const CCardStoreMgr::ReadFields& read, size_t& k, int32_t position, std::string_view& text,
+                   std::string_view& label) {
+      while (k < read.Size() && read.Position(k) < position) ++k;  // a date
+      if (k < read.Size() && read.Position(k) == position) {
+        text = read.Text(k);
+        label = read.Label(k);
+        ++k;
+      } else {
+        text = label = {};
+      }
+    };
+    return FieldTestPasses(type, [&](FieldPair& f) {
+      if (field == keptPositions_.size()) return false;
+      take(*read1, k1, keptPositions_[field], f.text1, f.label1);
+      take(*read2, k2, keptPositions_[field], f.text2, f.label2);
+      f.categories = keptCategories_[field++];
+      return true;
+    });
+  }
   const std::string& texts1 = fieldTexts_[static_cast<size_t>(a)];
   const std::string& texts2 = fieldTexts_[static_cast<size_t>(b)];
   if (texts1.empty() || texts2.empty()) return BuiltCard(*Card(a)).FieldTestPasses(type, BuiltCard(*Card(b)));

@@ -61,6 +61,9 @@ struct CardFacts {
   // the field test (not kept when a text is too long for it).
   std::string fieldTexts;
   bool fieldTextsKept = false;
+  // Or, for a card read ahead, its fields as the card itself keeps them:
+  // the field test reads them there instead.
+  std::shared_ptr<const CCardStoreMgr::ReadFields> readFields;
   // Numbers standing for the texts the walk compares (equal texts, equal
   // numbers; 0 for none), set by NumberNamesAndTags and NumberEmails.
   int32_t lastId = 0, tagId = 0, rawEmailId = 0, emailId = 0;
@@ -79,8 +82,10 @@ struct CardFacts {
 void ObserveCard(const CCard& card, CardFacts& facts, bool withText);
 // The same facts of a card not built yet, from what the card store manager
 // read of it (ReadCard): layout is the empty card of its custom fields.
+// kept: what the fields are views of, which the facts then hold.
 void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
-                 int32_t id, const std::string& lastName, bool withText, CardFacts& facts);
+                 std::shared_ptr<const CCardStoreMgr::ReadFields> kept, int32_t id, const std::string& lastName,
+                 bool withText, CardFacts& facts);
 // Whether the search compares a card with that tag (as loaded, or as the
 // sort left it) by content: one without a name.
 inline bool ComparedByContent(std::string_view tag) { return tag.empty() || tag == ","; }
@@ -260,7 +265,11 @@ class SortedSuspects {
   // Whether each field of that layout but the dates (as the kept field
   // texts have them) is "Categories".
   std::vector<bool> keptCategories_;
+  std::vector<int32_t> keptPositions_;   // the same fields' positions (1-based)
   std::vector<std::string> fieldTexts_;  // by position; empty when not kept (then the fields are asked)
+  // By position: the fields of a card read ahead, as the card keeps them
+  // (then its fieldTexts_ are not kept), or null.
+  std::vector<std::shared_ptr<const CCardStoreMgr::ReadFields>> readFields_;
   // Positions by RawEmailId, built on first use: those with number id are
   // emailGroups_[emailGroupStart_[id]] up to emailGroups_[emailGroupStart_[id + 1]].
   std::vector<int32_t> emailGroupStart_;

@@ -178,6 +178,9 @@ std::shared_ptr<FakeCardStore> RandomStore(uint32_t seed, int n, bool crowded = 
       }
       if (rnd.Chance(30)) put("Categories", rnd.Pick(categories));
       if (rnd.Chance(15)) put("Address", someWords(4 + rnd.Below(4)));
+      // The field test leaves the dates out, not the field after them.
+      if (rnd.Chance(40)) put("Creation Date", "2024-0" + std::to_string(1 + rnd.Below(9)) + "-1" + std::to_string(rnd.Below(10)));
+      if (rnd.Chance(15)) put("Solvane Status", rnd.Chance(50) ? "1" : "2");
     }
     made.push_back(v);
     int32_t id = ids[static_cast<size_t>(i)];

@@ -131,13 +131,43 @@ class CCardStoreMgr {
     std::string_view text;
     std::string_view label;
   };
+  // The fields with text of a card ReadCard read, in table order, as its
+  // deferred card keeps them (whether built since or not).
+  class ReadFields {
+   public:
+    size_t Size() const { return fields_.size(); }
+    int32_t Position(size_t k) const { return fields_[k].position; }
+    std::string_view Text(size_t k) const { return Piece(k == 0 ? 0 : fields_[k - 1].labelEnd, fields_[k].textEnd); }
+    std::string_view Label(size_t k) const { return Piece(fields_[k].textEnd, fields_[k].labelEnd); }
+    // Whether both hold the same fields with the same texts and labels.
+    bool SameAs(const ReadFields& other) const;
+
+   protected:
+    ReadFields() = default;
+    ~ReadFields() = default;
+    struct Field {
+      CRectangle rect;
+      uint32_t textEnd = 0;
+      uint32_t labelEnd = 0;
+      int32_t position = 0;
+      uint8_t ocrLevel = 100;
+      uint8_t catLevel = 100;
+      bool ocrSuspect = false;
+      bool catSuspect = false;
+    };
+    // The texts and labels one after the other.
+    std::string_view Piece(uint32_t begin, uint32_t end) const { return std::string_view(texts_).substr(begin, end - begin); }
+    std::vector<Field> fields_;
+    std::string texts_;
+  };
   // The card BuildCard builds from a scan's values, every value read and
   // checked now (raising what BuildCard raises) but the fields built only
   // when first asked for (CCard::Deferred). fields, when given, receives the
   // card's fields with text in table order, as views that stay valid while
-  // the card lives.
+  // the card lives; kept, when given, what they are views of.
   std::shared_ptr<CCard> ReadCard(int32_t cardId, const std::string& customFields, const ICardValues& values,
-                                  std::vector<ReadField>* fields = nullptr);
+                                  std::vector<ReadField>* fields = nullptr,
+                                  std::shared_ptr<const ReadFields>* kept = nullptr);
   // The empty card every card of that custom-field text starts as: the
   // fields' names, keys and order of ReadCard's cards. Raises what reading
   // a card with that text raises first.
