@@ -500,7 +500,8 @@ class CCardStoreMgr::ReadValues final : public ReadFields, public CCard::Source 
       texts_ += f.data.text;
       const auto textEnd = static_cast<uint32_t>(texts_.size());
       texts_ += f.label;
-      fields_.push_back({f.rect, textEnd, static_cast<uint32_t>(texts_.size()), f.position,
+      fields_.push_back({f.rect.GetTop(), f.rect.GetLeft(), f.rect.GetWidth(), f.rect.GetHeight(), textEnd,
+                         static_cast<uint32_t>(texts_.size()), f.position,
                          static_cast<uint8_t>(ClampLevel(f.data.ocrLevel)),
                          static_cast<uint8_t>(ClampLevel(f.data.catLevel)), f.data.ocrSuspect, f.data.catSuspect});
     }
@@ -514,7 +515,8 @@ class CCardStoreMgr::ReadValues final : public ReadFields, public CCard::Source 
     for (const Field& f : fields_) positions.push_back(f.position);
     return AssembleCard(*plan_->emptyCard, cardId_, positions, [&](CCard& card, size_t k) {
       const Field& f = fields_[k];
-      card.SetDataInPlace(f.position, std::string(Text(k)), std::string(Label(k)), &f.rect, f.ocrLevel, f.catLevel,
+      const CRectangle rect(f.top, f.left, f.width, f.height);
+      card.SetDataInPlace(f.position, std::string(Text(k)), std::string(Label(k)), &rect, f.ocrLevel, f.catLevel,
                           f.ocrSuspect, f.catSuspect);
     }, lastName_);
   }

@@ -146,7 +146,7 @@ class CCardStoreMgr {
     ReadFields() = default;
     ~ReadFields() = default;
     struct Field {
-      CRectangle rect;
+      int32_t top = 0, left = 0, width = 0, height = 0;  // the rectangle, as plain numbers
       uint32_t textEnd = 0;
       uint32_t labelEnd = 0;
       int32_t position = 0;
