@@ -34,7 +34,8 @@ Status ICardStore::ScanCards(const std::function<bool(int32_t, const ICardValues
   RaiseMissingMember("ScanCards");
 }
 Status ICardStore::ScanCardsInParts(int32_t, const std::function<bool(int32_t, int32_t, const ICardValues&)>&,
-                                    std::span<const int32_t>, const std::function<bool(int32_t)>&) {
+                                    std::span<const int32_t>, const std::function<bool(int32_t)>&,
+                                    const std::function<void()>&) {
   RaiseMissingMember("ScanCardsInParts");
 }
 

@@ -3,7 +3,10 @@
 // a read-only connection and a thread of its own.
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <exception>
+#include <mutex>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -183,7 +186,8 @@ void ReadPart(int32_t number, Part& part, ViewedValues& values, const PartVisit&
 }  // namespace
 
 Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit, std::span<const int32_t> partStarts,
-                                          const std::function<bool(int32_t)>& wanted) {
+                                          const std::function<bool(int32_t)>& wanted,
+                                          const std::function<void()>& waiting) {
   std::exception_ptr thrown;
   Status status = impl_->Run("ScanCardsInParts", [&] {
     Impl& s = *impl_;
@@ -274,6 +278,10 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
     part[0].scan.BindInt(2, part[0].last);
 
     std::atomic<bool> stop = false;
+    // The other parts still running, for the caller waiting on them.
+    std::mutex runningMutex;
+    std::condition_variable partEnded;
+    int32_t running = count - 1;
     auto readAlone = [&](int32_t p) {
       PartValues values(tables, part[p].db);
       ReadPart(p, part[p], values, visit, wanted, stop);
@@ -304,6 +312,9 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
             part[p].storeError = std::current_exception();
             stop.store(true, std::memory_order_relaxed);
           }
+          std::lock_guard<std::mutex> lock(runningMutex);
+          --running;
+          partEnded.notify_all();
         });
       }
     } catch (const std::system_error& e) {
@@ -312,6 +323,16 @@ Status CSqliteCardStore::ScanCardsInParts(int32_t parts, const PartVisit& visit,
 
     ScanValues values(s.names);
     ReadPart(0, part[0], values, visit, wanted, stop);
+    if (waiting) {
+      constexpr auto kWaitingEvery = std::chrono::milliseconds(20);
+      std::unique_lock<std::mutex> lock(runningMutex);
+      while (running > 0) {
+        if (partEnded.wait_for(lock, kWaitingEvery, [&] { return running == 0; })) break;
+        lock.unlock();
+        waiting();
+        lock.lock();
+      }
+    }
     for (auto& t : threads) t.join();
 
     for (const Part& p : part) {

@@ -41,8 +41,9 @@ void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues
 
 void ScanInParts(ICardStore& store, int32_t parts,
                  const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit,
-                 std::span<const int32_t> partStarts, const std::function<bool(int32_t)>& wanted) {
-  if (store.ScanCardsInParts(parts, visit, partStarts, wanted) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
+                 std::span<const int32_t> partStarts, const std::function<bool(int32_t)>& wanted,
+                 const std::function<void()>& waiting) {
+  if (store.ScanCardsInParts(parts, visit, partStarts, wanted, waiting) != 0) RaiseTrap("Failed to read cards\r\n" + store.GetLastError());
 }
 
 int32_t& PartScanThreshold() {
@@ -195,7 +196,10 @@ void CDupeSearch::ScanStep(ICardStore& store, int32_t parts, int32_t resourceId,
     if (halt.load(std::memory_order_relaxed)) return false;
     work(part, id, values);
     return true;
-  }, partStarts, wanted);
+  }, partStarts, wanted, [&] {
+    // Part 0 is done and the others go on: the reports go on too, and a stop reaches them.
+    if (!halt && !ReportAgain()) halt = true;
+  });
   if (!halt && reported < total) UpdateProgress(resourceId, total, total);
 }
 

@@ -34,7 +34,8 @@ void Scan(ICardStore& store, const std::function<bool(int32_t, const ICardValues
 // ScanCardsInParts, raising when the store fails.
 void ScanInParts(ICardStore& store, int32_t parts,
                  const std::function<bool(int32_t, int32_t, const ICardValues&)>& visit,
-                 std::span<const int32_t> partStarts = {}, const std::function<bool(int32_t)>& wanted = {});
+                 std::span<const int32_t> partStarts = {}, const std::function<bool(int32_t)>& wanted = {},
+                 const std::function<void()>& waiting = {});
 // How many parts the search reads a store of that many cards in at once:
 // ScanParts(), and one below PartScanThreshold() cards, where a thread costs
 // more than it saves.

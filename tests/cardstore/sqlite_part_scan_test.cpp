@@ -143,6 +143,35 @@ TEST_F(PartScanTest, AnsweringFalseEndsThatPartOnly) {
   }
 }
 
+// Once part 0 is done, the caller is called back on its own thread while
+// the other parts run, and can have them stop: part 1 alone would take 1.5 s.
+TEST_F(PartScanTest, TheCallerWaitingOnTheOtherPartsIsCalledBackAndCanStopThem) {
+  const auto caller = std::this_thread::get_id();
+  std::atomic<bool> stopOthers = false;
+  std::atomic<int> othersVisited = 0;
+  int calls = 0;
+  bool onCaller = true;
+  ASSERT_EQ(store_->ScanCardsInParts(
+                2,
+                [&](int32_t part, int32_t, const ICardValues&) {
+                  if (part == 0 || stopOthers) return false;
+                  ++othersVisited;
+                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                  return true;
+                },
+                {}, {},
+                [&] {
+                  ++calls;
+                  onCaller = onCaller && std::this_thread::get_id() == caller;
+                  stopOthers = true;
+                }),
+            0)
+      << store_->GetLastError();
+  EXPECT_GE(calls, 1);
+  EXPECT_TRUE(onCaller);
+  EXPECT_LT(othersVisited, 750);
+}
+
 // When both parts throw, part 1 throws first: it waits until part 0 visits a
 // card, which then waits until part 1 has thrown (each for a while only, so
 // that a scan reading one part after the other fails instead of hanging).

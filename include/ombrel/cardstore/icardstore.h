@@ -162,6 +162,9 @@ class ICardStore {
   // can give each part as many of them); a store may ignore it.
   // wanted, when given, is asked (on the part's thread) about each card first: a card it answers false
   // for is passed over unvisited, and a store may then skip reading its values.
+  // waiting, when given, is called on the calling thread every few hundredths of a second once part 0
+  // is done while other parts still run (a caller keeps its progress reports going, and may have the
+  // other parts' visitors answer false); a store may call it never.
   // Optional: a snapshot, one consistent state for reads of many calls. Between BeginSnapshot and
   // EndSnapshot every read answers from the state the store had when the snapshot began, whatever
   // others write meanwhile (a card read once is still there, with the same values, later in the
@@ -173,7 +176,8 @@ class ICardStore {
   virtual bool OffersPartScan() const { return false; }
   virtual Status ScanCardsInParts(
       int32_t parts, const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit,
-      std::span<const int32_t> partStarts = {}, const std::function<bool(int32_t cardId)>& wanted = {});
+      std::span<const int32_t> partStarts = {}, const std::function<bool(int32_t cardId)>& wanted = {},
+      const std::function<void()>& waiting = {});
 };
 
 }  // namespace ombrel

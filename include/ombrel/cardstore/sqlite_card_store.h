@@ -175,7 +175,8 @@ class CSqliteCardStore : public ICardStore {
   Status ScanCardsInParts(int32_t parts,
                           const std::function<bool(int32_t part, int32_t cardId, const ICardValues& values)>& visit,
                           std::span<const int32_t> partStarts = {},
-                          const std::function<bool(int32_t cardId)>& wanted = {}) override;
+                          const std::function<bool(int32_t cardId)>& wanted = {},
+                          const std::function<void()>& waiting = {}) override;
 
   // Bulk and administrative paths used by import, export and the sample
   // generator. They follow the same status convention; inside an update
