@@ -543,8 +543,7 @@ void CCardStoreMgr::RaisePlanErrors(const CustomFieldPlan& plan) {
 }
 
 std::shared_ptr<CCard> CCardStoreMgr::ReadCard(int32_t cardId, const std::string& customFields,
-                                               const ICardValues& values, std::vector<ReadField>* fields,
-                                               std::shared_ptr<const ReadFields>* kept) {
+                                               const ICardValues& values, std::shared_ptr<const ReadFields>* fields) {
   auto plan = PlanCustomFields(customFields);
   RaisePlanErrors(*plan);
   const PreparedNamesReader& reader = ReaderFor(values, plan->valueNames, plan->serial);
@@ -558,12 +557,8 @@ std::shared_ptr<CCard> CCardStoreMgr::ReadCard(int32_t cardId, const std::string
   CCard::CheckLastName(nameText, state.lastName);
 
   auto read = std::make_shared<const ReadValues>(plan, cardId, state);
-  if (fields) {
-    fields->clear();
-    for (size_t k = 0; k < read->Size(); ++k) fields->push_back({read->Position(k), read->Text(k), read->Label(k)});
-  }
   std::string lastName = read->LastName();
-  if (kept) *kept = read;
+  if (fields) *fields = read;
   return CCard::Deferred(cardId, std::move(lastName), std::move(read));
 }
 

@@ -61,21 +61,21 @@ class FieldsRead {
   // layout: the empty card of the read card's custom fields; read: its
   // fields with text, in table order. What the layout answers is worked out
   // once per layout and thread.
-  FieldsRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> read)
+  FieldsRead(const std::shared_ptr<const CCard>& layout, const CCardStoreMgr::ReadFields& read)
       : layout_(LayoutOf(layout)), read_(read) {
     thread_local std::vector<int32_t> slots;
     slots.assign(layout_.flags.size(), -1);
-    for (size_t k = 0; k < read.size(); ++k) slots[static_cast<size_t>(read[k].position)] = static_cast<int32_t>(k);
+    for (size_t k = 0; k < read.Size(); ++k) slots[static_cast<size_t>(read.Position(k))] = static_cast<int32_t>(k);
     slot_ = slots.data();
   }
   int32_t Count() const { return static_cast<int32_t>(layout_.flags.size()) - 1; }
   std::string_view Text(int32_t i) const {
     const int32_t k = slot_[i];
-    return k < 0 ? std::string_view() : read_[static_cast<size_t>(k)].text;
+    return k < 0 ? std::string_view() : read_.Text(static_cast<size_t>(k));
   }
   std::string_view Label(int32_t i) const {
     const int32_t k = slot_[i];
-    return k < 0 ? std::string_view() : read_[static_cast<size_t>(k)].label;
+    return k < 0 ? std::string_view() : read_.Label(static_cast<size_t>(k));
   }
   bool IsDate(int32_t i) const { return Flags(i) & kDate; }
   bool IsBookkeeping(int32_t i) const { return Flags(i) & kBookkeeping; }
@@ -116,7 +116,7 @@ class FieldsRead {
   uint8_t Flags(int32_t i) const { return layout_.flags[static_cast<size_t>(i)]; }
 
   const Layout& layout_;
-  std::span<const CCardStoreMgr::ReadField> read_;
+  const CCardStoreMgr::ReadFields& read_;
   const int32_t* slot_;
 };
 

@@ -19,30 +19,6 @@ namespace ombrel::dupes_internal {
 
 namespace {
 
-// The field texts a card keeps for the field test: for each field but the
-// dates, in order, the text's and the label's lengths and then both texts.
-// A length takes one byte, or three from 255 up (255 then two bytes); longer
-// texts than 65535 bytes are not kept.
-constexpr size_t kLongestKept = 0xFFFF;
-size_t LengthSize(size_t length) { return length < 0xFF ? 1 : 3; }
-char* PutLength(char* out, size_t length) {
-  if (length < 0xFF) {
-    *out++ = static_cast<char>(length);
-    return out;
-  }
-  *out++ = static_cast<char>(0xFF);
-  *out++ = static_cast<char>(length & 0xFF);
-  *out++ = static_cast<char>(length >> 8);
-  return out;
-}
-size_t TakeLength(const char*& p) {
-  const auto byte = [](char c) { return static_cast<size_t>(static_cast<unsigned char>(c)); };
-  if (byte(*p) != 0xFF) return byte(*p++);
-  const size_t length = byte(p[1]) | byte(p[2]) << 8;
-  p += 3;
-  return length;
-}
-
 // Smallest position >= x still in the list (positions 0..n-1; n when none).
 class SkipTable {
  public:
@@ -68,45 +44,19 @@ class SkipTable {
 
 // The facts of a card with those fields, ID (0 for none), last name and
 // "Email" text.
-// keepTexts: whether the field test needs the texts kept in the facts (the
-// card does not keep them where the test can read them).
 template <class Fields>
 void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& lastName, std::string_view raw,
-             bool withText, bool keepTexts, CardFacts& facts) {
+             bool withText, CardFacts& facts) {
   const int32_t count = fields.Count();
   bool namedAsKeys = true;
   int32_t filled = 0;
-  size_t size = 0, textLength = 0;
-  facts.fieldTextsKept = keepTexts;
-  // The fields the kept texts take (all but the dates), found once.
-  thread_local std::vector<int32_t> kept;
-  kept.clear();
+  size_t textLength = 0;
   for (int32_t i = 1; i <= count; ++i) {
     if (namedAsKeys && !fields.NamedAsKey(i)) namedAsKeys = false;
     const std::string_view text = fields.Text(i);
-    const size_t label = fields.Label(i).size();
     if (!text.empty()) {  // an empty field adds nothing to the text
       ++filled;
       textLength += CCard::TextLengthOf(fields.Place(i), text);
-    }
-    if (!keepTexts || fields.IsDate(i)) continue;
-    if (text.size() > kLongestKept || label > kLongestKept) facts.fieldTextsKept = false;
-    size += LengthSize(text.size()) + LengthSize(label) + text.size() + label;
-    kept.push_back(i);
-  }
-  // Written once the size is known: no growing, no slack.
-  std::string& texts = facts.fieldTexts;
-  texts.clear();
-  if (facts.fieldTextsKept) {
-    texts.resize(size);
-    char* out = texts.data();
-    for (int32_t i : kept) {
-      const std::string_view text = fields.Text(i);
-      const std::string_view label = fields.Label(i);
-      out = PutLength(out, text.size());
-      out = PutLength(out, label.size());
-      out = std::copy(text.begin(), text.end(), out);
-      out = std::copy(label.begin(), label.end(), out);
     }
   }
   facts.namedAsKeys = namedAsKeys;
@@ -145,18 +95,17 @@ void Observe(const Fields& fields, int32_t id, bool hasId, const std::string& la
 void ObserveCard(const CCard& card, CardFacts& facts, bool withText) {
   const bool hasId = card.HasCardId();
   const std::string& raw = card.FieldText("Email");
-  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, withText, true, facts);
-  facts.readFields.reset();
+  Observe(FieldsOfCard(card), hasId ? card.GetCardID() : 0, hasId, card.GetLastName(), raw, withText, facts);
+  facts.readFields.reset();  // the field test asks a built card itself
 }
 
-void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
-                 std::shared_ptr<const CCardStoreMgr::ReadFields> kept, int32_t id, const std::string& lastName,
-                 bool withText, CardFacts& facts) {
-  const FieldsRead read(layout, fields);
+void ObserveRead(const std::shared_ptr<const CCard>& layout, std::shared_ptr<const CCardStoreMgr::ReadFields> fields,
+                 int32_t id, const std::string& lastName, bool withText, CardFacts& facts) {
+  const FieldsRead read(layout, *fields);
   const int32_t email = read.EmailPosition(), name = read.NamePosition();
   Trap(email == 0 || name == 0, "A card layout without the catalogue fields");
-  Observe(read, id, true, lastName, read.Text(email), withText, !kept, facts);
-  facts.readFields = std::move(kept);
+  Observe(read, id, true, lastName, read.Text(email), withText, facts);
+  facts.readFields = std::move(fields);
   facts.nameEmpty = read.Text(name).empty() ? 1 : 0;
 }
 
@@ -206,7 +155,6 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       profiles_(cards_.size()),
       texts_(cards_.size()),
       textOf_(std::make_unique<std::atomic<const CardText*>[]>(cards_.size())),
-      fieldTexts_(cards_.size()),
       readFields_(cards_.size()) {
   const size_t n = cards_.size();
   if (n == 0) return;
@@ -288,8 +236,7 @@ SortedSuspects::SortedSuspects(std::vector<std::shared_ptr<CCard>> sorted, std::
       profile.signatureHash = f.signatureHash;
       profile.frontImage = f.frontImage;
       profile.nameEmpty = f.nameEmpty;
-      if (profile.aligned && f.readFields) readFields_[p] = std::move(f.readFields);
-      else if (profile.aligned && f.fieldTextsKept) fieldTexts_[p] = std::move(f.fieldTexts);
+      if (profile.aligned) readFields_[p] = std::move(f.readFields);
       textOf_[p].store(f.text.get(), std::memory_order_relaxed);
       texts_[p] = std::move(f.text);
     }
@@ -616,51 +563,29 @@ std::span<const int32_t> SortedSuspects::SameRawEmail(int32_t p) {
 bool SortedSuspects::FieldTest(int32_t type, int32_t a, int32_t b) const {
   const auto& read1 = readFields_[static_cast<size_t>(a)];
   const auto& read2 = readFields_[static_cast<size_t>(b)];
-  if (read1 && read2) {
-    // The fields as the cards keep them: those with text, in table order.
-    // The kept fields (all but the dates) are walked in order, each taken
-    // from the cards' lists where it is there and empty where not.
-    if (read1->SameAs(*read2)) return true;
-    size_t k1 = 0, k2 = 0, field = 0;
-    auto take = [](const CCardStoreMgr::ReadFields& read, size_t& k, int32_t position, std::string_view& text,
-                   std::string_view& label) {
-      while (k < read.Size() && read.Position(k) < position) ++k;  // a date
-      if (k < read.Size() && read.Position(k) == position) {
-        text = read.Text(k);
-        label = read.Label(k);
-        ++k;
-      } else {
-        text = label = {};
-      }
-    };
-    return FieldTestPasses(type, [&](FieldPair& f) {
-      if (field == keptPositions_.size()) return false;
-      take(*read1, k1, keptPositions_[field], f.text1, f.label1);
-      take(*read2, k2, keptPositions_[field], f.text2, f.label2);
-      f.categories = keptCategories_[field++];
-      return true;
-    });
-  }
-  const std::string& texts1 = fieldTexts_[static_cast<size_t>(a)];
-  const std::string& texts2 = fieldTexts_[static_cast<size_t>(b)];
-  if (texts1.empty() || texts2.empty()) return BuiltCard(*Card(a)).FieldTestPasses(type, BuiltCard(*Card(b)));
-  // The same layout: the kept texts hold the same fields in the same order,
-  // and the same texts, which no type tells apart, pass at once.
-  if (texts1 == texts2) return true;
-  const char* p1 = texts1.data();
-  const char* p2 = texts2.data();
-  size_t field = 0;
+  if (!read1 || !read2) return BuiltCard(*Card(a)).FieldTestPasses(type, BuiltCard(*Card(b)));
+  // The same layout: the same fields, and the same texts, which no type
+  // tells apart, pass at once.
+  if (read1->SameAs(*read2)) return true;
+  // The fields the cards list (in table order) are met as the kept fields
+  // (all but the dates) are walked; a field not listed is empty.
+  size_t k1 = 0, k2 = 0, field = 0;
+  auto take = [](const CCardStoreMgr::ReadFields& read, size_t& k, int32_t position, std::string_view& text,
+                 std::string_view& label) {
+    while (k < read.Size() && read.Position(k) < position) ++k;  // a date
+    if (k < read.Size() && read.Position(k) == position) {
+      text = read.Text(k);
+      label = read.Label(k);
+      ++k;
+    } else {
+      text = label = {};
+    }
+  };
   return FieldTestPasses(type, [&](FieldPair& f) {
-    if (field == keptCategories_.size()) return false;
-    const size_t text1 = TakeLength(p1), label1 = TakeLength(p1);
-    const size_t text2 = TakeLength(p2), label2 = TakeLength(p2);
-    f.text1 = std::string_view(p1, text1);
-    f.label1 = std::string_view(p1 + text1, label1);
-    f.text2 = std::string_view(p2, text2);
-    f.label2 = std::string_view(p2 + text2, label2);
+    if (field == keptPositions_.size()) return false;
+    take(*read1, k1, keptPositions_[field], f.text1, f.label1);
+    take(*read2, k2, keptPositions_[field], f.text2, f.label2);
     f.categories = keptCategories_[field++];
-    p1 += text1 + label1;
-    p2 += text2 + label2;
     return true;
   });
 }

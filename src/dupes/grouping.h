@@ -57,12 +57,8 @@ struct CardFacts {
   int32_t textLength = 0;  // CCard::TextLength
   int32_t id = 0;          // 0 when the card has none
   bool namedAsKeys = false;  // every field carries the name it is filed under
-  // Every field's text and label but the dates', one after the other, for
-  // the field test (not kept when a text is too long for it).
-  std::string fieldTexts;
-  bool fieldTextsKept = false;
-  // Or, for a card read ahead, its fields as the card itself keeps them:
-  // the field test reads them there instead.
+  // For a card read ahead, its fields as the card itself keeps them, which
+  // the field test reads (a built card is asked itself); else null.
   std::shared_ptr<const CCardStoreMgr::ReadFields> readFields;
   // Numbers standing for the texts the walk compares (equal texts, equal
   // numbers; 0 for none), set by NumberNamesAndTags and NumberEmails.
@@ -82,10 +78,8 @@ struct CardFacts {
 void ObserveCard(const CCard& card, CardFacts& facts, bool withText);
 // The same facts of a card not built yet, from what the card store manager
 // read of it (ReadCard): layout is the empty card of its custom fields.
-// kept: what the fields are views of, which the facts then hold.
-void ObserveRead(const std::shared_ptr<const CCard>& layout, std::span<const CCardStoreMgr::ReadField> fields,
-                 std::shared_ptr<const CCardStoreMgr::ReadFields> kept, int32_t id, const std::string& lastName,
-                 bool withText, CardFacts& facts);
+void ObserveRead(const std::shared_ptr<const CCard>& layout, std::shared_ptr<const CCardStoreMgr::ReadFields> fields,
+                 int32_t id, const std::string& lastName, bool withText, CardFacts& facts);
 // Whether the search compares a card with that tag (as loaded, or as the
 // sort left it) by content: one without a name.
 inline bool ComparedByContent(std::string_view tag) { return tag.empty() || tag == ","; }
@@ -262,13 +256,12 @@ class SortedSuspects {
   std::atomic<int64_t> wordTests_{0};
   std::vector<std::exception_ptr> frontImageErrors_;  // by position; empty when none were met ahead
   std::vector<const std::string*> referenceNames_;  // the common field layout
-  // Whether each field of that layout but the dates (as the kept field
-  // texts have them) is "Categories".
+  // The fields of that layout the field test walks (all but the dates):
+  // their positions (1-based) and whether each is "Categories".
+  std::vector<int32_t> keptPositions_;
   std::vector<bool> keptCategories_;
-  std::vector<int32_t> keptPositions_;   // the same fields' positions (1-based)
-  std::vector<std::string> fieldTexts_;  // by position; empty when not kept (then the fields are asked)
-  // By position: the fields of a card read ahead, as the card keeps them
-  // (then its fieldTexts_ are not kept), or null.
+  // By position: the fields the field test reads, for a card of that
+  // layout, else null (then the cards are asked).
   std::vector<std::shared_ptr<const CCardStoreMgr::ReadFields>> readFields_;
   // Positions by RawEmailId, built on first use: those with number id are
   // emailGroups_[emailGroupStart_[id]] up to emailGroups_[emailGroupStart_[id + 1]].

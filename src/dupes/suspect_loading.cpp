@@ -85,11 +85,10 @@ std::shared_ptr<CList> CDupeSearch::LoadSuspects(const std::vector<int32_t>& ids
       try {
         std::shared_ptr<CCard> card;
         if (layout) {
-          thread_local std::vector<CCardStoreMgr::ReadField> read;
-          std::shared_ptr<const CCardStoreMgr::ReadFields> kept;
-          card = mgr.ReadCard(id, customFields, values, &read, &kept);
+          std::shared_ptr<const CCardStoreMgr::ReadFields> read;
+          card = mgr.ReadCard(id, customFields, values, &read);
           card->tag = dupes_internal::Tag(*card, values.Get("First Name"));
-          dupes_internal::ObserveRead(layout, read, std::move(kept), id, card->GetLastName(),
+          dupes_internal::ObserveRead(layout, std::move(read), id, card->GetLastName(),
                                       dupes_internal::ComparedByContent(card->tag), (*facts)[k]);
         } else {
           card = mgr.BuildCard(id, customFields, values);

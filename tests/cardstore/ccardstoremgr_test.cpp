@@ -172,9 +172,10 @@ std::string FieldsWithText(const CCard& card) {
     if (card.FieldAt(i).HasText()) out += std::to_string(i) + "=" + card.FieldAt(i).Text() + "[" + card.FieldAt(i).Label() + "];";
   return out;
 }
-std::string FieldsWithText(const std::vector<CCardStoreMgr::ReadField>& read) {
+std::string FieldsWithText(const CCardStoreMgr::ReadFields& read) {
   std::string out;
-  for (const auto& f : read) out += std::to_string(f.position) + "=" + std::string(f.text) + "[" + std::string(f.label) + "];";
+  for (size_t k = 0; k < read.Size(); ++k)
+    out += std::to_string(read.Position(k)) + "=" + std::string(read.Text(k)) + "[" + std::string(read.Label(k)) + "];";
   return out;
 }
 
@@ -286,13 +287,13 @@ TEST_F(CardReadingTest, EveryWayOfReadingGivesTheSameCardOrError) {
               viaGetCard);
     EXPECT_EQ(askedByReader, askedByGetter);
 
-    std::vector<CCardStoreMgr::ReadField> read;
+    std::shared_ptr<const CCardStoreMgr::ReadFields> read;
     std::string readBeforeBuilt;
     EXPECT_EQ(full([&] {
                 LookedUpValues values;
                 values.find = find;
                 auto card = mgr_.ReadCard(id, c.customFields, values, &read);
-                readBeforeBuilt = FieldsWithText(read) + (card->IsPending() ? " pending " : " built ") +
+                readBeforeBuilt = FieldsWithText(*read) + (card->IsPending() ? " pending " : " built ") +
                                   std::to_string(card->GetCardID()) + " " + card->GetLastName();
                 return card;
               }),

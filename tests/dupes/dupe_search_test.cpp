@@ -292,6 +292,14 @@ TEST_P(DupeSearchTest, LongFieldTextsAndLabelsAreComparedInFull) {
   }
   Use(entries);
   EXPECT_EQ(FindAllTypes(), "1 2: 1\n1 7: 6\n2 2: 4 1\n2 7: 9 6\n3 2: 4 1 3 5\n3 7: 9 6 8 10\n");
+  // An edited card may hold a label on an empty field: it tells exact twins apart as any label does.
+  CDupeSearch search;
+  auto suspects = search.GetSuspectCards();
+  for (int32_t i = 1; i <= suspects->GetNumItems(); ++i) {
+    auto card = suspects->GetItemAs<CCard>(i);
+    if (card->GetCardID() == 2) card->SetData("Phone 2", "", "Work", nullptr, 100, 100, false, false);
+  }
+  EXPECT_EQ(Sets(*search.FindDupes(EXACT_DUPE, *suspects)), "1 7: 6\n");
 }
 
 // Long tags alike in their first bytes, tags that are prefixes of others

@@ -124,15 +124,9 @@ class CCardStoreMgr {
   // info and label.
   static constexpr size_t kNamesPerField = 5;
 
-  // A field of a card ReadCard read: its position (1-based, table order),
-  // text and label as the card holds them.
-  struct ReadField {
-    int32_t position = 0;
-    std::string_view text;
-    std::string_view label;
-  };
-  // The fields with text of a card ReadCard read, in table order, as its
-  // deferred card keeps them (whether built since or not).
+  // The fields with text of a card ReadCard read, in table order (each by
+  // its position, 1-based), as its deferred card keeps them (whether built
+  // since or not).
   class ReadFields {
    public:
     size_t Size() const { return fields_.size(); }
@@ -163,11 +157,9 @@ class CCardStoreMgr {
   // The card BuildCard builds from a scan's values, every value read and
   // checked now (raising what BuildCard raises) but the fields built only
   // when first asked for (CCard::Deferred). fields, when given, receives the
-  // card's fields with text in table order, as views that stay valid while
-  // the card lives; kept, when given, what they are views of.
+  // card's fields with text as the card keeps them.
   std::shared_ptr<CCard> ReadCard(int32_t cardId, const std::string& customFields, const ICardValues& values,
-                                  std::vector<ReadField>* fields = nullptr,
-                                  std::shared_ptr<const ReadFields>* kept = nullptr);
+                                  std::shared_ptr<const ReadFields>* fields = nullptr);
   // The empty card every card of that custom-field text starts as: the
   // fields' names, keys and order of ReadCard's cards. Raises what reading
   // a card with that text raises first.
